@@ -1,0 +1,87 @@
+#include "control/UsbMediaRequestServer.h"
+
+#include "control/rpc/Networking.h"
+#include "control/rpc/TcpServer.h"
+#include "core/Environment.h"
+#include "core/Logger.h"
+#include "player/UsbMediaPlayer.h"
+
+#include <unistd.h>
+
+#include <memory>
+
+namespace {
+constexpr const char* kLogSource = "UsbMediaRequestServer";
+constexpr const char* kDefaultAddress = "127.0.0.1";
+
+using HandlerMethod = Json::Rpc::RpcMethod<UsbMediaRequestHandler>::Method;
+
+struct SRegistration {
+    const char* name;
+    HandlerMethod method;
+};
+
+// The method table, in registration order.
+const SRegistration kRegistry[] = {
+    {"print", &UsbMediaRequestHandler::Print},
+    {"notify", &UsbMediaRequestHandler::Notify},
+    {"ping", &UsbMediaRequestHandler::ping},
+};
+}  // namespace
+
+void UsbMediaRequestServer::Init(const std::string& address)
+{
+    const std::string listenAddress = address.empty() ? kDefaultAddress : address;
+    m_pServer = new Json::Rpc::TcpServer(listenAddress, static_cast<uint16_t>(RpcPort()));
+    m_handler.Player()->SetTcpServer(m_pServer);
+    if (!networking::init()) {
+        LOG_AT(72, LOG_ERROR, "Networking initialization failed\n");
+        return;
+    }
+    RegisterMethods();
+}
+
+void UsbMediaRequestServer::RegisterMethods()
+{
+    for (const SRegistration& entry : kRegistry) {
+        m_pServer->AddMethod(std::make_unique<Json::Rpc::RpcMethod<UsbMediaRequestHandler>>(
+            m_handler, entry.method, entry.name));
+    }
+}
+
+void* UsbMediaRequestServer::InternalThreadEntryFunc(void* self)
+{
+    static_cast<UsbMediaRequestServer*>(self)->Run();
+    return nullptr;
+}
+
+void UsbMediaRequestServer::Run()
+{
+    bool bound = false;
+    for (int attempt = 1; attempt <= kBindAttempts && !bound; ++attempt) {
+        bound = m_pServer->Bind();
+        if (!bound && attempt < kBindAttempts) {
+            usleep(kBindRetryMicroseconds);
+        }
+    }
+    if (!bound) {
+        LOG_AT(203, LOG_ERROR, "Usb Media Service - Bind failed\n");
+        m_isRunning = false;
+        return;
+    }
+    if (!m_pServer->Listen()) {
+        LOG_AT(213, LOG_ERROR, "Listen failed\n");
+        m_isRunning = false;
+        return;
+    }
+    LOG_AT(218, LOG_DEBUG, "Start UsbService server @%s:%d\n", m_pServer->GetAddress().c_str(),
+           m_pServer->GetPort());
+
+    CUsbMediaPlayer* player = m_handler.Player();
+    while (m_isRunning) {
+        m_pServer->WaitMessage(kWaitMilliseconds);
+        player->CheckAlbumArt();
+    }
+    m_pServer->Close();
+    networking::cleanup();
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "control/rpc/FileDescriptor.h"
+#include "control/rpc/JsonStreamFramer.h"
+#include "control/rpc/Server.h"
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace Json {
+namespace Rpc {
+
+// JSON-RPC over raw TCP (no framing besides the JSON values themselves),
+// served by one thread through poll(2). Replies and notifications are queued
+// per client and written without blocking, so a client that stops reading
+// never delays another; one whose queue passes the limit is disconnected.
+//
+// Threads: Bind, Listen, WaitMessage and Close belong to the serving thread.
+// GetClients and Send may be called from any thread.
+class TcpServer : public Server {
+public:
+    static constexpr size_t kMaxRequestBytes = 1u << 20;  // an incomplete request past this is refused
+    static constexpr size_t kMaxQueuedBytes = 4u << 20;   // per-client output queue
+
+    TcpServer(std::string address, uint16_t port);
+    ~TcpServer() override;
+
+    bool Bind();
+    bool Listen();
+    const std::string& GetAddress() const { return m_address; }
+    uint16_t GetPort() const { return m_port; }
+
+    // Waits up to `timeoutMs` for activity, then serves everything that is ready.
+    void WaitMessage(int timeoutMs);
+
+    // Makes a WaitMessage in progress return at once.
+    void Wake();
+
+    // Sockets of the connected clients.
+    std::list<int> GetClients() const;
+
+    // Queues `text` for one client; false when that client is gone.
+    bool Send(int client, const std::string& text);
+
+    // Closes the listening socket and every client.
+    void Close();
+
+private:
+    struct Client {
+        explicit Client(int fd) : socket(fd), framer(kMaxRequestBytes) {}
+        FileDescriptor socket;
+        JsonStreamFramer framer;  // serving thread only
+        std::string outbox;       // guarded by m_mutex
+        size_t sent = 0;          // bytes of outbox already written
+        bool closing = false;     // peer finished sending: close once flushed
+        bool dead = false;        // close at the end of this round
+    };
+
+    void AcceptClients();
+    void ReadFrom(Client& client);
+    void Enqueue(Client& client, const std::string& text);
+    void FlushLocked(Client& client);
+    void CloseFinishedClients();
+    bool OnServingThread() const { return std::this_thread::get_id() == m_servingThread; }
+
+    const std::string m_address;
+    const uint16_t m_port;
+    FileDescriptor m_listener;
+    FileDescriptor m_wakeEvent;
+    std::atomic<std::thread::id> m_servingThread{};
+
+    mutable std::mutex m_mutex;  // membership of m_clients, outboxes, flags
+    std::map<int, std::unique_ptr<Client>> m_clients;
+};
+
+}  // namespace Rpc
+}  // namespace Json

@@ -1,0 +1,42 @@
+#include "core/Environment.h"
+
+#include <cstdlib>
+
+namespace {
+const char* Variable(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && value[0] != '\0' ? value : nullptr;
+}
+}  // namespace
+
+std::string SystemPath(const std::string& builtInPath)
+{
+    const char* root = Variable("USBMEDIA_ROOT");
+    if (root == nullptr) {
+        return builtInPath;
+    }
+    std::string prefix(root);
+    while (!prefix.empty() && prefix.back() == '/') {
+        prefix.pop_back();
+    }
+    return prefix + builtInPath;
+}
+
+std::string AudioSinkDescription()
+{
+    const char* sink = Variable("USBMEDIA_AUDIO_SINK");
+    return sink != nullptr ? sink : "alsasink";
+}
+
+int RpcPort()
+{
+    constexpr int kDefaultPort = 8885;
+    const char* port = Variable("USBMEDIA_PORT");
+    if (port == nullptr) {
+        return kDefaultPort;
+    }
+    char* end = nullptr;
+    const long value = std::strtol(port, &end, 10);
+    return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultPort;
+}

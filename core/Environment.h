@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+// Built-in absolute paths, ports and elements, each overridable from the
+// environment so the service can run on a desktop or under test:
+//   USBMEDIA_ROOT        prefix put before every built-in absolute path
+//   USBMEDIA_AUDIO_SINK  element description used instead of "alsasink"
+//   USBMEDIA_PORT        TCP port instead of 8885
+
+// A built-in absolute path such as "/mnt/usb-stick1", with the prefix.
+std::string SystemPath(const std::string& builtInPath);
+
+// The sound output's element description ("alsasink" by default).
+std::string AudioSinkDescription();
+
+// The JSON-RPC port (8885 by default).
+int RpcPort();

@@ -1,0 +1,59 @@
+#include "core/TextConversion.h"
+
+#include "core/IconvHandle.h"
+
+#include <vector>
+
+std::string Latin1ToUtf8(const std::string& text)
+{
+    CIconvHandle converter("UTF-8", "ISO8859-1");
+    if (!converter.IsOpen()) {
+        return std::string();
+    }
+    const size_t length = text.size();
+    if (length == 0) {
+        return std::string();
+    }
+    // Every ISO8859-1 byte needs at most two UTF-8 bytes; 4n leaves room.
+    std::vector<char> output(4 * length + 1, '\0');
+    char* in = const_cast<char*>(text.data());
+    size_t inLeft = length;
+    char* out = output.data();
+    size_t outLeft = 4 * length;
+    size_t result = 0;
+    while (result != static_cast<size_t>(-1) && inLeft > 0 && outLeft > 0) {
+        result = iconv(converter.Get(), &in, &inLeft, &out, &outLeft);
+    }
+    *out = '\0';
+    return std::string(output.data());
+}
+
+std::string Utf8ToLatin1(const char* text)
+{
+    std::string result;
+    if (text == nullptr) {
+        return result;
+    }
+    unsigned int codePoint = 0;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != 0; ++p) {
+        const unsigned char byte = *p;
+        const bool continuation = (byte & 0xC0) == 0x80;
+        if (byte < 0x80) {
+            codePoint = byte;
+        } else if (byte >= 0xC0) {
+            codePoint = byte < 0xE0 ? (byte & 0x1F) : byte < 0xF0 ? (byte & 0x0F) : (byte & 0x07);
+        } else {
+            codePoint = (codePoint << 6) | (byte & 0x3F);
+        }
+        const bool nextContinues = (p[1] & 0xC0) == 0x80;
+        if (nextContinues) {
+            continue;
+        }
+        if (!continuation) {
+            result += static_cast<char>(codePoint);
+        } else if (codePoint <= 0x10FFFF && codePoint <= 0xFF) {
+            result += static_cast<char>(codePoint);
+        }
+    }
+    return result;
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+// Names on the storage are ISO8859-1; clients speak UTF-8.
+
+// ISO8859-1 to UTF-8 through iconv. Stops at the first NUL byte; gives ""
+// when no converter can be opened.
+std::string Latin1ToUtf8(const std::string& text);
+
+// UTF-8 to ISO8859-1, byte for byte as clients' paths are matched against
+// the storage: characters up to U+00FF become their single byte, characters
+// above vanish, a lead byte without continuation yields its payload bits.
+std::string Utf8ToLatin1(const char* text);

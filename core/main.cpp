@@ -1,0 +1,92 @@
+// Entry of the USB media service daemon: banner, command line, request
+// server and its listener thread, then the GLib main loop until SIGINT or
+// SIGTERM.
+
+#include "control/UsbMediaRequestServer.h"
+#include "core/CommandLine.h"
+#include "core/Logger.h"
+#include "core/StartupTimer.h"
+
+#include <glib-unix.h>
+#include <glib.h>
+#include <gst/gst.h>
+#include <pthread.h>
+
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+
+namespace {
+constexpr const char* kLogSource = "main";
+
+GMainLoop* g_mainLoop = nullptr;
+
+// Runs on the main loop (GLib dispatches the signal there), so it may do
+// ordinary work safely.
+gboolean OnTerminateSignal(gpointer signalNumber)
+{
+    const int sig = GPOINTER_TO_INT(signalNumber);
+    if (sig == SIGINT || sig == SIGTERM) {
+        std::cout << "Exiting due to SIGINT/SIGTERM" << std::endl;
+        g_main_loop_quit(g_mainLoop);
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+void InstallTerminateHandler(int sig, int logLine, const char* failure)
+{
+    if (g_unix_signal_add(sig, OnTerminateSignal, GINT_TO_POINTER(sig)) == 0) {
+        LOG_AT(logLine, LOG_WARN, "%s", failure);
+    }
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    auto timer = std::make_unique<CStartupTimer>();
+    gettimeofday(&timer->start, nullptr);
+    std::cout << timer->name << " Started. " << std::endl;
+
+    CLogger::GetInstance().SetLevel(LOG_WARN);
+    std::string address = "127.0.0.1";
+    if (argc > 1) {
+        ApplyCommandLine(argc, argv, address);
+    }
+
+    UsbMediaRequestServer server;
+    server.Init(address);
+
+    // The flag is raised before the thread starts so that its loop cannot
+    // see it still false and end at once.
+    server.m_isRunning = true;
+    if (pthread_create(&server.m_thread, nullptr, &UsbMediaRequestServer::InternalThreadEntryFunc,
+                       &server) != 0) {
+        server.m_isRunning = false;
+    }
+    const bool listenerStarted = server.m_isRunning;
+
+    InstallTerminateHandler(SIGTERM, 123, "Error signal SIGTERM will not be handled\n");
+    InstallTerminateHandler(SIGINT, 128, "Error signal SIGINT will not be handled\n");
+
+    gst_init(&argc, &argv);
+    g_mainLoop = g_main_loop_new(nullptr, FALSE);
+
+    gettimeofday(&timer->end, nullptr);
+    TimevalSubtract(&timer->elapsed, &timer->end, &timer->start);
+    std::printf("\n\n%ld.%06ld\n", static_cast<long>(timer->elapsed.tv_sec),
+                static_cast<long>(timer->elapsed.tv_usec));
+    std::fflush(stdout);
+    std::cout << timer->name << " Ended. " << std::endl;
+    timer.reset();
+
+    g_main_loop_run(g_mainLoop);
+
+    g_main_loop_unref(g_mainLoop);
+    server.m_isRunning = false;
+    if (listenerStarted) {
+        pthread_join(server.m_thread, nullptr);
+    }
+    return 0;
+}

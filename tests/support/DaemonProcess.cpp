@@ -1,0 +1,159 @@
+#include "tests/support/DaemonProcess.h"
+
+#include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+namespace testing_support {
+
+namespace {
+using Clock = std::chrono::steady_clock;
+}
+
+std::string DaemonProcess::BinaryPath()
+{
+    return USBMEDIA_DAEMON_PATH;
+}
+
+int DaemonProcess::FreePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+DaemonProcess::DaemonProcess() : DaemonProcess(Options{})
+{
+}
+
+DaemonProcess::DaemonProcess(const Options& options)
+{
+    m_port = options.port != 0 ? options.port : FreePort();
+    char pattern[] = "/tmp/usbmedia-daemon-out-XXXXXX";
+    const int outFd = mkstemp(pattern);
+    if (outFd < 0) {
+        throw std::runtime_error("mkstemp failed");
+    }
+    m_outputPath = pattern;
+
+    std::vector<std::string> argv{BinaryPath()};
+    argv.insert(argv.end(), options.arguments.begin(), options.arguments.end());
+
+    m_pid = fork();
+    if (m_pid == 0) {
+        dup2(outFd, STDOUT_FILENO);
+        dup2(outFd, STDERR_FILENO);
+        setenv("USBMEDIA_PORT", std::to_string(m_port).c_str(), 1);
+        if (std::getenv("USBMEDIA_AUDIO_SINK") == nullptr) {
+            setenv("USBMEDIA_AUDIO_SINK", "fakesink sync=true", 1);
+        }
+        for (const auto& entry : options.environment) {
+            setenv(entry.first.c_str(), entry.second.c_str(), 1);
+        }
+        std::vector<char*> raw;
+        for (std::string& argument : argv) {
+            raw.push_back(argument.data());
+        }
+        raw.push_back(nullptr);
+        execv(raw[0], raw.data());
+        _exit(127);
+    }
+    close(outFd);
+    if (options.waitUntilServing) {
+        RpcClient probe;
+        if (!probe.Connect(m_port, 15000)) {
+            throw std::runtime_error("daemon did not start serving: " + Output());
+        }
+    }
+}
+
+DaemonProcess::~DaemonProcess()
+{
+    if (m_pid > 0) {
+        Stop(SIGKILL, 5000);
+    }
+    ::unlink(m_outputPath.c_str());
+}
+
+bool DaemonProcess::IsRunning()
+{
+    if (m_pid <= 0) {
+        return false;
+    }
+    int status = 0;
+    const pid_t done = waitpid(m_pid, &status, WNOHANG);
+    if (done == m_pid) {
+        m_pid = -1;
+        return false;
+    }
+    return true;
+}
+
+int DaemonProcess::Stop(int sig, int timeoutMs, double* seconds)
+{
+    if (m_pid <= 0) {
+        return -1;
+    }
+    const auto start = Clock::now();
+    kill(m_pid, sig);
+    const auto deadline = start + std::chrono::milliseconds(timeoutMs);
+    int status = 0;
+    for (;;) {
+        const pid_t done = waitpid(m_pid, &status, WNOHANG);
+        if (done == m_pid) {
+            break;
+        }
+        if (Clock::now() >= deadline) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, &status, 0);
+            m_pid = -1;
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    m_pid = -1;
+    if (seconds != nullptr) {
+        *seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    if (WIFEXITED(status)) {
+        return WEXITSTATUS(status);
+    }
+    return 128 + WTERMSIG(status);
+}
+
+std::string DaemonProcess::Output() const
+{
+    return ReadFile(m_outputPath);
+}
+
+bool DaemonProcess::WaitForOutput(const std::string& text, int timeoutMs)
+{
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (Clock::now() < deadline) {
+        if (Output().find(text) != std::string::npos) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return Output().find(text) != std::string::npos;
+}
+
+}  // namespace testing_support

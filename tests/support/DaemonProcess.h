@@ -1,0 +1,50 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+// The real daemon binary, started in its own process with standard output
+// captured to a file.
+class DaemonProcess {
+public:
+    struct Options {
+        std::vector<std::string> arguments;
+        std::map<std::string, std::string> environment;  // added to the test's own
+        int port = 0;                                     // 0: pick a free one
+        bool waitUntilServing = true;
+    };
+
+    explicit DaemonProcess(const Options& options);
+    DaemonProcess();
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    int Port() const { return m_port; }
+    pid_t Pid() const { return m_pid; }
+    bool IsRunning();
+
+    // Sends `sig` and waits for the exit; returns the exit status (-1 when it
+    // did not end within the time-out, then it is killed) and the time taken.
+    int Stop(int sig, int timeoutMs, double* seconds = nullptr);
+
+    // Everything the daemon wrote to standard output so far.
+    std::string Output() const;
+    // Waits until the output contains `text`.
+    bool WaitForOutput(const std::string& text, int timeoutMs);
+
+    static int FreePort();
+    static std::string BinaryPath();
+
+private:
+    pid_t m_pid = -1;
+    int m_port = 0;
+    std::string m_outputPath;
+};
+
+}  // namespace testing_support

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+namespace testing_support {
+
+// A fresh directory under $TMPDIR (or /tmp), removed with its contents at
+// the end of the test.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    std::string operator/(const std::string& relative) const { return m_path + "/" + relative; }
+
+private:
+    std::string m_path;
+};
+
+// Creates a directory and its parents.
+void MakeDirs(const std::string& path);
+// Writes a file, creating its parents.
+void WriteFile(const std::string& path, const std::string& contents);
+std::string ReadFile(const std::string& path);
+void RemoveTree(const std::string& path);
+
+}  // namespace testing_support
