@@ -1,15 +1,26 @@
 #include "control/UsbMediaRequestHandler.h"
 
+#include "control/ReplyHelpers.h"
 #include "player/UsbMediaPlayer.h"
 
-namespace {
-// Starts every reply: the protocol version and the request's id as it came.
 void BeginReply(const Json::Value& request, Json::Value& response)
 {
     response["jsonrpc"] = "2.0";
-    response["id"] = request["id"];
+    response["id"] = request.isObject() ? request["id"] : Json::Value::nullSingleton();
 }
-}  // namespace
+
+Json::Value PlayerErrorObject(CUsbMediaPlayer& player)
+{
+    Json::Value error(Json::objectValue);
+    error["code"] = player.GetErrorCode();
+    error["message"] = player.GetErrorMessage();
+    return error;
+}
+
+const Json::Value& Params(const Json::Value& request)
+{
+    return request.isObject() ? request["params"] : Json::Value::nullSingleton();
+}
 
 UsbMediaRequestHandler::UsbMediaRequestHandler() : m_pPlayer(&CUsbMediaPlayer::GetInstance())
 {
@@ -34,3 +45,5 @@ bool UsbMediaRequestHandler::ping(const Json::Value& request, Json::Value& respo
     response["result"] = true;
     return true;
 }
+
+UsbMediaRequestHandler::~UsbMediaRequestHandler() = default;

@@ -3,14 +3,18 @@
 #include <json/value.h>
 
 class CUsbMediaPlayer;
+class SSuspensionData;
 
 // The JSON-RPC methods of the service. Each fills the whole reply ("jsonrpc",
-// "id", then "error" beside "result" when the player's operation failed) and
-// always returns true: failures travel inside the reply.
+// "id", then "error" beside "result" when the player's operation failed),
+// reads its parameters leniently (missing means 0, false or "") and always
+// returns true: failures travel inside the reply.
+// Sources: UsbMediaRequestHandler.cpp (test methods, shared reply helpers),
+// PlaybackMethods.cpp, BrowsingMethods.cpp, DeviceMethods.cpp.
 class UsbMediaRequestHandler {
 public:
     UsbMediaRequestHandler();
-    virtual ~UsbMediaRequestHandler() = default;
+    virtual ~UsbMediaRequestHandler();
 
     UsbMediaRequestHandler(const UsbMediaRequestHandler&) = delete;
     UsbMediaRequestHandler& operator=(const UsbMediaRequestHandler&) = delete;
@@ -20,8 +24,48 @@ public:
     bool Notify(const Json::Value& request, Json::Value& response);
     bool ping(const Json::Value& request, Json::Value& response);
 
+    // Browsing.
+    bool getFileListUSB(const Json::Value& request, Json::Value& response);
+    bool getFileListByGroupID(const Json::Value& request, Json::Value& response);
+    // Built but not registered: clients cannot reach it.
+    bool searchFilesUSB(const Json::Value& request, Json::Value& response);
+
+    // Playback.
+    bool setRepeatModeUSB(const Json::Value& request, Json::Value& response);
+    bool getRepeatModeUSB(const Json::Value& request, Json::Value& response);
+    bool enableShuffleUSB(const Json::Value& request, Json::Value& response);
+    bool isShuffleEnabledUSB(const Json::Value& request, Json::Value& response);
+    bool playFileUSB(const Json::Value& request, Json::Value& response);
+    bool getCurrentTrackInfoUSB(const Json::Value& request, Json::Value& response);
+    bool playUSB(const Json::Value& request, Json::Value& response);
+    bool pauseUSB(const Json::Value& request, Json::Value& response);
+    bool nextUSB(const Json::Value& request, Json::Value& response);
+    bool previousUSB(const Json::Value& request, Json::Value& response);
+    bool stopPlayingUSB(const Json::Value& request, Json::Value& response);
+    bool restartSongUSB(const Json::Value& request, Json::Value& response);
+    bool getTrackAlbumArt(const Json::Value& request, Json::Value& response);
+    bool getBufferedAlbumArt(const Json::Value& request, Json::Value& response);
+    bool playAllSongsUSB(const Json::Value& request, Json::Value& response);
+    bool getCurrentPlayerState(const Json::Value& request, Json::Value& response);
+    bool seekForward(const Json::Value& request, Json::Value& response);
+    bool seekBackward(const Json::Value& request, Json::Value& response);
+    bool playFileIndex(const Json::Value& request, Json::Value& response);
+    bool seek(const Json::Value& request, Json::Value& response);
+
+    // Device, suspension and storage.
+    bool isUSBconnected(const Json::Value& request, Json::Value& response);
+    bool usbConnectionEvent(const Json::Value& request, Json::Value& response);
+    bool setSoftPowerOff(const Json::Value& request, Json::Value& response);
+    bool popSuspendedTrackInfo(const Json::Value& request, Json::Value& response);
+    bool indexUsbStorage(const Json::Value& request, Json::Value& response);
+    bool getUsbStorageCrc32(const Json::Value& request, Json::Value& response);
+
     CUsbMediaPlayer* Player() const { return m_pPlayer; }
 
 private:
+    void SaveSuspension();
+
     CUsbMediaPlayer* m_pPlayer;
+    bool m_isSuspended = false;
+    SSuspensionData* m_pSuspensionData = nullptr;  // owned
 };

@@ -21,11 +21,42 @@ struct SRegistration {
     HandlerMethod method;
 };
 
-// The method table, in registration order.
+// The method table, in registration order. "playFileUSB" is registered
+// twice on purpose; the second registration replaces the first, so calls
+// reach it once.
 const SRegistration kRegistry[] = {
     {"print", &UsbMediaRequestHandler::Print},
     {"notify", &UsbMediaRequestHandler::Notify},
+    {"getFileListUSB", &UsbMediaRequestHandler::getFileListUSB},
+    {"getFileListByGroupID", &UsbMediaRequestHandler::getFileListByGroupID},
+    {"isUSBconnected", &UsbMediaRequestHandler::isUSBconnected},
+    {"setRepeatModeUSB", &UsbMediaRequestHandler::setRepeatModeUSB},
+    {"getRepeatModeUSB", &UsbMediaRequestHandler::getRepeatModeUSB},
+    {"enableShuffleUSB", &UsbMediaRequestHandler::enableShuffleUSB},
+    {"isShuffleEnabledUSB", &UsbMediaRequestHandler::isShuffleEnabledUSB},
+    {"playFileUSB", &UsbMediaRequestHandler::playFileUSB},
+    {"playFileUSB", &UsbMediaRequestHandler::playFileUSB},
+    {"getCurrentTrackInfoUSB", &UsbMediaRequestHandler::getCurrentTrackInfoUSB},
+    {"playUSB", &UsbMediaRequestHandler::playUSB},
+    {"pauseUSB", &UsbMediaRequestHandler::pauseUSB},
+    {"nextUSB", &UsbMediaRequestHandler::nextUSB},
+    {"previousUSB", &UsbMediaRequestHandler::previousUSB},
+    {"stopPlayingUSB", &UsbMediaRequestHandler::stopPlayingUSB},
+    {"restartSongUSB", &UsbMediaRequestHandler::restartSongUSB},
+    {"getTrackAlbumArt", &UsbMediaRequestHandler::getTrackAlbumArt},
+    {"getBufferedAlbumArt", &UsbMediaRequestHandler::getBufferedAlbumArt},
     {"ping", &UsbMediaRequestHandler::ping},
+    {"usbConnectionEvent", &UsbMediaRequestHandler::usbConnectionEvent},
+    {"playAllSongsUSB", &UsbMediaRequestHandler::playAllSongsUSB},
+    {"getCurrentPlayerState", &UsbMediaRequestHandler::getCurrentPlayerState},
+    {"seekForward", &UsbMediaRequestHandler::seekForward},
+    {"seekBackward", &UsbMediaRequestHandler::seekBackward},
+    {"playFileIndex", &UsbMediaRequestHandler::playFileIndex},
+    {"setSoftPowerOff", &UsbMediaRequestHandler::setSoftPowerOff},
+    {"popSuspendedTrackInfo", &UsbMediaRequestHandler::popSuspendedTrackInfo},
+    {"seek", &UsbMediaRequestHandler::seek},
+    {"indexUsbStorage", &UsbMediaRequestHandler::indexUsbStorage},
+    {"getUsbStorageCrc32", &UsbMediaRequestHandler::getUsbStorageCrc32},
 };
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include "core/CommandLine.h"
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
+#include "player/UsbMediaPlayer.h"
 
 #include <glib-unix.h>
 #include <glib.h>
@@ -88,5 +89,7 @@ int main(int argc, char** argv)
     if (listenerStarted) {
         pthread_join(server.m_thread, nullptr);
     }
+    // Playback and the player's threads end here, not under static destructors.
+    CUsbMediaPlayer::GetInstance().Shutdown();
     return 0;
 }

@@ -1,0 +1,20 @@
+// Placeholder bodies, replaced as the subsystem is built.
+#include "player/UsbMediaPlayer.h"
+
+gboolean CUsbMediaPlayer::OnBusMessage(GstBus*, GstMessage*, gpointer)
+{
+    return TRUE;
+}
+
+void CUsbMediaPlayer::RequestAlbumArt()
+{
+}
+
+void CUsbMediaPlayer::CheckAlbumArt()
+{
+}
+
+std::string CUsbMediaPlayer::GetBufferedAlbumArt()
+{
+    return std::string();
+}
