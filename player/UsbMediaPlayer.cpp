@@ -67,3 +67,7 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
 
 CUsbMediaPlayer::CUsbMediaPlayer() = default;
 CUsbMediaPlayer::~CUsbMediaPlayer() = default;
+
+void CUsbMediaPlayer::Shutdown()
+{
+}
