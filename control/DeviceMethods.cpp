@@ -27,18 +27,6 @@ bool UsbMediaRequestHandler::popSuspendedTrackInfo(const Json::Value& request, J
     return true;
 }
 
-bool UsbMediaRequestHandler::indexUsbStorage(const Json::Value& request, Json::Value& response)
-{
-    BeginReply(request, response);
-    return true;
-}
-
-bool UsbMediaRequestHandler::getUsbStorageCrc32(const Json::Value& request, Json::Value& response)
-{
-    BeginReply(request, response);
-    return true;
-}
-
 void UsbMediaRequestHandler::SaveSuspension()
 {
 }

@@ -10,7 +10,7 @@ class SSuspensionData;
 // reads its parameters leniently (missing means 0, false or "") and always
 // returns true: failures travel inside the reply.
 // Sources: UsbMediaRequestHandler.cpp (test methods, shared reply helpers),
-// PlaybackMethods.cpp, BrowsingMethods.cpp, DeviceMethods.cpp.
+// PlaybackMethods.cpp, BrowsingMethods.cpp, DeviceMethods.cpp, StorageMethods.cpp.
 class UsbMediaRequestHandler {
 public:
     UsbMediaRequestHandler();

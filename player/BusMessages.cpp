@@ -5,16 +5,3 @@ gboolean CUsbMediaPlayer::OnBusMessage(GstBus*, GstMessage*, gpointer)
 {
     return TRUE;
 }
-
-void CUsbMediaPlayer::RequestAlbumArt()
-{
-}
-
-void CUsbMediaPlayer::CheckAlbumArt()
-{
-}
-
-std::string CUsbMediaPlayer::GetBufferedAlbumArt()
-{
-    return std::string();
-}

@@ -56,8 +56,9 @@ enum RepeatMode : int32_t {
 // sent with the player lock held.
 // The operations are grouped by concern in separate sources: UsbMediaPlayer.cpp
 // (state, lifecycle, accessors), Pipeline.cpp, Transport.cpp, Playlist.cpp,
-// ProgressThreads.cpp, Notifications.cpp, BusMessages.cpp, AlbumArt.cpp,
-// UsbConnection.cpp and MediaLibrary.cpp.
+// ProgressThreads.cpp, Notifications.cpp, BusMessages.cpp (dispatch and end of
+// stream), BusErrors.cpp, TagMessages.cpp, AlbumArt.cpp, UsbConnection.cpp
+// and MediaLibrary.cpp.
 class CUsbMediaPlayer : public virtual CError {
 public:
     static CUsbMediaPlayer& GetInstance();
