@@ -1,0 +1,181 @@
+// Request latency of the running daemon: "ping" round trips with 1 and with
+// 64 concurrent clients, beside a plain TCP echo round trip of the same bytes
+// measured in the same run. Prints figures and ratios; asserts nothing.
+//
+// Usage: ping_bench [round-trips-per-client (default 1000)]
+
+#include "tests/support/DaemonProcess.h"
+#include "tests/support/RpcClient.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+using testing_support::DaemonProcess;
+using testing_support::RpcClient;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+const std::string kPing = "{\"jsonrpc\":\"2.0\",\"method\":\"ping\",\"id\":1}";
+const std::string kPingReply = "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}";
+
+struct SFigures {
+    double p50Us = 0;
+    double p99Us = 0;
+    double requestsPerSecond = 0;
+    long errors = 0;
+};
+
+// A plain echo server: one thread per connection, blocking reads and writes.
+class EchoServer {
+public:
+    EchoServer()
+    {
+        m_listener = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
+        m_port = ntohs(address.sin_port);
+        listen(m_listener, 128);
+        m_acceptor = std::thread([this] { AcceptLoop(); });
+    }
+    ~EchoServer()
+    {
+        shutdown(m_listener, SHUT_RDWR);
+        close(m_listener);
+        m_acceptor.join();
+        for (auto& worker : m_workers) {
+            worker.join();
+        }
+    }
+    int Port() const { return m_port; }
+
+private:
+    void AcceptLoop()
+    {
+        for (;;) {
+            const int fd = accept(m_listener, nullptr, nullptr);
+            if (fd < 0) {
+                return;
+            }
+            const int on = 1;
+            setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            m_workers.emplace_back([fd] {
+                char buffer[4096];
+                for (;;) {
+                    const ssize_t n = read(fd, buffer, sizeof buffer);
+                    if (n <= 0 || write(fd, buffer, static_cast<size_t>(n)) != n) {
+                        break;
+                    }
+                }
+                close(fd);
+            });
+        }
+    }
+    int m_listener = -1;
+    int m_port = 0;
+    std::thread m_acceptor;
+    std::vector<std::thread> m_workers;
+};
+
+// Round trips of `request` by `clients` concurrent connections.
+SFigures Measure(int port, int clients, int roundTrips, const std::string& request, const std::string& reply,
+                 bool echo)
+{
+    std::vector<std::vector<double>> latencies(static_cast<size_t>(clients));
+    std::atomic<long> errors{0};
+    std::vector<std::thread> threads;
+    const auto start = Clock::now();
+    for (int c = 0; c < clients; ++c) {
+        threads.emplace_back([&, c] {
+            RpcClient client;
+            if (!client.Connect(port)) {
+                errors += roundTrips;
+                return;
+            }
+            auto& mine = latencies[static_cast<size_t>(c)];
+            mine.reserve(static_cast<size_t>(roundTrips));
+            const std::string wire = echo ? request + "\n" : request;
+            for (int i = 0; i < roundTrips; ++i) {
+                const auto sent = Clock::now();
+                std::string line;
+                if (!client.SendRaw(wire) || !client.ReadLine(line, 10000) || line != reply) {
+                    ++errors;
+                    continue;
+                }
+                mine.push_back(std::chrono::duration<double, std::micro>(Clock::now() - sent).count());
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    std::vector<double> all;
+    for (const auto& each : latencies) {
+        all.insert(all.end(), each.begin(), each.end());
+    }
+    SFigures figures;
+    figures.errors = errors;
+    if (all.empty()) {
+        return figures;
+    }
+    std::sort(all.begin(), all.end());
+    figures.p50Us = all[all.size() / 2];
+    figures.p99Us = all[std::min(all.size() - 1, all.size() * 99 / 100)];
+    figures.requestsPerSecond = static_cast<double>(all.size()) / seconds;
+    return figures;
+}
+
+void PrintRow(const char* name, const SFigures& ping, const SFigures& echo)
+{
+    std::printf("| %-8s | %9.1f | %9.1f | %10.0f | %6ld | %9.1f | %9.1f | %10.0f | %9.2f |\n", name,
+                ping.p50Us, ping.p99Us, ping.requestsPerSecond, ping.errors, echo.p50Us, echo.p99Us,
+                echo.requestsPerSecond, echo.p50Us > 0 ? ping.p50Us / echo.p50Us : 0.0);
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const int roundTrips = argc > 1 ? std::atoi(argv[1]) : 1000;
+    struct rlimit limit {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+
+    DaemonProcess daemon;
+    EchoServer echo;
+
+    // Warm both paths first.
+    Measure(daemon.Port(), 1, 200, kPing, kPingReply, false);
+    Measure(echo.Port(), 1, 200, kPing, kPing, true);
+
+    const SFigures ping1 = Measure(daemon.Port(), 1, roundTrips, kPing, kPingReply, false);
+    const SFigures echo1 = Measure(echo.Port(), 1, roundTrips, kPing, kPing, true);
+    const SFigures ping64 = Measure(daemon.Port(), 64, roundTrips, kPing, kPingReply, false);
+    const SFigures echo64 = Measure(echo.Port(), 64, roundTrips, kPing, kPing, true);
+
+    std::printf("\nping round trips (%d per client), microseconds\n\n", roundTrips);
+    std::printf("| %-8s | %9s | %9s | %10s | %6s | %9s | %9s | %10s | %9s |\n", "clients", "ping p50",
+                "ping p99", "ping req/s", "errors", "echo p50", "echo p99", "echo req/s", "p50 ratio");
+    std::printf("|%s|\n", std::string(105, '-').c_str());
+    PrintRow("1", ping1, echo1);
+    PrintRow("64", ping64, echo64);
+    std::printf("\ntarget: ping p50 within 2x of echo; 64 clients with no error\n");
+    return 0;
+}

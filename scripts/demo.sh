@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Sets up, builds, makes a demo stick and runs the service in the foreground
+# on it, so a newcomer can talk to it at once (Ctrl-C stops it).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DUSBMEDIA_BUILD_TESTS=OFF >/dev/null
+cmake --build build -j"$(nproc)"
+
+export USBMEDIA_ROOT="${USBMEDIA_ROOT:-$PWD/demo/root}"
+bash scripts/make-demo-stick.sh "$USBMEDIA_ROOT"
+
+if [ -z "${USBMEDIA_AUDIO_SINK:-}" ] && ! ls /dev/snd/pcm* >/dev/null 2>&1; then
+  export USBMEDIA_AUDIO_SINK="fakesink sync=true"
+  echo "No sound card found: playing into '$USBMEDIA_AUDIO_SINK' (real time, silent)."
+fi
+port="${USBMEDIA_PORT:-8885}"
+cat <<MSG
+
+Starting the service on 127.0.0.1:$port with USBMEDIA_ROOT=$USBMEDIA_ROOT
+From another terminal:
+  build/usb-media-ctl index /mnt/usb-stick1     # index the stick
+  build/usb-media-ctl ls                         # browse it
+  build/usb-media-ctl play-all                   # play everything
+  build/usb-media-ctl watch                      # see the notifications
+or by hand:
+  printf '{"jsonrpc":"2.0","method":"ping","id":1}' | nc -q1 127.0.0.1 $port
+
+MSG
+exec build/usb-media-service "$@"
