@@ -56,6 +56,11 @@ int main(int argc, char** argv)
         ApplyCommandLine(argc, argv, address);
     }
 
+    // Termination is handled before the control port opens, so a client that
+    // can connect can also stop the service cleanly.
+    InstallTerminateHandler(SIGTERM, 123, "Error signal SIGTERM will not be handled\n");
+    InstallTerminateHandler(SIGINT, 128, "Error signal SIGINT will not be handled\n");
+
     UsbMediaRequestServer server;
     server.Init(address);
 
@@ -67,9 +72,6 @@ int main(int argc, char** argv)
         server.m_isRunning = false;
     }
     const bool listenerStarted = server.m_isRunning;
-
-    InstallTerminateHandler(SIGTERM, 123, "Error signal SIGTERM will not be handled\n");
-    InstallTerminateHandler(SIGINT, 128, "Error signal SIGINT will not be handled\n");
 
     gst_init(&argc, &argv);
     g_mainLoop = g_main_loop_new(nullptr, FALSE);
