@@ -3,6 +3,7 @@
 // SIGTERM.
 
 #include "control/UsbMediaRequestServer.h"
+#include "control/rpc/TcpServer.h"
 #include "core/CommandLine.h"
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
@@ -88,6 +89,9 @@ int main(int argc, char** argv)
 
     g_main_loop_unref(g_mainLoop);
     server.m_isRunning = false;
+    if (server.m_pServer != nullptr) {
+        server.m_pServer->Wake();  // end the listener's current wait now
+    }
     if (listenerStarted) {
         pthread_join(server.m_thread, nullptr);
     }
