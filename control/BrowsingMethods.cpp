@@ -1,22 +1,146 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Browsing: pages of a folder's records by path or by group ID, and the
+// (unregistered) text search.
 #include "control/UsbMediaRequestHandler.h"
 
+#include "control/Paging.h"
 #include "control/ReplyHelpers.h"
+#include "core/Logger.h"
+#include "core/TextConversion.h"
+#include "player/UsbMediaPlayer.h"
+
+#include <string>
+#include <vector>
+
+namespace {
+constexpr const char* kLogSource = "UsbMediaRequestHandler";
+const std::string kStarLine(96, '*');
+
+// Latin1ToUtf8 of `text`. Text of plain ASCII bytes (no NUL) converts to
+// itself, so iconv is asked only for names holding other bytes.
+std::string ToClientText(const std::string& text)
+{
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte == 0 || byte > 0x7F) {
+            return Latin1ToUtf8(text);
+        }
+    }
+    return text;
+}
+
+// Builds the entries of a page as clients see them, names converted to
+// UTF-8. The records of a folder share one path, so the converted path of
+// the previous record is reused while it stays the same.
+class CEntryWriter {
+public:
+    CEntryWriter(bool withId, Json::Value& filelist) : m_withId(withId), m_filelist(filelist) {}
+
+    void Append(const CFile& file)
+    {
+        Json::Value& entry = m_filelist.append(Json::Value(Json::objectValue));
+        entry["name"] = ToClientText(file.m_name);
+        entry["path"] = Utf8Path(file.m_path);
+        entry["isFolder"] = file.m_isFolder;
+        if (m_withId) {
+            entry["ID"] = Json::UInt(file.m_id);
+        }
+    }
+
+private:
+    const std::string& Utf8Path(const std::string& path)
+    {
+        if (!m_hasPath || path != m_latin1Path) {
+            m_latin1Path = path;
+            m_utf8Path = ToClientText(path);
+            m_hasPath = true;
+        }
+        return m_utf8Path;
+    }
+
+    const bool m_withId;
+    Json::Value& m_filelist;
+    bool m_hasPath = false;
+    std::string m_latin1Path;
+    std::string m_utf8Path;
+};
+
+// Fills `result` for both browse methods; `emptyPage` is what a page
+// without entries sends (null or []).
+void FillBrowseResult(const std::vector<CFile>& files, const Json::Value& params, int itemCount,
+                      Json::ValueType emptyPage, Json::Value& result)
+{
+    const SBrowsePage page = BrowsePage(files.size(), params["startIndex"].asInt(), itemCount);
+    result = Json::Value(Json::objectValue);
+    result["currIndex"] = Json::UInt(page.currIndex);
+    Json::Value& filelist = result["filelist"];
+    filelist = Json::Value(emptyPage);
+    CEntryWriter writer(true, filelist);
+    for (size_t i = page.begin; i < page.end; ++i) {
+        writer.Append(files[i]);
+    }
+    result["totalCount"] = static_cast<int>(files.size());
+}
+}  // namespace
 
 bool UsbMediaRequestHandler::getFileListUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    const Json::Value& params = Params(request);
+    const std::string path = Utf8ToLatin1(params["path"].asString().c_str());
+    const int itemCount = params["itemCount"].asInt();
+    const bool isMaxDepth = params["isMaxDepth"].asBool();
+    LOG(LOG_INFO, "%s\n", kStarLine.c_str());
+    LOG(LOG_INFO, "Path to get index of %s\n", path.c_str());
+    LOG(LOG_INFO, "Max number of files to send: %d\n", itemCount);
+
+    const std::vector<CFile> files = m_pPlayer->GetFileListByPath(path, isMaxDepth);
+    if (files.empty()) {
+        response["error"] = PlayerErrorObject(*m_pPlayer);
+    }
+    LOG(LOG_INFO, "Got the list of files. List size: %d\n", static_cast<int>(files.size()));
+    FillBrowseResult(files, params, itemCount, Json::nullValue, response["result"]);
+    LOG(LOG_INFO, "%s\n", kStarLine.c_str());
     return true;
 }
 
 bool UsbMediaRequestHandler::getFileListByGroupID(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    const Json::Value& params = Params(request);
+    const uint32_t groupId = params["groupID"].asUInt();
+    const int itemCount = params["itemCount"].asInt();
+    const bool isMaxDepth = params["isMaxDepth"].asBool();
+
+    const std::vector<CFile> files = m_pPlayer->_getFileListByGroupID(groupId, isMaxDepth);
+    if (files.empty()) {
+        response["error"] = PlayerErrorObject(*m_pPlayer);
+    }
+    FillBrowseResult(files, params, itemCount, Json::arrayValue, response["result"]);
     return true;
 }
 
 bool UsbMediaRequestHandler::searchFilesUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    const Json::Value& params = Params(request);
+    const std::string searchText = params["searchText"].asString();
+    const std::string path = params["path"].asString();
+    const int itemCount = params["itemCount"].asInt();
+    const int startIndex = params["startIndex"].asInt();
+
+    const std::vector<CFile> files = m_pPlayer->SearchFiles(path, searchText);
+    if (files.empty()) {
+        response["error"] = PlayerErrorObject(*m_pPlayer);
+    }
+    const SSearchPage page = SearchPage(files.size(), startIndex, itemCount);
+    Json::Value& result = response["result"];
+    result = Json::Value(Json::objectValue);
+    result["currIndex"] = Json::UInt(page.currIndex);
+    Json::Value& filelist = result["filelist"];
+    CEntryWriter writer(false, filelist);
+    for (const size_t position : page.positions) {
+        writer.Append(files[position]);
+    }
+    result["totalCount"] = Json::UInt(static_cast<uint32_t>(files.size()));
     return true;
 }

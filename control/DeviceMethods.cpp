@@ -1,32 +1,103 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Device methods: USB stick queries and events from the platform, and the
+// playback snapshot kept across a soft power-off.
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/ReplyHelpers.h"
+#include "core/TextConversion.h"
+#include "player/SuspensionData.h"
+#include "player/UsbMediaPlayer.h"
+
+namespace {
+// The error text of a device event: unsupported wins over unreadable.
+std::string DeviceErrorText(const Json::Value& params)
+{
+    if (!params["isSupported"].asBool()) {
+        return "not_supported";
+    }
+    if (!params["isReadable"].asBool()) {
+        return "unreadable";
+    }
+    return std::string();
+}
+
+Json::Value SuspensionReport(const SSuspensionData& data)
+{
+    Json::Value report(Json::objectValue);
+    report["isSuspended"] = true;
+    report["trackTime"] = data.m_trackTime;
+    report["filePath"] = Latin1ToUtf8(data.m_track.GetPath());
+    report["fileName"] = Latin1ToUtf8(data.m_track.GetName());
+    report["isShuffleOn"] = data.m_isShuffle;
+    report["repeatMode"] = data.m_repeatMode;
+    report["playerState"] = data.m_playerState;
+    return report;
+}
+}  // namespace
 
 bool UsbMediaRequestHandler::isUSBconnected(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    const std::string deviceName = Params(request)["deviceName"].asString();
+    Json::Value result(Json::objectValue);
+    result["connected"] = m_pPlayer->IsUsbConnected(deviceName);
+    result["errorCode"] = m_pPlayer->GetUsbErrorCode();
+    response["result"] = result;
     return true;
 }
 
 bool UsbMediaRequestHandler::usbConnectionEvent(const Json::Value& request, Json::Value& response)
 {
+    const Json::Value& params = Params(request);
+    const std::string device = params["usbDevice"].asString();
+    const bool connected = params["usbConnected"].asBool();
+    const std::string errorText = DeviceErrorText(params);
     BeginReply(request, response);
+    m_pPlayer->OnUsbConnectionEvent(device, connected, errorText);
     return true;
 }
 
 bool UsbMediaRequestHandler::setSoftPowerOff(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    Json::Value result(Json::objectValue);
+    result["setSoftPowerOff"] = true;
+    response["result"] = result;
+    if (Params(request)["softPowerOff"].asBool()) {
+        SaveSuspension();
+        return true;
+    }
+    // Waking up: a snapshot taken before is handed out on the next pop.
+    if (m_pSuspensionData != nullptr) {
+        m_isSuspended = true;
+    }
     return true;
 }
 
 bool UsbMediaRequestHandler::popSuspendedTrackInfo(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    Json::Value suspensionData(Json::objectValue);
+    suspensionData["isSuspended"] = false;
+    if (m_isSuspended && m_pSuspensionData != nullptr) {
+        suspensionData = SuspensionReport(*m_pSuspensionData);
+        delete m_pSuspensionData;
+        m_pSuspensionData = nullptr;
+    }
+    m_isSuspended = false;
+    Json::Value result(Json::objectValue);
+    result["suspensionData"] = suspensionData;
+    response["result"] = result;
     return true;
 }
 
+// Keeps a snapshot of playback, but only while paused or playing: a stopped
+// or seeking player leaves any older snapshot in place.
 void UsbMediaRequestHandler::SaveSuspension()
 {
+    const int32_t state = m_pPlayer->GetPlayerState();
+    if (state != STATE_PAUSED && state != STATE_PLAYING) {
+        return;
+    }
+    delete m_pSuspensionData;
+    m_pSuspensionData = new SSuspensionData(*m_pPlayer);
 }

@@ -1,16 +1,34 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// The storage index of a stick and its checksum.
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/ReplyHelpers.h"
+#include "core/TextConversion.h"
+#include "player/UsbMediaPlayer.h"
+
+#include <cstdio>
+#include <string>
 
 bool UsbMediaRequestHandler::indexUsbStorage(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    const std::string path = Utf8ToLatin1(Params(request)["usbStoragePath"].asString().c_str());
+    const bool success = m_pPlayer->IndexStorage(path);
+    if (!success) {
+        response["error"] = PlayerErrorObject(*m_pPlayer);
+    }
+    Json::Value result(Json::objectValue);
+    result["success"] = success;
+    response["result"] = result;
     return true;
 }
 
 bool UsbMediaRequestHandler::getUsbStorageCrc32(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    char text[16];
+    std::snprintf(text, sizeof text, "%u", m_pPlayer->GetStorageCrc32());
+    Json::Value result(Json::objectValue);
+    result["crc32"] = text;
+    response["result"] = result;
     return true;
 }

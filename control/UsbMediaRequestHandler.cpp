@@ -1,6 +1,7 @@
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/ReplyHelpers.h"
+#include "player/SuspensionData.h"
 #include "player/UsbMediaPlayer.h"
 
 void BeginReply(const Json::Value& request, Json::Value& response)
@@ -46,4 +47,7 @@ bool UsbMediaRequestHandler::ping(const Json::Value& request, Json::Value& respo
     return true;
 }
 
-UsbMediaRequestHandler::~UsbMediaRequestHandler() = default;
+UsbMediaRequestHandler::~UsbMediaRequestHandler()
+{
+    delete m_pSuspensionData;
+}

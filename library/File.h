@@ -60,3 +60,9 @@ std::string StripTrailingSlashes(std::string text);
 
 // Byte-wise tolower copy ("C" locale, no UTF-8 awareness).
 std::string ToLowerCopy(const std::string& text);
+
+// Byte-wise "C" locale tolower of one byte, whatever the process locale.
+inline char ToLowerAscii(char c)
+{
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}

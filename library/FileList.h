@@ -3,6 +3,7 @@
 #include "core/Error.h"
 #include "library/File.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,12 +19,16 @@ public:
     // Destroys all records, forgets the root path, clears the status.
     void Clear();
 
-    // Walks `path` and collects the audio files whose lower-cased name holds
-    // the lower-cased `searchText`, and with `withFolders` the folders that
-    // hold audio. Sorts the result when the walk succeeded.
+    // Walks `path` and collects the audio files (".mp3", ".wma", ".wav", any
+    // case) whose lower-cased name holds the lower-cased `searchText`, and the
+    // folders that hold audio: all of them with `recursive` and `withFolders`,
+    // only the first level without `recursive`. Hidden names, links and
+    // unreadable subfolders are skipped. Sorts the result when the walk
+    // succeeded. The walk keeps its own stack, so any depth is safe.
     bool Scan(const std::string& path, const std::string& searchText, bool recursive, bool withFolders,
               bool flag, int dirLevel = 0);
 
+    // Folders first, then files, each run by name in byte order.
     void Sort();
 
     // A copy of the first record with `id`, or the root record.

@@ -9,6 +9,9 @@
 // folder last asked for; m_groupDirty forces a rebuild after the index changed.
 class CFolderGroups {
 public:
+    // True when ListFolder would answer `folderPath` from the cache.
+    bool IsCached(const std::string& folderPath) const { return !m_groupDirty && folderPath == m_groupPath; }
+
     // The records of `index` whose path is exactly `folderPath`, sorted;
     // the cached list when the path is unchanged and the cache is clean.
     const CFileList& ListFolder(const CFileList& index, const std::string& folderPath);
@@ -16,7 +19,13 @@ public:
     // Must be called whenever the index is rebuilt or emptied.
     void MarkDirty() { m_groupDirty = true; }
 
+    // Empties the folder list (the stick went away) and marks the cache dirty.
+    void Clear();
+
     CFileList m_usbFileList;
     std::string m_groupPath;
     bool m_groupDirty = true;
+    // The folder group 0 stands for: where the storage index was last built
+    // from, without trailing "/"; empty before the first build.
+    std::string m_rootPath;
 };

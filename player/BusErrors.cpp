@@ -1,6 +1,72 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Errors posted on the pipeline's bus: an unreadable file reports its stick
+// as failed, a missing file restarts the stick once and then reports it, and
+// anything else (a file that does not decode, say) skips to the next track.
 #include "player/UsbMediaPlayer.h"
 
-void CUsbMediaPlayer::HandleBusError(GstMessage*)
+#include "core/Environment.h"
+#include "core/Logger.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+
+// Codes of the resource error domain; only the code is looked at, whatever
+// the domain of the error.
+constexpr gint kNotFoundCode = 3;  // GST_RESOURCE_ERROR_NOT_FOUND
+constexpr gint kReadCode = 9;      // GST_RESOURCE_ERROR_READ
+
+bool IsOnSecondStick(const std::string& directory)
 {
+    return directory.find("usb-stick2") != std::string::npos;
+}
+
+// The device name of the stick that holds `directory`.
+std::string StickDevice(const std::string& directory)
+{
+    return IsOnSecondStick(directory) ? "usb2" : "usb1";
+}
+
+std::string StickRoot(const std::string& directory)
+{
+    return SystemPath(IsOnSecondStick(directory) ? "/mnt/usb-stick2" : "/mnt/usb-stick1");
+}
+}  // namespace
+
+void CUsbMediaPlayer::HandleBusError(GstMessage* message)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    GError* rawError = nullptr;
+    gchar* rawDebug = nullptr;
+    gst_message_parse_error(message, &rawError, &rawDebug);
+    const GErrorPtr error(rawError);
+    const GCharPtr debug(rawDebug);
+    if (!error) {
+        return;
+    }
+    // The value is the address of the message text: the line only marks the event.
+    LOG(LOG_INFO, "Error: %d\n", static_cast<int>(reinterpret_cast<uintptr_t>(error->message)));
+
+    const std::string directory = m_currentTrack.m_path;
+    if (error->code == kReadCode) {
+        LOG(LOG_INFO, "Unreadable resource\n");
+        StopPlaying();
+        SendTrackInfoNotification();
+        OnUsbConnectionEvent(StickDevice(directory), false, "badFile");
+        return;
+    }
+    if (error->code != kNotFoundCode) {
+        _nextUSB();
+        return;
+    }
+    // First miss: the stick's content may have changed, play it again from
+    // its root. Second miss: report the stick as failed.
+    if (m_notFoundCount == 0) {
+        PlayAllSongs(StickRoot(directory));
+        ++m_notFoundCount;
+        return;
+    }
+    OnUsbConnectionEvent(StickDevice(directory), false, "fileNotFound");
+    m_notFoundCount = 0;
 }

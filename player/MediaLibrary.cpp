@@ -1,37 +1,98 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// The player's media library operations: folder lists by group or path,
+// the text search, the storage index and its checksum.
 #include "player/UsbMediaPlayer.h"
 
-std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t, bool)
+#include "core/Environment.h"
+#include "core/Logger.h"
+#include "library/StorageIndex.h"
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+constexpr const char* kFirstStick = "/mnt/usb-stick1";
+
+// The folder's records from the index (cached by path); an empty folder sets
+// `status` to -10, also when it is answered from the cache, so asking twice
+// gives the same reply.
+std::vector<CFile> FolderList(CFolderGroups& groups, const CFileList& index, CError& status,
+                              const std::string& folderPath)
 {
-    return {};
+    const CFileList& folder = groups.ListFolder(index, folderPath);
+    if (folder.Empty()) {
+        status.SetError("No Items In This Group!", -10);
+    }
+    return folder.m_files;
+}
+}  // namespace
+
+std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t groupId, bool atMaxDepth)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    ClearError();
+    m_atMaxDepth = atMaxDepth;
+    std::string folderPath = GetCurrentRootPath();
+    if (groupId != 0) {
+        const CFile group = m_folderList.FindById(groupId);
+        if (group.m_id != groupId || !group.m_isFolder) {
+            LOG(LOG_WARN, "_getFileListByGroupID received an invalid groupId so we are just going to use root\n");
+        } else {
+            folderPath = group.m_path + "/" + group.m_name;
+        }
+    }
+    return FolderList(m_folderGroups, m_folderList, *this, folderPath);
 }
 
-std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string&, bool)
+std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, bool atMaxDepth)
 {
-    return {};
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    ClearError();
+    m_atMaxDepth = atMaxDepth;
+    return FolderList(m_folderGroups, m_folderList, *this, path);
 }
 
-std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string&, const std::string&)
+std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const std::string& searchText)
 {
-    return {};
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    RefreshClients();
+    ClearError();
+    m_folderGroups.m_usbFileList.Scan(path, searchText, true, true, false, 0);
+    // The folder list now holds search results, not m_groupPath's content.
+    m_folderGroups.MarkDirty();
+    return m_folderGroups.m_usbFileList.m_files;
 }
 
-bool CUsbMediaPlayer::IndexStorage(const std::string&)
+bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 {
-    return false;
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const bool found = BuildStorageIndex(m_folderList, path);
+    m_folderGroups.MarkDirty();
+    m_folderGroups.m_rootPath = StripTrailingSlashes(path);
+    if (m_folderList.m_errorCode != 0) {
+        // The scan's failure becomes the player's status for the reply; it
+        // was printed once already.
+        m_errorCode = m_folderList.m_errorCode;
+        m_errorText = m_folderList.m_errorText;
+    }
+    return found;
 }
 
-bool CUsbMediaPlayer::IndexDevice(const std::string&)
+bool CUsbMediaPlayer::IndexDevice(const std::string& deviceName)
 {
-    return false;
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    if (deviceName != "usb1") {
+        return false;
+    }
+    return IndexStorage(SystemPath(kFirstStick));
 }
 
 uint32_t CUsbMediaPlayer::GetStorageCrc32()
 {
-    return 0;
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    return StorageIndexCrc32(m_folderList);
 }
 
 std::string CUsbMediaPlayer::GetCurrentRootPath()
 {
-    return std::string();
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const std::string& root = m_folderGroups.m_rootPath;
+    return root.empty() ? SystemPath(kFirstStick) : root;
 }

@@ -1,46 +1,121 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Pushing notifications to every connected client.
 #include "player/UsbMediaPlayer.h"
 
-void CUsbMediaPlayer::SetTcpServer(Json::Rpc::TcpServer*)
+#include "control/NotificationBuilders.h"
+#include "control/rpc/JsonText.h"
+#include "control/rpc/TcpServer.h"
+#include "core/Logger.h"
+#include "core/TextConversion.h"
+
+#include <csignal>
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = std::lock_guard<std::recursive_mutex>;
+}  // namespace
+
+void CUsbMediaPlayer::SetTcpServer(Json::Rpc::TcpServer* server)
 {
+    const PlayerLock lock(m_playerMutex);
+    m_pTcpServer = server;
 }
 
 void CUsbMediaPlayer::RefreshClients()
 {
+    const PlayerLock lock(m_playerMutex);
+    m_clients = m_pTcpServer != nullptr ? m_pTcpServer->GetClients() : std::list<int>();
 }
 
-void CUsbMediaPlayer::SendNotification(const Json::Value&)
+// With nobody listening the service does not play: playback stops.
+void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
 {
+    const PlayerLock lock(m_playerMutex);
+    if (m_pTcpServer == nullptr) {
+        LOG_AT(1863, LOG_WARN, "m_pTcpServer = NULL\n");
+        return;
+    }
+    m_clients = m_pTcpServer->GetClients();
+    if (m_clients.empty()) {
+        LOG_AT(1873, LOG_ERROR, "Usb Service Error: don't know whom to notify so its stopping playback!\n");
+        StopPlaying();
+        return;
+    }
+    const std::string text = Json::Rpc::ToWireText(notification);
+    const std::lock_guard<std::mutex> notifyLock(m_notifyMutex);
+    for (const int client : m_clients) {
+        signal(SIGPIPE, SIG_IGN);
+        // A client that has gone does not keep the others from hearing.
+        static_cast<void>(m_pTcpServer->Send(client, text));
+    }
 }
 
 void CUsbMediaPlayer::SendTrackInfoNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    STrackInfoValues track;
+    track.title = m_currentTrack.m_title;
+    track.artist = m_currentTrack.m_artist;
+    track.album = m_currentTrack.m_album;
+    track.index = GetCurrentTrackNumber();
+    track.count = m_playlistSize;
+    track.time = GetCurrentTrackTime();
+    track.duration = m_currentTrack.m_duration;
+    track.isPlaying = IsPlaying();
+    track.filePath = Latin1ToUtf8(m_currentTrack.m_path);
+    track.fileName = Latin1ToUtf8(m_currentTrack.m_name);
+    track.id = m_currentTrack.m_id;
+    SendNotification(BuildTrackInfoNotification(track));
+    m_trackInfoSent = true;
 }
 
-void CUsbMediaPlayer::SendTrackAlbumArtNotification(const std::string&)
+void CUsbMediaPlayer::SendTrackAlbumArtNotification(const std::string& artFilePath)
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(1929, LOG_INFO, "trackAlbumArtNotification sent\n");
+    SendNotification(BuildTrackAlbumArtNotification(GetCurrentTrackNumber(), artFilePath));
 }
 
 void CUsbMediaPlayer::SendPlayerStateChangedNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(1946, LOG_INFO, "playerStateChangedNotification sent\n");
+    SendNotification(BuildPlayerStateChangedNotification(GetPlayerState()));
 }
 
 void CUsbMediaPlayer::SendRepeatModeChangedNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(1962, LOG_INFO, "repeatModeChangedNotification sent\n");
+    SendNotification(BuildRepeatModeChangedNotification(m_repeatMode));
 }
 
 void CUsbMediaPlayer::SendShuffleModeChangedNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(1978, LOG_INFO, "shuffleModeChangedNotification sent\n");
+    SendNotification(BuildShuffleModeChangedNotification(m_isShuffle));
 }
 
+// The duration sent is remembered: pause reports it again.
 void CUsbMediaPlayer::SendTrackTimeNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(1994, LOG_INFO, "trackTimeNotification sent\n");
+    m_trackDuration = m_currentTrack.m_duration;
+    SendNotification(BuildTrackTimeNotification(GetCurrentTrackTime(), m_trackDuration));
 }
 
 void CUsbMediaPlayer::SendEndOfPlayListNotification()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG_AT(2010, LOG_INFO, "endOfPlayListNotification sent\n");
+    SendNotification(BuildEndOfPlayListNotification());
 }
 
-void CUsbMediaPlayer::SendUsbConnectionNotification(const std::string&, bool, const std::string&)
+// The USB event handling logs its own line before calling this.
+void CUsbMediaPlayer::SendUsbConnectionNotification(const std::string& deviceName, bool connected,
+                                                    const std::string& errorCode)
 {
+    const PlayerLock lock(m_playerMutex);
+    SendNotification(BuildUsbConnectionNotification(deviceName, connected, errorCode));
 }

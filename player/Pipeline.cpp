@@ -1,31 +1,231 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// The decoding pipeline of one track:
+//   filesrc "source" ! decodebin "decoder" ~ [audiobin: audioconvert "aconv" ! sink]
+// The decoder's audio pad is linked to the audio bin when it appears.
 #include "player/UsbMediaPlayer.h"
 
-bool CUsbMediaPlayer::SetTrack(const CFile&)
+#include "core/Environment.h"
+#include "core/Logger.h"
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+constexpr const char* kDefaultSink = "alsasink";
+using PlayerLock = std::lock_guard<std::recursive_mutex>;
+
+// The elements of a new pipeline; the pipeline owns them all.
+struct SPipelineParts {
+    GstPipelinePtr pipeline;
+    GstElement* source = nullptr;
+    GstElement* decoder = nullptr;
+    GstElement* audioBin = nullptr;
+    GstElement* audioConvert = nullptr;
+    GstElement* audioSink = nullptr;
+};
+
+GstCapsPtr PadCaps(GstPad* pad)
 {
-    return false;
+    GstCapsPtr caps(gst_pad_get_current_caps(pad));
+    if (!caps) {
+        caps.reset(gst_pad_query_caps(pad, nullptr));
+    }
+    return caps;
 }
 
+bool IsAudioPad(GstPad* pad)
+{
+    const GstCapsPtr caps = PadCaps(pad);
+    if (!caps || gst_caps_get_size(caps.get()) == 0) {
+        return false;
+    }
+    const gchar* name = gst_structure_get_name(gst_caps_get_structure(caps.get(), 0));
+    return name != nullptr && g_strrstr(name, "audio") != nullptr;
+}
+
+// Runs on a streaming thread: touches only the audio bin it was given.
+// Only the first audio stream is played; video and later audio stay unlinked.
+void OnDecodedPadAdded(GstElement*, GstPad* pad, gpointer audioBin)
+{
+    if (!IsAudioPad(pad)) {
+        return;
+    }
+    const GstPadPtr binSink(gst_element_get_static_pad(GST_ELEMENT(audioBin), "sink"));
+    if (!binSink || gst_pad_is_linked(binSink.get())) {
+        return;
+    }
+    gst_pad_link(pad, binSink.get());
+}
+
+// "alsasink", or the element description the environment names instead
+// (several elements become one bin with a ghost sink pad).
+GstElementPtr MakeSoundOutput()
+{
+    const std::string description = AudioSinkDescription();
+    if (description == kDefaultSink) {
+        return AdoptElement(gst_element_factory_make(kDefaultSink, "sink"));
+    }
+    GError* rawError = nullptr;
+    GstElement* sink = description.find('!') == std::string::npos
+                           ? gst_parse_launch(description.c_str(), &rawError)
+                           : gst_parse_bin_from_description(description.c_str(), TRUE, &rawError);
+    const GErrorPtr error(rawError);
+    if (error) {
+        LOG(LOG_WARN, "Sound output \"%s\": %s\n", description.c_str(), error->message);
+    }
+    GstElementPtr output = AdoptElement(sink);
+    if (output) {
+        gst_object_set_name(GST_OBJECT(output.get()), "sink");
+    }
+    return output;
+}
+
+// Adds `element` to `bin` (which takes its own reference) and returns the
+// bin's element, or null when the element could not be made.
+GstElement* AddTo(GstElement* bin, const GstElementPtr& element)
+{
+    if (!element) {
+        return nullptr;
+    }
+    gst_bin_add(GST_BIN(bin), element.get());
+    return element.get();
+}
+
+GstElement* BuildAudioBin(SPipelineParts& parts)
+{
+    const GstElementPtr audioBin = AdoptElement(gst_bin_new("audiobin"));
+    const GstElementPtr convert = AdoptElement(gst_element_factory_make("audioconvert", "aconv"));
+    const GstElementPtr sink = MakeSoundOutput();
+    parts.audioConvert = AddTo(audioBin.get(), convert);
+    parts.audioSink = AddTo(audioBin.get(), sink);
+    if (parts.audioConvert != nullptr && parts.audioSink != nullptr) {
+        gst_element_link(parts.audioConvert, parts.audioSink);
+    }
+    if (parts.audioConvert != nullptr) {
+        const GstPadPtr convertSink(gst_element_get_static_pad(parts.audioConvert, "sink"));
+        gst_element_add_pad(audioBin.get(), gst_ghost_pad_new("sink", convertSink.get()));
+    }
+    return AddTo(parts.pipeline.get(), audioBin);
+}
+
+SPipelineParts BuildPipeline(const std::string& location)
+{
+    SPipelineParts parts;
+    parts.pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("pipeline"))));
+    const GstElementPtr source = AdoptElement(gst_element_factory_make("filesrc", "source"));
+    const GstElementPtr decoder = AdoptElement(gst_element_factory_make("decodebin", "decoder"));
+    if (source) {
+        g_object_set(source.get(), "location", location.c_str(), nullptr);
+    }
+    parts.source = AddTo(parts.pipeline.get(), source);
+    parts.decoder = AddTo(parts.pipeline.get(), decoder);
+    if (parts.source != nullptr && parts.decoder != nullptr) {
+        gst_element_link(parts.source, parts.decoder);
+    }
+    parts.audioBin = BuildAudioBin(parts);
+    if (parts.decoder != nullptr) {
+        g_signal_connect(parts.decoder, "pad-added", G_CALLBACK(OnDecodedPadAdded), parts.audioBin);
+    }
+    return parts;
+}
+
+bool IsLoadable(const CTrackInfo& track)
+{
+    return !track.m_isFolder && !track.m_name.empty() && !track.m_path.empty();
+}
+}  // namespace
+
+bool CUsbMediaPlayer::SetTrack(const CFile& file)
+{
+    const PlayerLock lock(m_playerMutex);
+    LOG(LOG_INFO, "SetTrack\n");
+    return m_currentTrack.SetFromFile(file);
+}
+
+// Loads entry m_index into a new pipeline, left in the NULL state.
 bool CUsbMediaPlayer::ResetPlaying()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    LOG(LOG_INFO, "ResetPlaying\n");
+    StopPlaying();
+    if (m_index < m_playlist.m_files.size()) {
+        const CFile entry = m_playlist.m_files[m_index];
+        SetTrack(entry);
+    }
+    const std::string location = m_currentTrack.m_path + "/" + m_currentTrack.m_name;
+    if (!IsLoadable(m_currentTrack)) {
+        SetError("No file selected to play - " + location, -4);
+        return false;
+    }
+    LOG(LOG_INFO, "Set Pipeline - %s\n", location.c_str());
+    SPipelineParts parts = BuildPipeline(location);
+    m_pipeline = std::move(parts.pipeline);
+    m_source = parts.source;
+    m_decoder = parts.decoder;
+    m_audioBin = parts.audioBin;
+    m_audioConvert = parts.audioConvert;
+    m_audioSink = parts.audioSink;
+    const GstBusPtr bus(gst_pipeline_get_bus(GST_PIPELINE(m_pipeline.get())));
+    m_busWatchId = gst_bus_add_watch(bus.get(), &CUsbMediaPlayer::OnBusMessage, this);
+    return true;
 }
 
 bool CUsbMediaPlayer::PlayTrack()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    LOG(LOG_INFO, "PlayTrack\n");
+    if (ResetPlaying()) {
+        LOG(LOG_INFO, "Start GST Pipeline\n");
+        SetPlayerState(STATE_PLAYING);
+        // The notification may have found no client and stopped playback.
+        if (m_pipeline) {
+            gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
+        }
+        WakeProgressThread();
+    }
+    return GetPlayerState() == STATE_PLAYING;
 }
 
 void CUsbMediaPlayer::StopPlaying()
 {
+    const PlayerLock lock(m_playerMutex);
+    LOG(LOG_INFO, "StopPlaying\n");
+    if (m_pipeline) {
+        // Messages of the old pipeline are of no interest any more.
+        const GstBusPtr bus(gst_pipeline_get_bus(GST_PIPELINE(m_pipeline.get())));
+        gst_bus_remove_watch(bus.get());
+        m_busWatchId = 0;
+        m_source = m_decoder = m_audioBin = m_audioConvert = m_audioSink = nullptr;
+        m_pipeline.reset();
+    }
+    SetPlayerState(STATE_STOPPED);
+    SetCurrentTrackTimeValue(0);
+    m_currentTrack.ClearTrack();
+    m_tagMessageCount = 0;
+    ReleaseAlbumArt();
 }
 
 bool CUsbMediaPlayer::SetCurrentTrackTime()
 {
+    const PlayerLock lock(m_playerMutex);
+    gint64 position = 0;
+    if (m_pipeline && gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
+        SetCurrentTrackTimeValue(static_cast<uint32_t>(position / GST_SECOND));
+        return true;
+    }
+    LOG(LOG_WARN, "SetCurrentTrackTime result is false!\n");
     return false;
 }
 
+// A duration of 0 s (not known yet) keeps the one stored.
 bool CUsbMediaPlayer::QueryTrackDuration()
 {
+    const PlayerLock lock(m_playerMutex);
+    gint64 duration = 0;
+    if (m_pipeline && gst_element_query_duration(m_pipeline.get(), GST_FORMAT_TIME, &duration)) {
+        const gint64 seconds = duration / GST_SECOND;
+        if (seconds > 0) {
+            m_currentTrack.m_duration = static_cast<uint32_t>(seconds);
+        }
+        return true;
+    }
+    LOG(LOG_INFO, "USB - query duration returned false!");
     return false;
 }

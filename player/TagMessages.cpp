@@ -1,6 +1,99 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Tag messages of the playing track: title, artist and album for the track
+// record, trackInfoNotification once they are known, and the cover image.
 #include "player/UsbMediaPlayer.h"
 
-void CUsbMediaPlayer::HandleBusTag(GstMessage*)
+#include "core/Logger.h"
+
+#include <memory>
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+
+// Only the first three tag messages of a track are read; clients hear about
+// the track after the second (after every one of them for ".wav" files,
+// whose tags come in a single message).
+constexpr uint32_t kTagMessagesRead = 3;
+constexpr uint32_t kTrackInfoMessage = 2;
+
+struct TagListUnref {
+    void operator()(GstTagList* tags) const { gst_tag_list_unref(tags); }
+};
+using TagListPtr = std::unique_ptr<GstTagList, TagListUnref>;
+
+// The sink posts a tag message for every tag event, codec and bitrate
+// updates included; a message counts only when it carries something the
+// track shows, so a file without tags never announces itself.
+bool CarriesTrackTags(const GstTagList* tags)
 {
+    for (const char* tag :
+         {GST_TAG_TITLE, GST_TAG_ARTIST, GST_TAG_ALBUM, GST_TAG_PREVIEW_IMAGE, GST_TAG_IMAGE}) {
+        if (gst_tag_list_get_tag_size(tags, tag) > 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Copies one text tag into `field` when the list has it.
+void ReadTextTag(const GstTagList* tags, const char* tag, const char* logText, std::string& field)
+{
+    gchar* raw = nullptr;
+    if (!gst_tag_list_get_string(tags, tag, &raw)) {
+        return;
+    }
+    const GCharPtr value(raw);
+    LOG(LOG_INFO, "%s", logText);
+    if (field != value.get()) {
+        field = value.get();
+    }
+}
+
+bool IsWavFileName(const std::string& name)
+{
+    const std::string lastFour = name.size() > 4 ? name.substr(name.size() - 4) : name;
+    return lastFour == ".wav";
+}
+
+// The cover image: the preview image when there is one, else the image.
+GstSamplePtr CoverImage(const GstTagList* tags)
+{
+    GstSample* sample = nullptr;
+    if (gst_tag_list_get_sample(tags, GST_TAG_PREVIEW_IMAGE, &sample) ||
+        gst_tag_list_get_sample(tags, GST_TAG_IMAGE, &sample)) {
+        return GstSamplePtr(sample);
+    }
+    return GstSamplePtr();
+}
+}  // namespace
+
+void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    if (m_tagMessageCount >= kTagMessagesRead) {
+        return;
+    }
+    GstTagList* raw = nullptr;
+    gst_message_parse_tag(message, &raw);
+    const TagListPtr tags(raw);
+    if (!tags || !CarriesTrackTags(tags.get())) {
+        return;
+    }
+    ++m_tagMessageCount;
+    ReadTextTag(tags.get(), GST_TAG_ARTIST, "Got Artist data from gst\n", m_currentTrack.m_artist);
+    ReadTextTag(tags.get(), GST_TAG_TITLE, "Got title data from gst\n", m_currentTrack.m_title);
+    ReadTextTag(tags.get(), GST_TAG_ALBUM, "Got Album data from gst\n", m_currentTrack.m_album);
+
+    if (m_tagMessageCount == kTrackInfoMessage || IsWavFileName(m_currentTrack.m_name)) {
+        LOG(LOG_INFO, "Sending Out TrackInfo Notification since some info was updated\n");
+        QueryTrackDuration();
+        SendTrackInfoNotification();
+    }
+
+    GstSamplePtr image = CoverImage(tags.get());
+    if (!image) {
+        return;  // the image already held stays
+    }
+    std::lock_guard<std::mutex> artLock(m_albumArtMutex);
+    const GstSamplePtr previous(m_albumArtSample);  // released at the end of this scope
+    m_albumArtSample = image.release();
 }

@@ -1,60 +1,209 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// Transport (play, pause, stop, restart) and moving through the playlist
+// by the repeat and shuffle rules.
 #include "player/UsbMediaPlayer.h"
 
-bool CUsbMediaPlayer::Play()
+#include "core/Logger.h"
+#include "player/Navigation.h"
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = std::lock_guard<std::recursive_mutex>;
+
+bool IsPlayingState(int32_t state)
 {
-    return false;
+    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
 }
 
+std::string NoFileSelected(const CTrackInfo& track)
+{
+    return "No file selected to play - " + track.m_path + "/" + track.m_name;
+}
+}  // namespace
+
+// Playing already: the track starts over (which also ends a fast forward
+// or rewind). Paused or loaded: it goes on.
+bool CUsbMediaPlayer::Play()
+{
+    const PlayerLock lock(m_playerMutex);
+    RefreshClients();
+    ClearError();
+    if (IsPlaying()) {
+        PlayTrack();
+    } else if (m_pipeline) {
+        gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
+        SetPlayerState(STATE_PLAYING);
+        WakeProgressThread();
+    } else {
+        SetError("No Song to play!", -1);
+    }
+    return m_errorCode == 0;
+}
+
+// Clients get the position where playback paused.
 bool CUsbMediaPlayer::Pause()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    ClearError();
+    if (!IsPlaying()) {
+        SetError("No Song to pause!", -1);
+        return false;
+    }
+    SetCurrentTrackTime();
+    m_currentTrack.m_duration = m_trackDuration;
+    SendTrackTimeNotification();
+    if (m_pipeline) {
+        gst_element_set_state(m_pipeline.get(), GST_STATE_PAUSED);
+    }
+    SetPlayerState(STATE_PAUSED);
+    return m_errorCode == 0;
 }
 
 bool CUsbMediaPlayer::Stop()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    ClearError();
+    StopPlaying();
+    return true;
 }
 
+// While not playing the track is reloaded and left unstarted in state 3;
+// the inner pause finds nothing playing and reports so, and the next play
+// starts the track from its beginning.
 bool CUsbMediaPlayer::RestartTrack()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    ClearError();
+    if (IsPlaying()) {
+        if (ResetPlaying()) {
+            if (m_pipeline) {
+                gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
+            }
+            SetPlayerState(STATE_PLAYING);
+            WakeProgressThread();
+        }
+    } else if (ResetPlaying()) {
+        Pause();
+        SetPlayerState(STATE_PAUSED);
+    }
+    return m_errorCode == 0;
 }
 
 bool CUsbMediaPlayer::PreviousTrack()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    ClearError();
+    const uint32_t target = GetPreviousIndex(false);
+    if (target >= m_playlistSize) {
+        SetError(NoFileSelected(m_currentTrack), -4);
+    } else {
+        goToTrackIndex(target);
+    }
+    return m_errorCode == 0;
 }
 
+// Past the last entry the playlist ends and the call fails.
 bool CUsbMediaPlayer::_nextUSB()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    m_trackInfoSent = false;
+    ClearError();
+    const uint32_t target = GetNextIndex(false);
+    if (target >= m_playlistSize) {
+        LOG(LOG_INFO, "_nextUSB - Clearing the playlist\n");
+        EndPlaylist();
+        SetError(NoFileSelected(m_currentTrack), -4);
+    } else {
+        goToTrackIndex(target);
+    }
+    return m_errorCode == 0;
 }
 
-bool CUsbMediaPlayer::goToTrackIndex(uint32_t)
+// A playing player plays the new entry; a paused or stopped one ends up
+// paused on it.
+bool CUsbMediaPlayer::goToTrackIndex(uint32_t index)
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    m_playlistSize = static_cast<uint32_t>(m_playlist.Size());
+    const uint32_t target = index < m_playlistSize ? index : 0;
+    LOG(LOG_INFO, "goToTrackIndex: %d\n", static_cast<int>(target));
+    const int32_t stateBefore = GetPlayerState();
+    if (m_playlistSize == 0) {
+        SetError("Playlist is empty", -3);
+        return false;
+    }
+    StopPlaying();
+    m_index = target;
+    const CFile entry = m_playlist.m_files[target];
+    if (!SetTrack(entry)) {
+        return false;
+    }
+    PlayTrack();
+    if (!IsPlayingState(stateBefore)) {
+        Pause();
+    }
+    return true;
 }
 
+// The track has played to its end: go on by the repeat and shuffle rules.
 void CUsbMediaPlayer::OnEndOfStream()
 {
+    const PlayerLock lock(m_playerMutex);
+    m_currentTrack.ClearTrack();
+    ReleaseAlbumArt();
+    const uint32_t target = GetNextIndex(true);
+    if (target >= m_playlistSize && m_repeatMode == REPEAT_NONE) {
+        EndPlaylist();
+    } else {
+        goToTrackIndex(target);
+    }
 }
 
-void CUsbMediaPlayer::SetRepeatMode(int32_t)
+void CUsbMediaPlayer::EndPlaylist()
 {
+    const PlayerLock lock(m_playerMutex);
+    StopPlaying();
+    m_playlist.Clear();
+    m_playlistSize = 0;
+    m_currentTrack.SetName("");
+    m_currentTrack.SetPath("");
+    m_currentTrack.m_id = kNoEntryId;
+    SendEndOfPlayListNotification();
 }
 
-uint32_t CUsbMediaPlayer::GetNextIndex(bool)
+// Any value is taken as it is; clients hear of it even when unchanged.
+void CUsbMediaPlayer::SetRepeatMode(int32_t mode)
 {
-    return 0;
+    const PlayerLock lock(m_playerMutex);
+    m_repeatMode = mode;
+    SendRepeatModeChangedNotification();
 }
 
-uint32_t CUsbMediaPlayer::GetPreviousIndex(bool)
+uint32_t CUsbMediaPlayer::GetNextIndex(bool automatic)
 {
-    return 0;
+    const PlayerLock lock(m_playerMutex);
+    const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
+    const SNavigationStep step = NextPosition(at, m_shuffleOrder, automatic);
+    m_shuffleIndex = step.shuffleIndex;
+    return step.index;
+}
+
+uint32_t CUsbMediaPlayer::GetPreviousIndex(bool automatic)
+{
+    const PlayerLock lock(m_playerMutex);
+    const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
+    const SNavigationStep step = PreviousPosition(at, m_shuffleOrder, automatic);
+    m_shuffleIndex = step.shuffleIndex;
+    return step.index;
 }
 
 bool CUsbMediaPlayer::ValidateCurrentTrack()
 {
-    return false;
+    const PlayerLock lock(m_playerMutex);
+    RefreshClients();
+    ClearError();
+    if (IsPlaying()) {
+        SetCurrentTrackTime();
+        QueryTrackDuration();
+    }
+    return m_errorCode == 0;
 }

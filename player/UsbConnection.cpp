@@ -1,16 +1,77 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// USB stick events from the platform and stick failures found while
+// playing: only the first stick's record is kept and announced; a removal
+// stops playback from that stick and empties the media lists.
 #include "player/UsbMediaPlayer.h"
 
-void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string&, bool, const std::string&)
+#include "core/Logger.h"
+
+namespace {
+constexpr const char* kLogSource = "CUsbMediaPlayer";
+
+// True when a track in `directory` lives on the stick named `device`.
+bool TrackIsOnDevice(const std::string& directory, const std::string& device)
 {
+    const auto contains = [&directory](const char* text) {
+        return directory.find(text) != std::string::npos;
+    };
+    return (device == "usb1" && contains("usb-stick1")) || (device == "usb2" && contains("usb-stick2"));
+}
+}  // namespace
+
+void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool connected,
+                                           const std::string& errorCode)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    LOG(LOG_DEBUG, "UsbConnectionNotification received. %s isConnected = %d errorcode: %s\n",
+        device.c_str(), connected, errorCode.c_str());
+
+    bool changed = false;
+    if (device == "usb1") {
+        changed = connected != m_usbDevice1.m_isConnected;
+        m_usbDevice1.m_isConnected = connected;
+        m_usbDevice1.m_errorCode = errorCode;
+    }
+    if (!connected) {
+        HandleUsbRemoval(device);
+    }
+    if (changed) {
+        LOG(LOG_INFO, "usbConnectionNotification sent\n");
+        SendUsbConnectionNotification(device, connected, errorCode);
+    }
 }
 
-bool CUsbMediaPlayer::IsUsbConnected(const std::string&)
+// A stick went away (or failed): stop when it holds the current track, and
+// forget the media lists in any case.
+void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 {
-    return false;
+    if (TrackIsOnDevice(m_currentTrack.m_path, device)) {
+        StopPlaying();
+        m_currentTrack.SetName("");
+        m_currentTrack.SetPath("");
+        m_currentTrack.m_id = kNoEntryId;
+        m_playlistSize = 0;  // the records stay but count as no playlist
+    }
+    m_folderList.Clear();
+    m_folderGroups.m_usbFileList.Clear();
+    m_folderGroups.MarkDirty();
+}
+
+bool CUsbMediaPlayer::IsUsbConnected(const std::string& deviceName)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    RefreshClients();
+    ClearError();
+    return deviceName == "usb1" && m_usbDevice1.m_isConnected;
 }
 
 std::string CUsbMediaPlayer::GetUsbErrorCode()
 {
-    return std::string();
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    return m_usbDevice1.m_errorCode;
+}
+
+CUsbDeviceStatus CUsbMediaPlayer::GetUsbDevice1()
+{
+    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    return m_usbDevice1;
 }

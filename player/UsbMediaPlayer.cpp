@@ -1,63 +1,30 @@
-// Placeholder bodies, replaced as the subsystem is built.
+// The player singleton: construction, shutdown, the state clients see and
+// the plain accessors.
 #include "player/UsbMediaPlayer.h"
 
-int32_t CUsbMediaPlayer::GetPlayerState()
+#include "core/Environment.h"
+
+#include <dirent.h>
+
+#include <memory>
+
+namespace {
+using PlayerLock = std::lock_guard<std::recursive_mutex>;
+
+struct DirClose {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+
+bool OpensAsDirectory(const std::string& path)
 {
-    return 0;
+    return std::unique_ptr<DIR, DirClose>(opendir(path.c_str())) != nullptr;
 }
 
-void CUsbMediaPlayer::SetPlayerState(int32_t)
+bool IsPlayingState(int32_t state)
 {
+    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
 }
-
-bool CUsbMediaPlayer::IsPlaying()
-{
-    return false;
-}
-
-uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
-{
-    return 0;
-}
-
-void CUsbMediaPlayer::SetCurrentTrackTimeValue(uint32_t)
-{
-}
-
-int32_t CUsbMediaPlayer::GetRepeatMode()
-{
-    return 0;
-}
-
-bool CUsbMediaPlayer::IsShuffle()
-{
-    return false;
-}
-
-uint32_t CUsbMediaPlayer::GetPlaylistSize()
-{
-    return 0;
-}
-
-uint32_t CUsbMediaPlayer::GetCurrentTrackNumber()
-{
-    return 0;
-}
-
-CTrackInfo CUsbMediaPlayer::GetCurrentTrack()
-{
-    return CTrackInfo();
-}
-
-int CUsbMediaPlayer::GetErrorCode()
-{
-    return 0;
-}
-
-std::string CUsbMediaPlayer::GetErrorMessage()
-{
-    return std::string();
-}
+}  // namespace
 
 CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
 {
@@ -65,9 +32,134 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
     return INSTANCE;
 }
 
-CUsbMediaPlayer::CUsbMediaPlayer() = default;
-CUsbMediaPlayer::~CUsbMediaPlayer() = default;
+CUsbMediaPlayer::CUsbMediaPlayer()
+{
+    gst_init(nullptr, nullptr);
+    m_usbDevice1.m_deviceName = "usb1";
+    m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath("/mnt/usb-stick1"));
+    m_usbDevice1.m_errorCode = "";
+    // Every member and mutex exists by now, so the threads may use them at once.
+    m_progressThread = std::thread(&CUsbMediaPlayer::TrackProgressUpdate, this);
+    m_seekThread = std::thread(&CUsbMediaPlayer::SeekFastForwardRewind, this);
+}
+
+CUsbMediaPlayer::~CUsbMediaPlayer()
+{
+    Shutdown();
+}
 
 void CUsbMediaPlayer::Shutdown()
 {
+    m_stopThreads = true;
+    WakeProgressThread();
+    WakeSeekThread();
+    if (m_progressThread.joinable()) {
+        m_progressThread.join();
+    }
+    if (m_seekThread.joinable()) {
+        m_seekThread.join();
+    }
+    WaitForAlbumArtWorkers();
+    StopPlaying();
+}
+
+// The cached state; only an unknown state (-1) asks the pipeline, waiting
+// at most one second for it to settle.
+int32_t CUsbMediaPlayer::GetPlayerState()
+{
+    const PlayerLock lock(m_playerMutex);
+    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    if (m_playerState != STATE_UNKNOWN) {
+        return m_playerState;
+    }
+    if (!m_pipeline) {
+        m_playerState = STATE_STOPPED;
+        return m_playerState;
+    }
+    GstState current = GST_STATE_VOID_PENDING;
+    GstState pending = GST_STATE_VOID_PENDING;
+    gst_element_get_state(m_pipeline.get(), &current, &pending, GST_SECOND);
+    if (current == GST_STATE_PAUSED || current == GST_STATE_PLAYING) {
+        m_playerState = static_cast<int32_t>(current);
+    }
+    return m_playerState;
+}
+
+// Clients hear of a state only when what they can see changes.
+void CUsbMediaPlayer::SetPlayerState(int32_t state)
+{
+    const PlayerLock lock(m_playerMutex);
+    const int32_t before = GetPlayerState();
+    {
+        const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+        m_playerState = state;
+    }
+    if (GetPlayerState() != before) {
+        SendPlayerStateChangedNotification();
+    }
+}
+
+int32_t CUsbMediaPlayer::CachedPlayerState()
+{
+    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    return m_playerState;
+}
+
+bool CUsbMediaPlayer::IsPlaying()
+{
+    return IsPlayingState(GetPlayerState());
+}
+
+uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
+{
+    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
+    return m_currentTime;
+}
+
+void CUsbMediaPlayer::SetCurrentTrackTimeValue(uint32_t seconds)
+{
+    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
+    m_currentTime = seconds;
+}
+
+int32_t CUsbMediaPlayer::GetRepeatMode()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_repeatMode;
+}
+
+bool CUsbMediaPlayer::IsShuffle()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_isShuffle;
+}
+
+uint32_t CUsbMediaPlayer::GetPlaylistSize()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_playlistSize;
+}
+
+uint32_t CUsbMediaPlayer::GetCurrentTrackNumber()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_playlistSize == 0 ? 0 : m_index + 1;
+}
+
+CTrackInfo CUsbMediaPlayer::GetCurrentTrack()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_currentTrack;
+}
+
+int CUsbMediaPlayer::GetErrorCode()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_errorCode;
+}
+
+std::string CUsbMediaPlayer::GetErrorMessage()
+{
+    const PlayerLock lock(m_playerMutex);
+    return GetErrorText();
 }

@@ -4,6 +4,7 @@
 #include "library/File.h"
 #include "library/FileList.h"
 #include "library/FolderGroups.h"
+#include "player/GstHandles.h"
 #include "player/UsbDeviceStatus.h"
 
 #include <gst/gst.h>
@@ -145,6 +146,7 @@ public:
     void OnUsbConnectionEvent(const std::string& device, bool connected, const std::string& errorCode);
     bool IsUsbConnected(const std::string& deviceName);
     std::string GetUsbErrorCode();
+    CUsbDeviceStatus GetUsbDevice1();
 
     // --- Media library (MediaLibrary.cpp) ---
     std::vector<CFile> _getFileListByGroupID(uint32_t groupId, bool atMaxDepth);
@@ -162,9 +164,26 @@ private:
     static void TrackProgressUpdate(CUsbMediaPlayer* player);
     static void SeekFastForwardRewind(CUsbMediaPlayer* player);
     bool SeekStep(int64_t targetNs);
+    void WakeProgressThread();
+    void WakeSeekThread();
+    bool ReportProgress();
+    int32_t StepFastForwardRewind();
+    int64_t ForwardSeekTarget();
+    int64_t BackwardSeekTarget();
+    int32_t CachedPlayerState();
     void HandleBusError(GstMessage* message);
     void HandleBusTag(GstMessage* message);
+    // Album art (AlbumArt.cpp). ReleaseAlbumArt drops the held image, the
+    // pending request and the last art path (StopPlaying, end of stream).
+    // WaitForAlbumArtWorkers blocks until no worker runs; call it without
+    // holding m_playerMutex, as workers take it to notify (Shutdown).
+    void ReleaseAlbumArt();
+    void WaitForAlbumArtWorkers();
+    void RunAlbumArtWorker();
+    std::vector<uint8_t> GetAlbumArtBytes(uint64_t& generation);
+    void HandleUsbRemoval(const std::string& device);
     void EndPlaylist();
+    bool PlayFolder(const CFile& folder);
     void MoveToFrontOfShuffleOrder(uint32_t index);
 
     std::recursive_mutex m_playerMutex;
@@ -184,7 +203,7 @@ private:
     uint32_t m_trackDuration = 0;
     bool m_trackInfoSent = true;
     bool m_atMaxDepth = false;
-    GstElement* m_pipeline = nullptr;
+    GstPipelinePtr m_pipeline;  // owns the pipeline; the elements below are views into it
     GstElement* m_source = nullptr;
     GstElement* m_decoder = nullptr;
     GstElement* m_audioBin = nullptr;
@@ -203,7 +222,12 @@ private:
     GstSample* m_albumArtSample = nullptr;  // guarded by m_albumArtMutex
     std::string m_lastArtFilePath;
     std::mutex m_albumArtMutex;
+    uint64_t m_albumArtGeneration = 0;  // guarded by m_albumArtMutex; bumped on release
+    std::mutex m_artWorkersMutex;
+    std::condition_variable m_artWorkersDone;
+    uint32_t m_artWorkers = 0;  // guarded by m_artWorkersMutex
 
+    std::mutex m_notifyMutex;  // one notification at a time on the client sockets
     std::mutex m_stateMutex;
     std::mutex m_timeMutex;
 

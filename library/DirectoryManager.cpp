@@ -1,0 +1,40 @@
+#include "library/DirectoryManager.h"
+
+#include <utility>
+
+CDirectoryManager::CDirectoryManager(const std::string& path) : m_path(path), m_dir(opendir(path.c_str()))
+{
+}
+
+CDirectoryManager::~CDirectoryManager()
+{
+    Close();
+}
+
+CDirectoryManager::CDirectoryManager(CDirectoryManager&& other) noexcept
+    : m_path(std::move(other.m_path)), m_dir(std::exchange(other.m_dir, nullptr))
+{
+}
+
+CDirectoryManager& CDirectoryManager::operator=(CDirectoryManager&& other) noexcept
+{
+    if (this != &other) {
+        Close();
+        m_path = std::move(other.m_path);
+        m_dir = std::exchange(other.m_dir, nullptr);
+    }
+    return *this;
+}
+
+const dirent* CDirectoryManager::ReadEntry()
+{
+    return m_dir != nullptr ? readdir(m_dir) : nullptr;
+}
+
+void CDirectoryManager::Close()
+{
+    if (m_dir != nullptr) {
+        closedir(m_dir);
+        m_dir = nullptr;
+    }
+}

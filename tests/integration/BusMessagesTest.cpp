@@ -1,0 +1,292 @@
+// What the pipeline's bus tells the daemon while real files play: tags and
+// trackInfoNotification, cover art files, undecodable and vanished files.
+
+#include "tests/integration/DeviceFixture.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+using device_test::CountNamed;
+using device_test::DeviceTest;
+using device_test::MakeMp3;
+using device_test::MakeWav;
+using device_test::TrackTags;
+using testing_support::ReadFile;
+
+namespace {
+const TrackTags kSongTags{"Song One", "Artist One", "Album One", ""};
+
+Json::Value StoragePath(const std::string& path)
+{
+    Json::Value params;
+    params["usbStoragePath"] = path;
+    return params;
+}
+
+const Json::Value* FirstNamed(const std::vector<Json::Value>& notifications, const std::string& method)
+{
+    for (const Json::Value& notification : notifications) {
+        if (notification["method"].asString() == method) {
+            return &notification;
+        }
+    }
+    return nullptr;
+}
+
+bool Exists(const std::string& path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+class BusMessagesTest : public DeviceTest {
+protected:
+    // Plays one file to its end and returns every notification on the way.
+    std::vector<Json::Value> PlayToEnd(const std::string& folder, const std::string& name)
+    {
+        StartDaemon();
+        EXPECT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+        return NotificationsUntil("endOfPlayListNotification");
+    }
+
+    // Waits until the player runs a playlist of `count` tracks on `fileName`.
+    bool WaitForPlaylist(const std::string& fileName, unsigned count)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < deadline) {
+            const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+            if (info["fileName"] == fileName && info["trackCount"].asUInt() == count &&
+                info["isPlaying"].asBool()) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    std::string RequestArt()
+    {
+        EXPECT_TRUE(Call("getTrackAlbumArt")["result"].asBool());
+        Json::Value notification;
+        if (!NextNotification(notification, "trackAlbumArtNotification", 10000)) {
+            return "<no trackAlbumArtNotification>";
+        }
+        EXPECT_EQ(notification["params"]["trackIndex"], 1);
+        return notification["params"]["artFilePath"].asString();
+    }
+};
+}  // namespace
+
+TEST_F(BusMessagesTest, TaggedMp3SendsTrackInfoOnce)
+{
+    MakeMp3(Stick1() + "/tagged.mp3", 2.5, kSongTags);
+    const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "tagged.mp3");
+    ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
+    ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
+
+    const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
+    EXPECT_EQ(info["trackTitle"], "Song One");
+    EXPECT_EQ(info["trackArtist"], "Artist One");
+    EXPECT_EQ(info["trackAlbum"], "Album One");
+    EXPECT_EQ(info["fileName"], "tagged.mp3");
+    EXPECT_EQ(info["filePath"], Stick1());
+    EXPECT_EQ(info["trackIndex"], 1);
+    EXPECT_EQ(info["trackCount"], 1);
+    EXPECT_TRUE(info["isPlaying"].asBool());
+    // An MP3's duration may not be known yet when its second tag message comes.
+    EXPECT_LE(info["trackDuration"].asUInt(), 2u);
+    EXPECT_TRUE(m_daemon->WaitForOutput("Got Artist data from gst", 1000));
+    EXPECT_TRUE(m_daemon->WaitForOutput("Sending Out TrackInfo Notification since some info was updated", 1000));
+}
+
+TEST_F(BusMessagesTest, Mp3WithoutTagsSendsNoTrackInfo)
+{
+    MakeMp3(Stick1() + "/plain.mp3", 2.0);
+    const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "plain.mp3");
+    ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
+    EXPECT_EQ(CountNamed(seen, "trackInfoNotification"), 0u);
+}
+
+TEST_F(BusMessagesTest, WavWithOneTagMessageSendsTrackInfoAfterIt)
+{
+    MakeWav(Stick1() + "/tagged.wav", 2.5, true);
+    const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "tagged.wav");
+    ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
+    ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
+    const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
+    EXPECT_EQ(info["trackTitle"], "WaveTitle");
+    EXPECT_EQ(info["trackArtist"], "WaveArtist");
+    EXPECT_EQ(info["trackAlbum"], "WaveAlbum");
+    EXPECT_EQ(info["trackDuration"], 2);
+}
+
+TEST_F(BusMessagesTest, WavWithoutTagsSendsNoTrackInfo)
+{
+    MakeWav(Stick1() + "/plain.wav", 1.0, false);
+    const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "plain.wav");
+    ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
+    EXPECT_EQ(CountNamed(seen, "trackInfoNotification"), 0u);
+}
+
+TEST_F(BusMessagesTest, CoverArtIsWrittenToNewFilesInACreatedDirectory)
+{
+    TrackTags tags = kSongTags;
+    tags.coverPath = device_test::CoverJpeg();
+    MakeMp3(Stick1() + "/cover.mp3", 8.0, tags);
+    ASSERT_FALSE(Exists(ArtDirectory()));
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
+
+    const std::string first = RequestArt();
+    EXPECT_EQ(first, ArtDirectory() + "/art.dat");
+    EXPECT_EQ(ReadFile(first), ReadFile(tags.coverPath));
+    struct stat info {};
+    ASSERT_EQ(stat(ArtDirectory().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0770u);
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], first);
+    EXPECT_TRUE(m_daemon->WaitForOutput("image width is: 32", 1000));
+    EXPECT_TRUE(m_daemon->WaitForOutput("image height is: 24", 1000));
+
+    const std::string second = RequestArt();
+    EXPECT_EQ(second, ArtDirectory() + "/art0.dat");
+    EXPECT_EQ(ReadFile(second), ReadFile(tags.coverPath));
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], second);
+
+    Call("stopPlayingUSB");
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
+}
+
+TEST_F(BusMessagesTest, CoverArtNeverOverwritesAFile)
+{
+    TrackTags tags = kSongTags;
+    tags.coverPath = device_test::CoverJpeg();
+    MakeMp3(Stick1() + "/cover.mp3", 8.0, tags);
+    testing_support::WriteFile(ArtDirectory() + "/art.dat", "older");
+    testing_support::WriteFile(ArtDirectory() + "/art0.dat", "older");
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+
+    // Asked at once, maybe before the tags are read: served once the image is known.
+    EXPECT_EQ(RequestArt(), ArtDirectory() + "/art1.dat");
+    EXPECT_EQ(ReadFile(ArtDirectory() + "/art.dat"), "older");
+    EXPECT_EQ(ReadFile(ArtDirectory() + "/art0.dat"), "older");
+}
+
+TEST_F(BusMessagesTest, ArtRequestForTrackWithoutImageStaysPending)
+{
+    MakeMp3(Stick1() + "/plain.mp3", 4.0, kSongTags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "plain.mp3")["result"]["success"].asBool());
+    EXPECT_TRUE(Call("getTrackAlbumArt")["result"].asBool());
+    EXPECT_TRUE(NoNotification("trackAlbumArtNotification", 2500));
+    EXPECT_FALSE(Exists(ArtDirectory()));
+}
+
+TEST_F(BusMessagesTest, UndecodableFileIsSkipped)
+{
+    device_test::MakeCorruptFile(Stick1() + "/mix/a.mp3", 20000);
+    MakeMp3(Stick1() + "/mix/b.mp3", 4.0);
+    StartDaemon();
+    PlayFile(Stick1() + "/mix", "a.mp3");
+    EXPECT_TRUE(WaitForPlayingFile("b.mp3"));
+    const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+    EXPECT_EQ(info["trackIndex"], 2);
+    EXPECT_EQ(info["trackCount"], 2);
+}
+
+TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
+{
+    const std::string music = Stick1() + "/music";
+    MakeMp3(music + "/a.mp3", 3.0);
+    MakeMp3(music + "/b.mp3", 1.0);
+    MakeMp3(music + "/c.mp3", 1.0);
+    StartDaemon();
+    ASSERT_TRUE(Call("indexUsbStorage", StoragePath(Stick1()))["result"]["success"].asBool());
+    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 3));
+
+    // b is gone when a ends: the stick is played again from its root.
+    ASSERT_EQ(unlink((music + "/b.mp3").c_str()), 0);
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
+    EXPECT_TRUE(NoNotification("usbConnectionNotification", 100));
+
+    // c is gone too: a second miss reports the stick.
+    ASSERT_EQ(unlink((music + "/c.mp3").c_str()), 0);
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
+    Json::Value expected;
+    expected["usbDeviceName"] = "usb1";
+    expected["connected"] = false;
+    expected["errorCode"] = "fileNotFound";
+    EXPECT_EQ(notification["params"], expected);
+    EXPECT_EQ(PlayerState(), 0);
+    Json::Value device;
+    device["deviceName"] = "usb1";
+    EXPECT_EQ(Call("isUSBconnected", device)["result"]["errorCode"], "fileNotFound");
+}
+
+namespace {
+// Turns `path` into a file whose reading fails with an I/O error: the
+// daemon's own memory map, unreadable at offset 0.
+void MakeUnreadable(const std::string& path)
+{
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    ASSERT_EQ(symlink("/proc/self/mem", path.c_str()), 0);
+}
+}  // namespace
+
+TEST_F(BusMessagesTest, UnreadableFileStopsAndReportsItsStick)
+{
+    const std::string music = Stick1() + "/music";
+    MakeMp3(music + "/a.mp3", 2.0);
+    MakeMp3(music + "/b.mp3", 1.0);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
+    MakeUnreadable(music + "/b.mp3");
+
+    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
+    ASSERT_FALSE(seen.empty());
+    const Json::Value& report = seen.back();
+    ASSERT_EQ(report["method"], "usbConnectionNotification");
+    Json::Value expected;
+    expected["usbDeviceName"] = "usb1";
+    expected["connected"] = false;
+    expected["errorCode"] = "badFile";
+    EXPECT_EQ(report["params"], expected);
+
+    // Before the report: the stop, and the emptied track.
+    const Json::Value& info = seen[seen.size() - 2];
+    ASSERT_EQ(info["method"], "trackInfoNotification");
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
+    EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+    EXPECT_EQ(PlayerState(), 0);
+    EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", 1000));
+}
+
+TEST_F(BusMessagesTest, UnreadableFileOnSecondStickIsNotAnnounced)
+{
+    MakeMp3(Stick2() + "/a.mp3", 2.0);
+    MakeMp3(Stick2() + "/b.mp3", 1.0);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick2(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
+    MakeUnreadable(Stick2() + "/b.mp3");
+
+    ASSERT_TRUE(m_daemon->WaitForOutput("Unreadable resource", 20000));
+    EXPECT_EQ(PlayerState(), 0);
+    EXPECT_TRUE(NoNotification("usbConnectionNotification", 500));
+    Json::Value device;
+    device["deviceName"] = "usb1";
+    const Json::Value reply = Call("isUSBconnected", device);
+    EXPECT_TRUE(reply["result"]["connected"].asBool());
+    EXPECT_EQ(reply["result"]["errorCode"], "");
+}

@@ -1,0 +1,875 @@
+// usb-media-ctl against the real daemon over real TCP: every verb, its
+// output, its exit status, and watch as a long-running child.
+
+#include "tests/integration/CliProcess.h"
+#include "tests/support/DaemonProcess.h"
+#include "tests/support/MediaFactory.h"
+#include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+using cli_test::CliProcess;
+using testing_support::DaemonProcess;
+using testing_support::MediaFactory;
+using testing_support::RpcClient;
+using testing_support::TempDir;
+
+namespace {
+// Generous: the machine may be busy with other tests.
+constexpr int kEventTimeoutMs = 15000;
+constexpr int kCliTimeoutMs = 30000;
+
+constexpr int kStopped = 0;
+constexpr int kPaused = 3;
+constexpr int kPlaying = 4;
+constexpr int kFastForward = 5;
+constexpr int kRewind = 6;
+
+constexpr double kSongSeconds = 6.0;
+constexpr double kShortSongSeconds = 2.0;
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// The listing with every entry's ID replaced by "ID", so it can be compared
+// as text: "  2189816948  Jazz/" becomes "ID  Jazz/".
+std::string WithoutIds(const std::string& listing)
+{
+    std::istringstream lines(listing);
+    std::string result;
+    std::string line;
+    while (std::getline(lines, line)) {
+        const size_t digits = line.find_first_not_of(' ');
+        const size_t end = line.find_first_not_of("0123456789", digits);
+        const bool isEntry = digits != std::string::npos && end != digits && end != std::string::npos &&
+                             line.compare(end, 2, "  ") == 0;
+        result += (isEntry ? "ID" + line.substr(end) : line) + "\n";
+    }
+    return result;
+}
+
+bool Exists(const std::string& path)
+{
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0;
+}
+
+// A JPEG cover, put into an MP3's ID3 tag with Debian's mutagen.
+std::string WithCover(const std::string& mp3, const std::string& destination)
+{
+    const std::string cover = MediaFactory::Launch(
+        "cli-cover.jpg", {"videotestsrc", "num-buffers=1", "!", "video/x-raw,width=32,height=24", "!", "jpegenc",
+                          "!", "filesink"});
+    MediaFactory::Place(mp3, destination + ".tmp");
+    const char* script = "import sys\n"
+                         "from mutagen.id3 import ID3, APIC\n"
+                         "tags = ID3(sys.argv[1])\n"
+                         "tags.add(APIC(encoding=3, mime='image/jpeg', type=3, desc='Cover',\n"
+                         "              data=open(sys.argv[2], 'rb').read()))\n"
+                         "tags.save(sys.argv[1])\n";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execl("/usr/bin/python3", "python3", "-c", script, (destination + ".tmp").c_str(), cover.c_str(),
+              static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 ||
+        rename((destination + ".tmp").c_str(), destination.c_str()) != 0) {
+        throw std::runtime_error("cannot add a cover to " + destination);
+    }
+    return destination;
+}
+
+// The stick every test uses (the daemon lists folders first, by name):
+//   Covers/cover.mp3 (with a JPEG cover)
+//   Jazz/a-blue.mp3, Jazz/b-night.mp3, Jazz/c-rain.wav
+//   Rock/Live/encore.wav
+//   Welcome.mp3 (short)
+// Browsing needs only the names, so tests that play nothing get empty files
+// of the same names, which is much quicker than encoding.
+class StickTree {
+public:
+    explicit StickTree(bool realMedia)
+    {
+        const std::string stick = Stick();
+        Put(realMedia ? MediaFactory::Mp3(kSongSeconds, "Blue Hour", "The Demo Trio", "Late Set") : "",
+            stick + "/Jazz/a-blue.mp3");
+        Put(realMedia ? MediaFactory::Mp3(kSongSeconds, "Night Walk", "The Demo Trio", "Late Set") : "",
+            stick + "/Jazz/b-night.mp3");
+        Put(realMedia ? MediaFactory::Wav(kSongSeconds) : "", stick + "/Jazz/c-rain.wav");
+        Put(realMedia ? MediaFactory::Wav(kShortSongSeconds) : "", stick + "/Rock/Live/encore.wav");
+        Put(realMedia ? MediaFactory::Mp3(kShortSongSeconds, "Welcome", "USB Media", "Demo") : "",
+            stick + "/Welcome.mp3");
+        testing_support::MakeDirs(stick + "/Covers");
+        if (realMedia) {
+            WithCover(MediaFactory::Mp3(kSongSeconds, "Cover Song", "Painter", "Gallery"), stick + "/Covers/cover.mp3");
+        } else {
+            Put("", stick + "/Covers/cover.mp3");
+        }
+        testing_support::MakeDirs(m_root / "mnt/usb-stick2");
+        testing_support::MakeDirs(m_root / "home/root");
+    }
+
+    std::string Root() const { return m_root.Path(); }
+    std::string Stick() const { return m_root / "mnt/usb-stick1"; }
+
+private:
+    // Places a made file, or an empty one when `source` is empty.
+    static void Put(const std::string& source, const std::string& destination)
+    {
+        if (source.empty()) {
+            testing_support::WriteFile(destination, "");
+        } else {
+            MediaFactory::Place(source, destination);
+        }
+    }
+
+    TempDir m_root;
+};
+
+// One stick of each kind per test process, made on first use.
+const StickTree& Tree(bool realMedia)
+{
+    if (realMedia) {
+        static const StickTree media(true);
+        return media;
+    }
+    static const StickTree names(false);
+    return names;
+}
+
+// The daemon on a stick of empty files named like media: for everything
+// that browses, indexes or sends requests without playing.
+class CliTest : public testing::Test {
+protected:
+    // Whether the stick holds real, playable media.
+    virtual bool RealMedia() const { return false; }
+
+    void SetUp() override
+    {
+        DaemonProcess::Options options;
+        options.environment["USBMEDIA_ROOT"] = Tree(RealMedia()).Root();
+        m_daemon = std::make_unique<DaemonProcess>(options);
+        // A client that stays connected: the service plays only while one is.
+        ASSERT_TRUE(listener.Connect(m_daemon->Port()));
+    }
+
+    void TearDown() override
+    {
+        if (m_daemon && !m_stopped) {
+            StopDaemon();
+        }
+    }
+
+    void StopDaemon()
+    {
+        m_stopped = true;
+        EXPECT_EQ(m_daemon->Stop(SIGTERM, 20000), 0) << m_daemon->Output();
+    }
+
+    std::string Root() const { return Tree(RealMedia()).Root(); }
+    std::string Stick() const { return Tree(RealMedia()).Stick(); }
+    DaemonProcess& Daemon() { return *m_daemon; }
+
+    CliProcess::Options CliOptions(const std::vector<std::string>& arguments) const
+    {
+        CliProcess::Options options;
+        options.arguments = arguments;
+        options.environment["USBMEDIA_PORT"] = std::to_string(m_daemon->Port());
+        options.environment["USBMEDIA_ROOT"] = Root();
+        return options;
+    }
+
+    CliProcess::Result Cli(const std::vector<std::string>& arguments)
+    {
+        return CliProcess::Run(CliOptions(arguments), kCliTimeoutMs);
+    }
+
+    // Runs the client and expects exit status 0.
+    std::string CliOk(const std::vector<std::string>& arguments)
+    {
+        const CliProcess::Result result = Cli(arguments);
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    }
+
+    Json::Value Call(const std::string& method, const Json::Value& params = Json::Value())
+    {
+        return listener.Call(method, params, kEventTimeoutMs);
+    }
+
+    void IndexStick()
+    {
+        Json::Value params;
+        params["usbStoragePath"] = Stick();
+        ASSERT_TRUE(Call("indexUsbStorage", params)["result"]["success"].asBool());
+    }
+
+    void PlayFolder(const std::string& name)
+    {
+        Json::Value params;
+        params["file"]["name"] = name;
+        params["file"]["path"] = Stick();
+        params["file"]["isFolder"] = true;
+        ASSERT_TRUE(Call("playFileUSB", params)["result"]["success"].asBool());
+    }
+
+    // Plays the Jazz folder and waits for its first track's tags.
+    void StartJazz()
+    {
+        PlayFolder("Jazz");
+        ASSERT_TRUE(WaitForState(kPlaying));
+        ASSERT_EQ(NextTrackTitle(), "Blue Hour");
+    }
+
+    bool WaitForState(int state, int timeoutMs = kEventTimeoutMs)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        Json::Value notification;
+        while (listener.NextNotification(notification, "playerStateChangedNotification", Remaining(deadline))) {
+            if (notification["params"]["playerState"].asInt() == state) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::string NextTrackTitle()
+    {
+        Json::Value notification;
+        if (!listener.NextNotification(notification, "trackInfoNotification", kEventTimeoutMs)) {
+            return "<no trackInfoNotification>";
+        }
+        return notification["params"]["trackInfo"]["trackTitle"].asString();
+    }
+
+    // The first trackTimeNotification whose time is at least `seconds`.
+    bool WaitForTime(unsigned seconds, unsigned* seen = nullptr)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kEventTimeoutMs);
+        Json::Value notification;
+        while (listener.NextNotification(notification, "trackTimeNotification", Remaining(deadline))) {
+            const unsigned time = notification["params"]["trackTime"].asUInt();
+            if (time >= seconds) {
+                if (seen != nullptr) {
+                    *seen = time;
+                }
+                return true;
+            }
+        }
+        return false;
+    }
+
+    int PlayerState() { return Call("getCurrentPlayerState")["result"]["playerState"].asInt(); }
+
+    static int Remaining(std::chrono::steady_clock::time_point deadline)
+    {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+    }
+
+    // The ID that ls shows before "  NAME" (folders end in "/").
+    static std::string IdOf(const std::string& listing, const std::string& name)
+    {
+        std::istringstream lines(listing);
+        std::string line;
+        while (std::getline(lines, line)) {
+            const size_t at = line.rfind("  " + name);
+            if (at != std::string::npos && at + 2 + name.size() == line.size()) {
+                return line.substr(line.find_first_not_of(' '), at - line.find_first_not_of(' '));
+            }
+        }
+        return "<" + name + " not listed>";
+    }
+
+    RpcClient listener;
+
+private:
+    std::unique_ptr<DaemonProcess> m_daemon;
+    bool m_stopped = false;
+};
+
+// The same with real media, for everything that plays.
+class CliPlaybackTest : public CliTest {
+protected:
+    bool RealMedia() const override { return true; }
+};
+}  // namespace
+
+// --- call ------------------------------------------------------------------
+
+TEST_F(CliTest, CallPrintsTheReplyIndented)
+{
+    EXPECT_EQ(CliOk({"call", "ping"}), "{\n  \"id\": 1,\n  \"jsonrpc\": \"2.0\",\n  \"result\": true\n}\n");
+}
+
+TEST_F(CliTest, CallWithJsonPrintsTheReplyAsReceived)
+{
+    EXPECT_EQ(CliOk({"--json", "call", "ping"}), "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}\n");
+    EXPECT_EQ(CliOk({"call", "print", "--json"}), "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":\"success\"}\n");
+}
+
+TEST_F(CliTest, CallSendsParams)
+{
+    EXPECT_EQ(CliOk({"call", "setRepeatModeUSB", R"({"mode":2})", "--json"}),
+              "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{\"mode\":2}}\n");
+    EXPECT_EQ(Call("getRepeatModeUSB")["result"]["mode"], 2);
+}
+
+TEST_F(CliTest, CallOfAMethodWithoutReplyPrintsNothing)
+{
+    const CliProcess::Result result = Cli({"call", "notify"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(Contains(result.err, "\"notify\" sent no reply")) << result.err;
+}
+
+TEST_F(CliTest, CallOfAnUnknownMethodFails)
+{
+    const CliProcess::Result result = Cli({"call", "noSuchMethod"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(Contains(result.out, "\"message\": \"Method not found\"")) << result.out;
+    EXPECT_EQ(result.err, "usb-media-ctl: Method not found (code -32601)\n");
+}
+
+TEST_F(CliTest, CallWhoseReplyCarriesAnErrorFails)
+{
+    const CliProcess::Result result = Cli({"call", "playUSB", "--json"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "{\"error\":{\"code\":-1,\"message\":\"E: No Song to play!\"},\"id\":1,"
+                          "\"jsonrpc\":\"2.0\",\"result\":{\"success\":false}}\n");
+    EXPECT_EQ(result.err, "usb-media-ctl: E: No Song to play! (code -1)\n");
+}
+
+// --- connection ------------------------------------------------------------
+
+TEST_F(CliTest, NoServiceIsAConnectionError)
+{
+    const int port = DaemonProcess::FreePort();
+    const CliProcess::Result result = Cli({"--port", std::to_string(port), "status"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(Contains(result.err, "cannot connect to 127.0.0.1:" + std::to_string(port))) << result.err;
+    EXPECT_EQ(result.out, "");
+}
+
+TEST_F(CliTest, PortOptionOverridesTheEnvironment)
+{
+    CliProcess::Options options = CliOptions({"--port", std::to_string(Daemon().Port()), "call", "ping", "--json"});
+    options.environment["USBMEDIA_PORT"] = std::to_string(DaemonProcess::FreePort());
+    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}\n");
+}
+
+TEST_F(CliTest, HostOption)
+{
+    EXPECT_EQ(CliOk({"--host", "localhost", "--json", "call", "ping"}).substr(0, 6), "{\"id\":");
+    const CliProcess::Result result = Cli({"--host", "no-such-host.invalid", "status"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(Contains(result.err, "no-such-host.invalid")) << result.err;
+}
+
+// --- status ----------------------------------------------------------------
+
+TEST_F(CliTest, StatusWithNothingLoaded)
+{
+    const std::string out = CliOk({"status"});
+    EXPECT_TRUE(Contains(out, "track:    none\n")) << out;
+    EXPECT_TRUE(Contains(out, "time:     0:00 / 0:00\n")) << out;
+    EXPECT_TRUE(Contains(out, "repeat:   none\n")) << out;
+    EXPECT_TRUE(Contains(out, "shuffle:  off\n")) << out;
+    EXPECT_TRUE(Contains(out, "usb1:     connected\n")) << out;
+}
+
+TEST_F(CliPlaybackTest, StatusWhilePlaying)
+{
+    StartJazz();
+    ASSERT_TRUE(WaitForTime(1));
+    const std::string out = CliOk({"status"});
+    EXPECT_TRUE(Contains(out, "state:    playing\n")) << out;
+    EXPECT_TRUE(Contains(out, "track:    1 of 3\n")) << out;
+    EXPECT_TRUE(Contains(out, "title:    Blue Hour\n")) << out;
+    EXPECT_TRUE(Contains(out, "artist:   The Demo Trio\n")) << out;
+    EXPECT_TRUE(Contains(out, "album:    Late Set\n")) << out;
+    const size_t time = out.find("time:     0:0");
+    ASSERT_NE(time, std::string::npos) << out;
+    EXPECT_GE(out[time + 13], '1') << out;
+    EXPECT_EQ(out.substr(time + 14, 6), " / 0:0") << out;
+    EXPECT_TRUE(Contains(out, "file:     " + Stick() + "/Jazz/a-blue.mp3\n")) << out;
+}
+
+TEST_F(CliTest, StatusWithJsonPrintsEveryReply)
+{
+    const std::string out = CliOk({"status", "--json"});
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 5) << out;
+    EXPECT_TRUE(Contains(out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{\"playerState\":")) << out;
+    EXPECT_TRUE(Contains(out, "{\"id\":5,\"jsonrpc\":\"2.0\",\"result\":{\"connected\":true,\"errorCode\":\"\"}}\n"))
+        << out;
+}
+
+// --- ls, index, crc --------------------------------------------------------
+
+TEST_F(CliTest, ListBeforeIndexingFails)
+{
+    const CliProcess::Result result = Cli({"ls"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(Contains(result.err, "usb-media-ctl: E: No Items In This Group! (code -10)\n")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "usb-media-ctl index")) << result.err;
+}
+
+TEST_F(CliTest, IndexThenListTheStickRoot)
+{
+    EXPECT_EQ(CliOk({"index"}), "indexed " + Stick() + "\n");
+    const std::string out = CliOk({"ls"});
+    EXPECT_EQ(WithoutIds(out), Stick() + "\n"
+                                         "ID  Covers/\n"
+                                         "ID  Jazz/\n"
+                                         "ID  Rock/\n"
+                                         "ID  Welcome.mp3\n"
+                                         "entries 1-4 of 4 (page 1 of 1)\n");
+}
+
+TEST_F(CliTest, IndexOfABuiltInPathGetsTheRoot)
+{
+    EXPECT_EQ(CliOk({"index", "/mnt/usb-stick1"}), "indexed " + Stick() + "\n");
+}
+
+TEST_F(CliTest, IndexOfAMissingFolderFails)
+{
+    const CliProcess::Result result = Cli({"index", "/mnt/usb-stick9"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(Contains(result.err, "E: While opendir")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "(code -1)")) << result.err;
+}
+
+TEST_F(CliTest, ListPageByPage)
+{
+    IndexStick();
+    const std::string second = CliOk({"ls", "--page-size", "2", "--page", "2"});
+    EXPECT_EQ(WithoutIds(second), Stick() + "\nID  Rock/\nID  Welcome.mp3\nentries 3-4 of 4 (page 2 of 2)\n");
+    const std::string first = CliOk({"ls", "--page-size=3"});
+    EXPECT_TRUE(Contains(first, "entries 1-3 of 4 (page 1 of 2)\n")) << first;
+}
+
+TEST_F(CliTest, ListPastTheLastPageFails)
+{
+    IndexStick();
+    const CliProcess::Result result = Cli({"ls", "--page-size", "2", "--page", "3"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "usb-media-ctl: page 3 is past the end: 4 entries make 2 page(s)\n");
+}
+
+TEST_F(CliTest, ListAFolderByBuiltInPath)
+{
+    IndexStick();
+    const std::string out = CliOk({"ls", "/mnt/usb-stick1/Jazz/"});
+    EXPECT_EQ(WithoutIds(out), Stick() + "/Jazz\nID  a-blue.mp3\nID  b-night.mp3\nID  c-rain.wav\n"
+                                         "entries 1-3 of 3 (page 1 of 1)\n");
+}
+
+TEST_F(CliTest, ListAFolderByRelativePath)
+{
+    IndexStick();
+    CliProcess::Options options = CliOptions({"ls", "Rock"});
+    options.workingDirectory = Stick();
+    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(Contains(result.out, "  Live/\n")) << result.out;
+}
+
+TEST_F(CliTest, ListAGroupByTheIdThatLsShows)
+{
+    IndexStick();
+    const std::string jazz = IdOf(CliOk({"ls"}), "Jazz/");
+    const std::string out = CliOk({"ls", "--group", jazz});
+    EXPECT_TRUE(Contains(out, Stick() + "/Jazz\n")) << out;
+    EXPECT_TRUE(Contains(out, "  b-night.mp3\n")) << out;
+    EXPECT_TRUE(Contains(out, "entries 1-3 of 3 (page 1 of 1)\n")) << out;
+    EXPECT_TRUE(Contains(CliOk({"ls", "--group", "0"}), "  Welcome.mp3\n"));
+}
+
+TEST_F(CliTest, ListWithJsonPrintsTheReply)
+{
+    IndexStick();
+    const std::string out = CliOk({"ls", "--json", "--page-size", "1"});
+    const std::string start = "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{\"currIndex\":0,\"filelist\":[{\"ID\":";
+    EXPECT_EQ(out.substr(0, start.size()), start);
+    EXPECT_TRUE(Contains(out, "\"isFolder\":true,\"name\":\"Covers\",\"path\":\"" + Stick() + "\"}],\"totalCount\":4}}\n"))
+        << out;
+}
+
+TEST_F(CliTest, CrcBeforeAndAfterIndexing)
+{
+    EXPECT_EQ(CliOk({"crc"}), "0\n");
+    IndexStick();
+    const std::string crc = Call("getUsbStorageCrc32")["result"]["crc32"].asString();
+    EXPECT_NE(crc, "0");
+    EXPECT_EQ(CliOk({"crc"}), crc + "\n");
+}
+
+// --- play ------------------------------------------------------------------
+
+TEST_F(CliPlaybackTest, PlayAFolder)
+{
+    EXPECT_EQ(CliOk({"play", "/mnt/usb-stick1/Jazz"}), "playing " + Stick() + "/Jazz\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "Blue Hour");
+}
+
+TEST_F(CliPlaybackTest, PlayAFile)
+{
+    IndexStick();
+    EXPECT_EQ(CliOk({"play", Stick() + "/Jazz/b-night.mp3"}), "playing " + Stick() + "/Jazz/b-night.mp3\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "Night Walk");
+}
+
+TEST_F(CliPlaybackTest, PlayARelativePath)
+{
+    IndexStick();
+    CliProcess::Options options = CliOptions({"play", "b-night.mp3"});
+    options.workingDirectory = Stick() + "/Jazz";
+    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(NextTrackTitle(), "Night Walk");
+}
+
+TEST_F(CliTest, PlayAMissingPathIsAUsageError)
+{
+    const CliProcess::Result result = Cli({"play", "/mnt/usb-stick1/Jazz/none.mp3"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(Contains(result.err, "cannot play " + Stick() + "/Jazz/none.mp3: No such file or directory"))
+        << result.err;
+}
+
+TEST_F(CliPlaybackTest, PlayAll)
+{
+    IndexStick();
+    EXPECT_EQ(CliOk({"play-all"}), "playing every song of " + Stick() + "\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "Cover Song");  // the first folder, played with its subfolders
+}
+
+TEST_F(CliTest, PlayAllWithoutIndexFails)
+{
+    const CliProcess::Result result = Cli({"play-all", "/mnt/usb-stick1"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "usb-media-ctl: E: No Songs on USB! (code -6)\n");
+}
+
+TEST_F(CliPlaybackTest, PlayIndexOfAnIdThatLsShows)
+{
+    IndexStick();
+    const std::string welcome = IdOf(CliOk({"ls"}), "Welcome.mp3");
+    EXPECT_EQ(CliOk({"play-index", welcome}), "playing entry " + welcome + "\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "Welcome");
+}
+
+// --- transport -------------------------------------------------------------
+
+TEST_F(CliPlaybackTest, PauseAndResume)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"pause"}), "paused\n");
+    EXPECT_TRUE(WaitForState(kPaused));
+    EXPECT_EQ(CliOk({"resume"}), "playing\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+}
+
+TEST_F(CliTest, PauseWithNothingPlayingFails)
+{
+    const CliProcess::Result result = Cli({"pause"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "usb-media-ctl: E: No Song to pause! (code -1)\n");
+    EXPECT_EQ(result.out, "");
+}
+
+TEST_F(CliTest, ResumeWithNothingToPlayFails)
+{
+    const CliProcess::Result result = Cli({"resume"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "usb-media-ctl: E: No Song to play! (code -1)\n");
+}
+
+TEST_F(CliPlaybackTest, Stop)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"stop"}), "stopped\n");
+    EXPECT_TRUE(WaitForState(kStopped));
+}
+
+TEST_F(CliPlaybackTest, NextAndPrevious)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"next"}), "next track\n");
+    EXPECT_EQ(NextTrackTitle(), "Night Walk");
+    EXPECT_EQ(CliOk({"prev"}), "previous track\n");
+    EXPECT_EQ(NextTrackTitle(), "Blue Hour");
+}
+
+TEST_F(CliTest, NextWithoutPlaylistFails)
+{
+    const CliProcess::Result result = Cli({"next"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err.find("usb-media-ctl: E: "), 0u) << result.err;
+}
+
+TEST_F(CliPlaybackTest, RestartGoesBackToTheStart)
+{
+    StartJazz();
+    ASSERT_TRUE(WaitForTime(2));
+    EXPECT_EQ(CliOk({"restart"}), "track restarted\n");
+    Json::Value notification;
+    ASSERT_TRUE(listener.NextNotification(notification, "trackTimeNotification", kEventTimeoutMs));
+    EXPECT_LE(notification["params"]["trackTime"].asUInt(), 1u);
+}
+
+TEST_F(CliPlaybackTest, SeekInSecondsAndMinutes)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"seek", "3"}), "seeked to 0:03\n");
+    unsigned time = 0;
+    EXPECT_TRUE(WaitForTime(3, &time));
+    EXPECT_LE(time, 5u);
+    EXPECT_EQ(CliOk({"seek", "0:01"}), "seeked to 0:01\n");
+}
+
+TEST_F(CliPlaybackTest, FastForwardAndRewind)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"ff", "on"}), "fast forward on\n");
+    EXPECT_TRUE(WaitForState(kFastForward));
+    EXPECT_EQ(CliOk({"ff", "off"}), "fast forward off\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(CliOk({"rew", "on"}), "rewind on\n");
+    EXPECT_TRUE(WaitForState(kRewind));
+    EXPECT_EQ(CliOk({"rew", "off"}), "rewind off\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+}
+
+TEST_F(CliTest, FastForwardWhileStoppedIsRefused)
+{
+    const CliProcess::Result result = Cli({"ff", "on"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "usb-media-ctl: fast forward refused: the player is not playing, or is already in fast-forward\n");
+    const CliProcess::Result rewind = Cli({"rew", "on", "--json"});
+    EXPECT_EQ(rewind.status, 1);
+    EXPECT_EQ(rewind.out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":false}\n");
+}
+
+TEST_F(CliTest, RepeatModes)
+{
+    EXPECT_EQ(CliOk({"repeat"}), "repeat: none\n");
+    EXPECT_EQ(CliOk({"repeat", "all"}), "repeat: all\n");
+    Json::Value notification;
+    ASSERT_TRUE(listener.NextNotification(notification, "repeatModeChangedNotification", kEventTimeoutMs));
+    EXPECT_EQ(notification["params"]["mode"], 2);
+    EXPECT_EQ(CliOk({"repeat", "one"}), "repeat: one\n");
+    EXPECT_EQ(CliOk({"repeat"}), "repeat: one\n");
+    EXPECT_EQ(CliOk({"repeat", "none"}), "repeat: none\n");
+}
+
+TEST_F(CliTest, Shuffle)
+{
+    EXPECT_EQ(CliOk({"shuffle"}), "shuffle: off\n");
+    EXPECT_EQ(CliOk({"shuffle", "on"}), "shuffle: on\n");
+    Json::Value notification;
+    ASSERT_TRUE(listener.NextNotification(notification, "shuffleModeChangedNotification", kEventTimeoutMs));
+    EXPECT_TRUE(notification["params"]["enabled"].asBool());
+    EXPECT_EQ(CliOk({"shuffle"}), "shuffle: on\n");
+    EXPECT_EQ(CliOk({"shuffle", "off"}), "shuffle: off\n");
+}
+
+// --- album art -------------------------------------------------------------
+
+TEST_F(CliPlaybackTest, AlbumArtPrintsTheWrittenFile)
+{
+    IndexStick();
+    ASSERT_EQ(Cli({"play", Stick() + "/Covers/cover.mp3"}).status, 0);
+    ASSERT_EQ(NextTrackTitle(), "Cover Song");
+    const CliProcess::Result result = Cli({"art"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string directory = Root() + "/home/root/art_dump/art";
+    EXPECT_EQ(result.out.substr(0, directory.size()), directory) << result.out;
+    EXPECT_EQ(result.out.substr(result.out.size() - 5), ".dat\n") << result.out;
+    EXPECT_TRUE(Exists(result.out.substr(0, result.out.size() - 1)));
+}
+
+TEST_F(CliPlaybackTest, AlbumArtOfATrackWithoutCoverTimesOut)
+{
+    StartJazz();
+    const CliProcess::Result result = Cli({"art", "--wait", "2"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "usb-media-ctl: no album art arrived within 2 s (the track may have no cover image)\n");
+}
+
+// --- device ----------------------------------------------------------------
+
+TEST_F(CliTest, UsbPluggedAndUnplugged)
+{
+    EXPECT_EQ(CliOk({"usb", "usb1", "unplugged"}), "usb1: unplugged reported\n");
+    Json::Value notification;
+    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
+    EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1");
+    EXPECT_FALSE(notification["params"]["connected"].asBool());
+    EXPECT_EQ(notification["params"]["errorCode"], "");
+    EXPECT_EQ(CliOk({"usb", "usb1", "plugged"}), "usb1: plugged reported\n");
+    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
+    EXPECT_TRUE(notification["params"]["connected"].asBool());
+}
+
+TEST_F(CliTest, UsbEventOfAnUnsupportedStick)
+{
+    CliOk({"usb", "usb1", "unplugged", "--not-supported"});
+    Json::Value params;
+    params["deviceName"] = "usb1";
+    EXPECT_EQ(Call("isUSBconnected", params)["result"]["errorCode"], "not_supported");
+    CliOk({"usb", "usb1", "unplugged", "--unreadable"});
+    EXPECT_EQ(Call("isUSBconnected", params)["result"]["errorCode"], "unreadable");
+    const std::string out = CliOk({"status"});
+    EXPECT_TRUE(Contains(out, "usb1:     not connected (unreadable)\n")) << out;
+}
+
+TEST_F(CliPlaybackTest, PowerOffOnAndResumeInfo)
+{
+    StartJazz();
+    EXPECT_EQ(CliOk({"power", "off"}), "soft power-off\n");
+    EXPECT_EQ(CliOk({"power", "on"}), "power on\n");
+    const std::string out = CliOk({"resume-info"});
+    EXPECT_TRUE(Contains(out, "file:     " + Stick() + "/Jazz/a-blue.mp3\n")) << out;
+    EXPECT_TRUE(Contains(out, "state:    playing\n")) << out;
+    EXPECT_TRUE(Contains(out, "repeat:   none\n")) << out;
+    EXPECT_TRUE(Contains(out, "shuffle:  off\n")) << out;
+    EXPECT_EQ(CliOk({"resume-info"}), "no suspended track\n");
+}
+
+TEST_F(CliTest, ResumeInfoWithoutPowerOff)
+{
+    EXPECT_EQ(CliOk({"resume-info"}), "no suspended track\n");
+    EXPECT_EQ(CliOk({"resume-info", "--json"}),
+              "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{\"suspensionData\":{\"isSuspended\":false}}}\n");
+}
+
+// --- watch -----------------------------------------------------------------
+
+TEST_F(CliTest, WatchShowsModeAndUsbChanges)
+{
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching 127.0.0.1:" + std::to_string(Daemon().Port()), kEventTimeoutMs))
+        << watch.Err();
+    Json::Value params;
+    params["mode"] = 2;
+    Call("setRepeatModeUSB", params);
+    EXPECT_TRUE(watch.WaitForOutput("repeat: all\n", kEventTimeoutMs)) << watch.Out();
+    Json::Value shuffle;
+    shuffle["enable"] = true;
+    Call("enableShuffleUSB", shuffle);
+    EXPECT_TRUE(watch.WaitForOutput("shuffle: on\n", kEventTimeoutMs)) << watch.Out();
+    Json::Value usb;
+    usb["usbDevice"] = "usb1";
+    usb["usbConnected"] = false;
+    usb["isSupported"] = true;
+    usb["isReadable"] = false;
+    Call("usbConnectionEvent", usb);
+    EXPECT_TRUE(watch.WaitForOutput("usb usb1: disconnected (unreadable)\n", kEventTimeoutMs)) << watch.Out();
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Out(), "repeat: all\nshuffle: on\nusb usb1: disconnected (unreadable)\n");
+}
+
+TEST_F(CliTest, WatchWithJsonPrintsTheNotificationsAsReceived)
+{
+    CliProcess watch(CliOptions({"watch", "--json"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    Json::Value params;
+    params["mode"] = 2;
+    Call("setRepeatModeUSB", params);
+    const std::string line = "{\"jsonrpc\":\"2.0\",\"method\":\"repeatModeChangedNotification\",\"params\":{\"mode\":2}}\n";
+    EXPECT_TRUE(watch.WaitForOutput(line, kEventTimeoutMs)) << watch.Out();
+    watch.Signal(SIGTERM);
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Out(), line);
+}
+
+TEST_F(CliPlaybackTest, WatchShowsPlaybackAsPlainLines)
+{
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    StartJazz();
+    EXPECT_TRUE(watch.WaitForOutput("state: playing\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("track 1/3: \"Blue Hour\" by The Demo Trio, album \"Late Set\"", kEventTimeoutMs))
+        << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("time 0:02 / 0:0", kEventTimeoutMs)) << watch.Out();
+    CliOk({"pause"});
+    EXPECT_TRUE(watch.WaitForOutput("state: paused\n", kEventTimeoutMs)) << watch.Out();
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_FALSE(Contains(watch.Out(), "\r"));
+}
+
+TEST_F(CliPlaybackTest, WatchShowsTheEndOfThePlaylist)
+{
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    IndexStick();
+    ASSERT_EQ(Cli({"play", Stick() + "/Welcome.mp3"}).status, 0);
+    EXPECT_TRUE(watch.WaitForOutput("end of playlist\n", kEventTimeoutMs)) << watch.Out();
+}
+
+TEST_F(CliPlaybackTest, WatchOnATerminalRedrawsTheTimeLine)
+{
+    CliProcess::Options options = CliOptions({"watch"});
+    options.terminal = true;
+    CliProcess watch(options);
+    ASSERT_TRUE(watch.WaitForOutput("watching", kEventTimeoutMs)) << watch.Out();
+    StartJazz();
+    EXPECT_TRUE(watch.WaitForOutput("\rtime 0:02 / 0:0", kEventTimeoutMs)) << watch.Out();
+    const size_t bar = watch.Out().find("\rtime 0:02 / 0:0");
+    EXPECT_EQ(watch.Out().substr(bar + 17, 3), " [#") << watch.Out();
+    CliOk({"pause"});
+    // The state line ends the time line first.
+    EXPECT_TRUE(watch.WaitForOutput("\r\nstate: paused\r\n", kEventTimeoutMs)) << watch.Out();
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+}
+
+TEST_F(CliPlaybackTest, WatchAloneKeepsPlaybackGoing)
+{
+    listener.Close();
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_EQ(Cli({"play", "/mnt/usb-stick1/Jazz"}).status, 0);
+    EXPECT_TRUE(watch.WaitForOutput("time 0:03 / 0:0", kEventTimeoutMs)) << watch.Out();
+    EXPECT_FALSE(Contains(watch.Out(), "state: stopped")) << watch.Out();
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+}
+
+TEST_F(CliTest, WatchEndsWhenTheServiceStops)
+{
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    listener.Close();
+    StopDaemon();
+    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_TRUE(Contains(watch.Err(), "usb-media-ctl: the service closed the connection\n")) << watch.Err();
+}

@@ -1,0 +1,270 @@
+#include "tests/integration/DeviceFixture.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <stdexcept>
+#include <thread>
+
+using testing_support::DaemonProcess;
+using testing_support::MakeDirs;
+using testing_support::TempDir;
+using testing_support::WriteFile;
+
+namespace device_test {
+
+namespace {
+using Clock = std::chrono::steady_clock;
+constexpr int kSampleRate = 22050;
+constexpr int kSamplesPerBuffer = 1024;
+
+// Runs a program with its output discarded; throws when it fails.
+void Run(std::vector<std::string> argv)
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        dup2(null, STDERR_FILENO);
+        std::vector<char*> raw;
+        for (std::string& argument : argv) {
+            raw.push_back(argument.data());
+        }
+        raw.push_back(nullptr);
+        execvp(raw[0], raw.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        throw std::runtime_error("command failed: " + argv[0] + " " + argv.back());
+    }
+}
+
+std::string Buffers(double seconds)
+{
+    const long count = std::lround(seconds * kSampleRate / kSamplesPerBuffer);
+    return "num-buffers=" + std::to_string(count < 1 ? 1 : count);
+}
+
+std::vector<std::string> ToneSource(double seconds)
+{
+    return {"gst-launch-1.0", "-q", "audiotestsrc", Buffers(seconds),
+            "samplesperbuffer=" + std::to_string(kSamplesPerBuffer), "!",
+            "audio/x-raw,format=S16LE,rate=" + std::to_string(kSampleRate) + ",channels=1", "!",
+            "audioconvert", "!"};
+}
+
+// ID3v2 frames written by python3-mutagen (the system interpreter, which is
+// where the Debian package installs it).
+constexpr const char* kTagScript = R"(
+import sys
+from mutagen.id3 import ID3, TIT2, TPE1, TALB, APIC
+path, title, artist, album, cover = sys.argv[1:6]
+tags = ID3()
+if title: tags.add(TIT2(encoding=3, text=title))
+if artist: tags.add(TPE1(encoding=3, text=artist))
+if album: tags.add(TALB(encoding=3, text=album))
+if cover:
+    with open(cover, 'rb') as image:
+        tags.add(APIC(encoding=3, mime='image/jpeg', type=3, desc='Cover', data=image.read()))
+tags.save(path)
+)";
+
+bool HasTags(const TrackTags& tags)
+{
+    return !tags.title.empty() || !tags.artist.empty() || !tags.album.empty() || !tags.coverPath.empty();
+}
+}  // namespace
+
+void MakeMp3(const std::string& path, double seconds, const TrackTags& tags)
+{
+    // Encoded under a plain name: the "location" property wants UTF-8, while
+    // test files may carry ISO8859-1 names.
+    const std::string directory = path.substr(0, path.rfind('/'));
+    const std::string encoded = directory + "/encoding.tmp";
+    MakeDirs(directory);
+    std::vector<std::string> command = ToneSource(seconds);
+    command.insert(command.end(), {"lamemp3enc", "target=bitrate", "bitrate=32", "cbr=true", "!",
+                                   "filesink", "location=" + encoded});
+    Run(command);
+    if (HasTags(tags)) {
+        Run({"/usr/bin/python3", "-c", kTagScript, encoded, tags.title, tags.artist, tags.album,
+             tags.coverPath});
+    }
+    if (std::rename(encoded.c_str(), path.c_str()) != 0) {
+        throw std::runtime_error("cannot rename to " + path);
+    }
+}
+
+void MakeWav(const std::string& path, double seconds, bool withTags)
+{
+    MakeDirs(path.substr(0, path.rfind('/')));
+    std::vector<std::string> command = ToneSource(seconds);
+    if (withTags) {
+        command.insert(command.end(),
+                       {"taginject", "tags=title=WaveTitle,artist=WaveArtist,album=WaveAlbum", "!"});
+    }
+    command.insert(command.end(), {"wavenc", "!", "filesink", "location=" + path});
+    Run(command);
+}
+
+void MakeCorruptFile(const std::string& path, size_t size)
+{
+    std::mt19937 generator(12345);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) {
+        byte = static_cast<char>(generator() & 0xFF);
+    }
+    WriteFile(path, bytes);
+}
+
+const std::string& CoverJpeg()
+{
+    static TempDir directory;
+    static const std::string path = [] {
+        const std::string jpeg = directory / "cover.jpg";
+        Run({"gst-launch-1.0", "-q", "videotestsrc", "num-buffers=1", "!",
+             "video/x-raw,width=32,height=24", "!", "jpegenc", "!", "filesink", "location=" + jpeg});
+        return jpeg;
+    }();
+    return path;
+}
+
+DeviceTest::DeviceTest()
+{
+    MakeDirs(Stick1());
+    MakeDirs(Stick2());
+    MakeDirs(m_root / "home/root");
+}
+
+void DeviceTest::TearDown()
+{
+    if (!m_daemon) {
+        return;
+    }
+    const int status = m_daemon->Stop(SIGTERM, 20000);
+    EXPECT_EQ(status, 0) << "daemon output:\n" << m_daemon->Output();
+}
+
+void DeviceTest::StartDaemon()
+{
+    DaemonProcess::Options options;
+    options.arguments = {"-l", "a"};
+    options.environment["USBMEDIA_ROOT"] = m_root.Path();
+    // mpg123audiodec and the libav decoder share a rank; pin one so runs are
+    // alike (the libav one also trips ThreadSanitizer inside FFmpeg).
+    options.environment["GST_PLUGIN_FEATURE_RANK"] = "mpg123audiodec:MAX";
+    m_daemon = std::make_unique<DaemonProcess>(options);
+    ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
+}
+
+Json::Value DeviceTest::Call(const std::string& method, const Json::Value& params)
+{
+    return m_client.Call(method, params, 20000);
+}
+
+std::string DeviceTest::CallRaw(const std::string& method, const Json::Value& params)
+{
+    return m_client.CallRaw(method, params, 20000);
+}
+
+Json::Value DeviceTest::PlayFile(const std::string& path, const std::string& name)
+{
+    Json::Value params;
+    params["file"]["name"] = name;
+    params["file"]["path"] = path;
+    params["file"]["isFolder"] = false;
+    return Call("playFileUSB", params);
+}
+
+Json::Value DeviceTest::UsbEvent(const std::string& device, bool connected, bool supported, bool readable)
+{
+    Json::Value params;
+    params["usbDevice"] = device;
+    params["usbConnected"] = connected;
+    params["isSupported"] = supported;
+    params["isReadable"] = readable;
+    return Call("usbConnectionEvent", params);
+}
+
+bool DeviceTest::WaitForState(int state, int timeoutMs)
+{
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    Json::Value notification;
+    while (Clock::now() < deadline) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (!m_client.NextNotification(notification, "playerStateChangedNotification",
+                                       static_cast<int>(left.count()) + 1)) {
+            return false;
+        }
+        if (notification["params"]["playerState"].asInt() == state) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool DeviceTest::WaitForPlayingFile(const std::string& fileName, int timeoutMs)
+{
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (Clock::now() < deadline) {
+        const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+        if (info["fileName"].asString() == fileName && info["isPlaying"].asBool()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+}
+
+bool DeviceTest::NextNotification(Json::Value& notification, const std::string& method, int timeoutMs)
+{
+    return m_client.NextNotification(notification, method, timeoutMs);
+}
+
+bool DeviceTest::NoNotification(const std::string& method, int quietMs)
+{
+    Json::Value notification;
+    return !m_client.NextNotification(notification, method, quietMs);
+}
+
+std::vector<Json::Value> DeviceTest::NotificationsUntil(const std::string& last, int timeoutMs)
+{
+    std::vector<Json::Value> seen;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    Json::Value notification;
+    while (Clock::now() < deadline) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (!m_client.NextNotification(notification, "", static_cast<int>(left.count()) + 1)) {
+            break;
+        }
+        seen.push_back(notification);
+        if (notification["method"].asString() == last) {
+            break;
+        }
+    }
+    return seen;
+}
+
+int DeviceTest::PlayerState()
+{
+    return Call("getCurrentPlayerState")["result"]["playerState"].asInt();
+}
+
+size_t CountNamed(const std::vector<Json::Value>& notifications, const std::string& method)
+{
+    size_t count = 0;
+    for (const Json::Value& notification : notifications) {
+        count += notification["method"].asString() == method ? 1 : 0;
+    }
+    return count;
+}
+
+}  // namespace device_test

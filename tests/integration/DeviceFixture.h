@@ -1,0 +1,78 @@
+#pragma once
+
+// Shared set-up of the device tests: a fake file system root with the two
+// stick mounts and the art directory's parent, audio files made at test
+// time, and the daemon started on that root with one client connected.
+
+#include "tests/support/DaemonProcess.h"
+#include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace device_test {
+
+struct TrackTags {
+    std::string title;
+    std::string artist;
+    std::string album;
+    std::string coverPath;  // a JPEG to embed as the front cover, or ""
+};
+
+// Audio made with gst-launch-1.0 (and python3-mutagen for ID3 tags).
+void MakeMp3(const std::string& path, double seconds, const TrackTags& tags = TrackTags());
+void MakeWav(const std::string& path, double seconds, bool withTags);
+// Bytes that no decoder recognises.
+void MakeCorruptFile(const std::string& path, size_t size);
+// A small JPEG (32x24), made once per process; its path.
+const std::string& CoverJpeg();
+
+class DeviceTest : public testing::Test {
+protected:
+    DeviceTest();
+    // Ends the daemon as the platform does and expects a clean exit, so that
+    // sanitizer findings at exit fail the test.
+    void TearDown() override;
+
+    std::string Stick1() const { return m_root / "mnt/usb-stick1"; }
+    std::string Stick2() const { return m_root / "mnt/usb-stick2"; }
+    std::string ArtDirectory() const { return m_root / "home/root/art_dump"; }
+
+    // Starts the daemon on the fake root (all log levels on) and connects.
+    void StartDaemon();
+
+    Json::Value Call(const std::string& method, const Json::Value& params = Json::Value());
+    std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value());
+
+    // playFileUSB for a file `name` in folder `path` (UTF-8 texts).
+    Json::Value PlayFile(const std::string& path, const std::string& name);
+    Json::Value UsbEvent(const std::string& device, bool connected, bool supported = true,
+                         bool readable = true);
+
+    // Waits for a playerStateChangedNotification with `state`.
+    bool WaitForState(int state, int timeoutMs = 15000);
+    // Waits until getCurrentTrackInfoUSB names `fileName` and reports playing.
+    bool WaitForPlayingFile(const std::string& fileName, int timeoutMs = 20000);
+    // The next notification named `method`, other notifications dropped.
+    bool NextNotification(Json::Value& notification, const std::string& method, int timeoutMs = 15000);
+    // True when no notification named `method` arrives within `quietMs`.
+    bool NoNotification(const std::string& method, int quietMs = 1500);
+    // All notifications up to and including the first one named `last`.
+    std::vector<Json::Value> NotificationsUntil(const std::string& last, int timeoutMs = 30000);
+
+    int PlayerState();
+
+    testing_support::TempDir m_root;
+    std::unique_ptr<testing_support::DaemonProcess> m_daemon;
+    testing_support::RpcClient m_client;
+};
+
+// How many of `notifications` are named `method`.
+size_t CountNamed(const std::vector<Json::Value>& notifications, const std::string& method);
+
+}  // namespace device_test

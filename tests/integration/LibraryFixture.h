@@ -1,0 +1,113 @@
+#pragma once
+
+// Shared set-up of the library tests: a fake file system root with the
+// first stick's mount point, small trees of "audio" files (their bytes do
+// not matter to the library), and the daemon started on that root.
+
+#include "library/FileId.h"
+#include "tests/support/DaemonProcess.h"
+#include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace library_test {
+
+// The reply text with its numeric "id" value replaced by 0, for exact
+// comparisons.
+inline std::string WithIdZero(const std::string& raw)
+{
+    const std::string key = "\"id\":";
+    const size_t start = raw.find(key);
+    if (start == std::string::npos) {
+        return raw;
+    }
+    const size_t digits = start + key.size();
+    const size_t end = raw.find_first_not_of("0123456789", digits);
+    if (end == digits) {
+        return raw;
+    }
+    return raw.substr(0, digits) + "0" + raw.substr(end);
+}
+
+class LibraryTest : public testing::Test {
+protected:
+    LibraryTest() { testing_support::MakeDirs(Stick()); }
+
+    std::string Stick() const { return m_root / "mnt/usb-stick1"; }
+
+    void Touch(const std::string& relative) { testing_support::WriteFile(Stick() + "/" + relative, "abc"); }
+    void TouchAll(const std::vector<std::string>& relatives)
+    {
+        for (const std::string& relative : relatives) {
+            Touch(relative);
+        }
+    }
+
+    // Starts the daemon on the fake root, with `arguments`, and connects.
+    void StartDaemon(const std::vector<std::string>& arguments = {})
+    {
+        testing_support::DaemonProcess::Options options;
+        options.arguments = arguments;
+        options.environment["USBMEDIA_ROOT"] = m_root.Path();
+        m_daemon = std::make_unique<testing_support::DaemonProcess>(options);
+        ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
+    }
+
+    Json::Value Call(const std::string& method, const Json::Value& params = Json::Value())
+    {
+        return m_client.Call(method, params, 30000);
+    }
+    std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value())
+    {
+        return m_client.CallRaw(method, params, 30000);
+    }
+
+    Json::Value Index(const std::string& path)
+    {
+        Json::Value params(Json::objectValue);
+        params["usbStoragePath"] = path;
+        return Call("indexUsbStorage", params);
+    }
+
+    Json::Value ListPath(const std::string& path, int itemCount, int startIndex, bool isMaxDepth = false)
+    {
+        Json::Value params(Json::objectValue);
+        params["path"] = path;
+        params["itemCount"] = itemCount;
+        params["startIndex"] = startIndex;
+        params["isMaxDepth"] = isMaxDepth;
+        return Call("getFileListUSB", params);
+    }
+
+    Json::Value ListGroup(uint32_t groupId, int itemCount, int startIndex)
+    {
+        Json::Value params(Json::objectValue);
+        params["groupID"] = groupId;
+        params["itemCount"] = itemCount;
+        params["startIndex"] = startIndex;
+        params["isMaxDepth"] = false;
+        return Call("getFileListByGroupID", params);
+    }
+
+    // The "name" of each entry of a reply's page.
+    static std::vector<std::string> PageNames(const Json::Value& reply)
+    {
+        std::vector<std::string> names;
+        for (const Json::Value& entry : reply["result"]["filelist"]) {
+            names.push_back(entry["name"].asString());
+        }
+        return names;
+    }
+
+    testing_support::TempDir m_root;
+    std::unique_ptr<testing_support::DaemonProcess> m_daemon;
+    testing_support::RpcClient m_client;
+};
+
+}  // namespace library_test

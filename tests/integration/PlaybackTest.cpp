@@ -1,0 +1,369 @@
+// Starting playback of files, folders, ids and the whole stick, and the
+// play / pause / stop / restart transport, as a client sees them.
+
+#include "tests/integration/PlayerTestSupport.h"
+
+#include <unistd.h>
+
+using namespace player_test;
+using testing_support::MediaFactory;
+
+namespace {
+// Album/01..03.mp3 of three seconds, indexed.
+class PlaybackTest : public PlayerTest {
+protected:
+    void SetUp() override
+    {
+        PlaceOnStick(MediaFactory::Mp3(3, "One", "Artist", "Album"), "Album/01.mp3");
+        PlaceOnStick(MediaFactory::Mp3(3, "Two", "Artist", "Album"), "Album/02.mp3");
+        PlaceOnStick(MediaFactory::Mp3(3, "Three", "Artist", "Album"), "Album/03.mp3");
+        StartDaemon();
+        IndexStick();
+    }
+};
+
+using Error = std::pair<int, std::string>;
+}  // namespace
+
+TEST_F(PlaybackTest, PlayFileStartsItAndReportsTheTrack)
+{
+    const Json::Value reply = PlayFile("Album", "02.mp3");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    EXPECT_FALSE(reply.isMember("error"));
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    // From a fresh start the stop changes nothing visible: only 4 is sent.
+    EXPECT_EQ(states, std::vector<int>{kPlaying});
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["fileName"].asString(), "02.mp3");
+    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album");
+    EXPECT_EQ(track["trackIndex"].asUInt(), 2u);
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
+    EXPECT_TRUE(track["isPlaying"].asBool());
+    EXPECT_EQ(PlayerState(), kPlaying);
+}
+
+TEST_F(PlaybackTest, PlayingAnotherFileSendsStoppedThenPlaying)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_TRUE(PlayFile("Album", "03.mp3")["result"]["success"].asBool());
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_EQ(CurrentFileName(), "03.mp3");
+}
+
+TEST_F(PlaybackTest, PlayWhilePlayingRestartsTheTrackFromZero)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_LE(NextTime(), 1);
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+}
+
+TEST_F(PlaybackTest, PlayWithNothingToPlayRepliesErrorAndResult)
+{
+    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"playUSB","id":41})"));
+    std::string line;
+    ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+    EXPECT_EQ(line, R"({"error":{"code":-1,"message":"E: No Song to play!"},"id":41,"jsonrpc":"2.0","result":{"success":false}})");
+}
+
+TEST_F(PlaybackTest, PauseReportsTheTimeThenPausedAndPlayResumes)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    const Json::Value reply = Call("pauseUSB");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    const Json::Value first = Next("");
+    const Json::Value second = Next("");
+    ASSERT_EQ(first["method"].asString(), "trackTimeNotification") << Text(first);
+    ASSERT_EQ(second["method"].asString(), "playerStateChangedNotification") << Text(second);
+    EXPECT_EQ(second["params"]["playerState"].asInt(), kPaused);
+    const long pausedAt = first["params"]["trackTime"].asInt();
+    EXPECT_GE(pausedAt, 1);
+    EXPECT_EQ(first["params"]["trackDuration"].asUInt(), 3u);
+    // Paused: the progress thread is silent.
+    EXPECT_EQ(NextTime(2500), -1);
+    EXPECT_EQ(PlayerState(), kPaused);
+
+    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_GE(NextTime(), pausedAt);
+}
+
+TEST_F(PlaybackTest, PauseWhenNotPlayingFails)
+{
+    const Json::Value reply = Call("pauseUSB");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!"));
+}
+
+TEST_F(PlaybackTest, StopEndsPlaybackAndEmptiesTheTrack)
+{
+    StartPlaying("Album", "02.mp3");
+    const Json::Value reply = Call("stopPlayingUSB");
+    EXPECT_TRUE(reply["result"]["success"].asBool());
+    EXPECT_FALSE(reply.isMember("error"));
+    ASSERT_TRUE(WaitForState(kStopped));
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["fileName"].asString(), "");
+    EXPECT_EQ(track["filePath"].asString(), "");
+    EXPECT_EQ(track["trackTitle"].asString(), "");
+    EXPECT_EQ(track["trackTime"].asUInt(), 0u);
+    EXPECT_FALSE(track["isPlaying"].asBool());
+    // The playlist stays: play starts nothing, as no pipeline is left.
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
+    EXPECT_EQ(ErrorOf(Call("playUSB")), Error(-1, "E: No Song to play!"));
+}
+
+TEST_F(PlaybackTest, RestartWhilePlayingStartsOver)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    const Json::Value reply = Call("restartSongUSB");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_LE(NextTime(), 1);
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+}
+
+TEST_F(PlaybackTest, RestartWhilePausedEndsPausedAndThePlayStartsFromTheBeginning)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPaused));
+
+    const Json::Value reply = Call("restartSongUSB");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!"));
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPaused, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPaused}));
+    EXPECT_EQ(PlayerState(), kPaused);
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+
+    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_LE(NextTime(), 1);
+}
+
+TEST_F(PlaybackTest, RestartWithNothingLoadedFails)
+{
+    const Json::Value reply = Call("restartSongUSB");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /"));
+    EXPECT_EQ(PlayerState(), kStopped);
+}
+
+TEST_F(PlaybackTest, StateIsStoppedBeforeAnythingPlays)
+{
+    EXPECT_EQ(PlayerState(), kStopped);
+    EXPECT_EQ(PlayerState(), kStopped);
+}
+
+TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsComplete)
+{
+    const Json::Value reply = Call("getCurrentTrackInfoUSB");
+    EXPECT_FALSE(reply.isMember("error")) << Text(reply);
+    const Json::Value& track = reply["result"]["trackInfo"];
+    for (const char* key : {"trackTitle", "trackArtist", "trackAlbum", "filePath", "fileName"}) {
+        EXPECT_TRUE(track[key].isString()) << key;
+    }
+    for (const char* key : {"trackIndex", "trackCount", "trackTime", "trackDuration"}) {
+        EXPECT_TRUE(track[key].isUInt()) << key;
+        EXPECT_EQ(track[key].asUInt(), 0u) << key;
+    }
+    EXPECT_TRUE(track["ID"].isUInt());
+    EXPECT_EQ(track["isPlaying"], Json::Value(false));
+    EXPECT_EQ(track["trackTitle"].asString(), "");
+    EXPECT_EQ(track["fileName"].asString(), "");
+    EXPECT_EQ(track.size(), 11u);
+}
+
+TEST_F(PlaybackTest, PlayFileIndexPlaysTheRecordWithThatId)
+{
+    StartPlaying("Album", "02.mp3");
+    const Json::Value id = TrackInfo()["ID"];
+    StartPlaying("Album", "01.mp3");
+
+    Json::Value params;
+    params["index"] = id;
+    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_EQ(CurrentFileName(), "02.mp3");
+    // The current file again: nothing happens.
+    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    EXPECT_TRUE(StatesWithin(800).empty());
+}
+
+TEST_F(PlaybackTest, PlayFileIndexWithAnUnknownIdPlaysEverythingBelowTheMountRoot)
+{
+    PlaceOnStick(MediaFactory::Mp3(3), "Other/00.mp3");
+    Json::Value params;
+    params["index"] = 12345;
+    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["trackCount"].asUInt(), 4u);
+    EXPECT_EQ(track["fileName"].asString(), "00.mp3");
+}
+
+TEST_F(PlaybackTest, MissingFileMakesTheWholeStickPlay)
+{
+    ASSERT_EQ(unlink((Stick() + "/Album/02.mp3").c_str()), 0);
+    const Json::Value reply = PlayFile("Album", "02.mp3");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    ASSERT_TRUE(WaitForState(kPlaying));
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["fileName"].asString(), "01.mp3");
+    EXPECT_EQ(track["trackCount"].asUInt(), 2u);
+}
+
+TEST_F(PlaybackTest, PlayFolderPlaysEveryFileBelowItFromTheFirst)
+{
+    PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc 2/00.mp3");
+    const Json::Value reply = PlayFolder("", "Album");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    ASSERT_TRUE(WaitForState(kPlaying));
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["trackCount"].asUInt(), 4u);
+    EXPECT_EQ(track["trackIndex"].asUInt(), 1u);
+    EXPECT_EQ(track["fileName"].asString(), "00.mp3");
+    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album/Disc 2");
+}
+
+TEST_F(PlaybackTest, PlayFolderWithoutAudioFails)
+{
+    testing_support::WriteFile(Stick() + "/Empty/notes.txt", "no audio here");
+    const Json::Value reply = PlayFolder("", "Empty");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-2, "E: No media files found"));
+    EXPECT_EQ(PlayerState(), kStopped);
+}
+
+TEST_F(PlaybackTest, PlayFolderThatCannotBeOpenedFails)
+{
+    const Json::Value reply = PlayFolder("", "Gone");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: While opendir " + Stick() + "/Gone"));
+}
+
+TEST_F(PlaybackTest, PlayAllSongsPlaysTheFirstFolderOfTheIndex)
+{
+    PlaceOnStick(MediaFactory::Mp3(3), "Zeta/00.mp3");
+    IndexStick();
+    Json::Value params;
+    params["usbRootPath"] = Stick();
+    const Json::Value reply = Call("playAllSongsUSB", params);
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    ASSERT_TRUE(WaitForState(kPlaying));
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["fileName"].asString(), "01.mp3");
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
+}
+
+TEST_F(PlaybackTest, PlayAllSongsWithAnEmptyIndexFails)
+{
+    testing_support::MakeDirs(Root() + "/empty");
+    Json::Value index;
+    index["usbStoragePath"] = Root() + "/empty";
+    Call("indexUsbStorage", index);
+    const Json::Value reply = Call("playAllSongsUSB");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-6, "E: No Songs on USB!"));
+}
+
+TEST_F(PlaybackTest, RequestIdsOfEveryTypeAreEchoed)
+{
+    for (const std::string& id : {std::string("7"), std::string("\"abc\""), std::string("null"), std::string("-2.5")}) {
+        ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"getRepeatModeUSB","id":)" + id + "}"));
+        std::string line;
+        ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+        EXPECT_EQ(line, R"({"id":)" + id + R"(,"jsonrpc":"2.0","result":{"mode":0}})");
+    }
+}
+
+TEST_F(PlaybackTest, ResultShapes)
+{
+    EXPECT_TRUE(Result("getTrackAlbumArt").isBool());
+    EXPECT_TRUE(Result("seekForward").isBool());
+    EXPECT_TRUE(Result("seekBackward").isBool());
+    EXPECT_TRUE(Result("seek").isBool());
+    EXPECT_TRUE(Result("getBufferedAlbumArt")["albumArt"].isString());
+    EXPECT_TRUE(Result("getCurrentPlayerState")["playerState"].isInt());
+    EXPECT_TRUE(Result("isShuffleEnabledUSB")["enabled"].isBool());
+    EXPECT_TRUE(Result("getRepeatModeUSB")["mode"].isInt());
+    EXPECT_TRUE(Result("stopPlayingUSB")["success"].isBool());
+}
+
+TEST_F(PlaybackTest, MissingParamsReadAsZeroFalseOrEmpty)
+{
+    Json::Value mode;
+    mode["mode"] = 2;
+    ASSERT_EQ(Result("setRepeatModeUSB", mode)["mode"].asInt(), 2);
+    EXPECT_EQ(Result("setRepeatModeUSB")["mode"].asInt(), 0);
+    EXPECT_EQ(Result("getRepeatModeUSB")["mode"].asInt(), 0);
+
+    Json::Value enable;
+    enable["enable"] = true;
+    ASSERT_TRUE(Result("enableShuffleUSB", enable)["enabled"].asBool());
+    EXPECT_FALSE(Result("enableShuffleUSB")["enabled"].asBool());
+    EXPECT_FALSE(Result("isShuffleEnabledUSB")["enabled"].asBool());
+}
+
+TEST_F(PlaybackTest, SeekWithoutParamsSeeksToZero)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    EXPECT_EQ(Result("seek"), Json::Value(true));
+    EXPECT_EQ(WaitForTime([](long t) { return t == 0; }), 0);
+}
+
+TEST_F(PlaybackTest, WavAndWmaPlayOneAfterTheOther)
+{
+    PlaceOnStick(MediaFactory::Wav(2), "Mixed/a.wav");
+    PlaceOnStick(MediaFactory::Wma(2), "Mixed/b.wma");
+    StartPlaying("Mixed", "a.wav");
+    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 2u);
+    ASSERT_TRUE(WaitForState(kStopped));
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(CurrentFileName(), "b.wma");
+    ASSERT_FALSE(Next("endOfPlayListNotification").isNull());
+    EXPECT_EQ(PlayerState(), kStopped);
+}
+
+// A container with a video stream and two audio streams, named like an
+// audio file: the first audio stream plays, the others stay unlinked.
+TEST_F(PlaybackTest, OnlyTheFirstAudioStreamOfAFileIsPlayed)
+{
+    const std::string audio = "audiotestsrc num-buffers=200 samplesperbuffer=441 ! "
+                              "audio/x-raw,rate=44100,channels=2 ! audioconvert ! lamemp3enc ! queue ! mux.";
+    std::vector<std::string> description;
+    const std::string text = "videotestsrc num-buffers=50 ! video/x-raw,width=64,height=48,framerate=25/1 ! "
+                             "jpegenc ! queue ! mux.video_0 " +
+                             audio + "audio_0 " + audio + "audio_1 matroskamux name=mux ! filesink";
+    size_t start = 0;
+    for (size_t space = text.find(' '); ; space = text.find(' ', start)) {
+        description.push_back(text.substr(start, space - start));
+        if (space == std::string::npos) {
+            break;
+        }
+        start = space + 1;
+    }
+    PlaceOnStick(MediaFactory::Launch("video-and-two-audio.mkv", description), "Film/clip.wma");
+    StartPlaying("Film", "clip.wma");
+    EXPECT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    // It plays to its end (an error would have ended it at once).
+    ASSERT_FALSE(Next("endOfPlayListNotification").isNull());
+    EXPECT_EQ(Daemon().Output().find("E: "), std::string::npos) << Daemon().Output();
+}

@@ -1,0 +1,194 @@
+// Seeking to a time, fast forward and rewind, and the progress reports
+// around them, as a client sees them.
+
+#include "tests/integration/PlayerTestSupport.h"
+
+#include <chrono>
+
+using namespace player_test;
+using testing_support::MediaFactory;
+
+namespace {
+// Long/a.mp3 (90 s, room for several 15 s steps) and Long/b.mp3 (3 s).
+class SeekTest : public PlayerTest {
+protected:
+    void SetUp() override
+    {
+        PlaceOnStick(MediaFactory::Mp3(90), "Long/a.mp3");
+        PlaceOnStick(MediaFactory::Mp3(3), "Long/b.mp3");
+        StartDaemon();
+        IndexStick();
+        StartPlaying("Long", "a.mp3");
+        ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
+    }
+
+    bool SeekTo(int seconds)
+    {
+        Json::Value params;
+        params["timeSec"] = seconds;
+        return Result("seek", params).asBool();
+    }
+
+    bool Seeking(const char* method, bool enable)
+    {
+        Json::Value params;
+        params["enable"] = enable;
+        return Result(method, params).asBool();
+    }
+
+    void Pause()
+    {
+        ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(kPaused));
+    }
+};
+}  // namespace
+
+TEST_F(SeekTest, SeekGoesToTheTimeAndReportsIt)
+{
+    EXPECT_TRUE(SeekTo(40));
+    EXPECT_EQ(WaitForTime([](long t) { return t >= 40; }), 40);
+    EXPECT_EQ(PlayerState(), kPlaying);
+    const long later = WaitForTime([](long t) { return t > 40; });
+    EXPECT_GE(later, 41);
+    EXPECT_LE(later, 44);
+}
+
+TEST_F(SeekTest, SeekBeforeZeroGoesToZero)
+{
+    ASSERT_GE(WaitForTime([](long t) { return t >= 2; }), 2);
+    EXPECT_TRUE(SeekTo(-5));
+    EXPECT_EQ(WaitForTime([](long t) { return t == 0; }), 0);
+}
+
+TEST_F(SeekTest, SeekWhilePausedFailsAfterTheDelay)
+{
+    Pause();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(SeekTo(30));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(690));
+    EXPECT_EQ(PlayerState(), kPaused);
+}
+
+TEST_F(SeekTest, PausedPlayerSendsNoProgress)
+{
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    const Json::Value first = Next("");
+    EXPECT_EQ(first["method"].asString(), "trackTimeNotification") << Text(first);
+    ASSERT_TRUE(WaitForState(kPaused));
+    EXPECT_EQ(NextTime(2500), -1);
+}
+
+TEST_F(SeekTest, FastForwardStepsFifteenSecondsEveryHalfSecond)
+{
+    EXPECT_TRUE(Seeking("seekForward", true));
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kFastForward, &states));
+    EXPECT_EQ(states, std::vector<int>{kFastForward});
+    EXPECT_EQ(PlayerState(), kFastForward);
+    const auto start = std::chrono::steady_clock::now();
+    const long first = WaitForTime([](long t) { return t >= 15; });
+    const long second = WaitForTime([first](long t) { return t >= first + 14; });
+    EXPECT_GE(first, 15);
+    EXPECT_LE(first, 20);
+    EXPECT_GE(second, first + 14);
+    EXPECT_LE(second, first + 17);
+    // Two steps at thirty times normal speed take about half a second.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+
+    EXPECT_TRUE(Seeking("seekForward", false));
+    ASSERT_TRUE(WaitForState(kPlaying));
+    const long settled = NextTime();
+    const long after = NextTime();
+    EXPECT_GE(after, settled);
+    EXPECT_LE(after, settled + 2) << "back to normal speed";
+}
+
+TEST_F(SeekTest, FastForwardPastTheEndPlaysTheNextTrack)
+{
+    EXPECT_TRUE(SeekTo(70));
+    EXPECT_TRUE(Seeking("seekForward", true));
+    ASSERT_TRUE(WaitForState(kFastForward));
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_EQ(CurrentFileName(), "b.mp3");
+}
+
+TEST_F(SeekTest, RewindStepsBackFifteenSeconds)
+{
+    EXPECT_TRUE(SeekTo(50));
+    ASSERT_EQ(WaitForTime([](long t) { return t >= 50; }), 50);
+    EXPECT_TRUE(Seeking("seekBackward", true));
+    ASSERT_TRUE(WaitForState(kRewind));
+    const long first = WaitForTime([](long t) { return t <= 40; });
+    EXPECT_GE(first, 33);
+    EXPECT_LE(first, 38);
+    const long second = WaitForTime([first](long t) { return t <= first - 10; });
+    EXPECT_GE(second, first - 16);
+    EXPECT_LE(second, first - 14);
+    EXPECT_TRUE(Seeking("seekBackward", false));
+    ASSERT_TRUE(WaitForState(kPlaying));
+}
+
+TEST_F(SeekTest, RewindWithinTheFirstStepGoesToZeroAndKeepsStepping)
+{
+    EXPECT_TRUE(Seeking("seekBackward", true));
+    ASSERT_TRUE(WaitForState(kRewind));
+    int zeros = 0;
+    while (zeros < 4) {
+        const long time = NextTime();
+        ASSERT_GE(time, 0);
+        ASSERT_LE(time, 1);
+        zeros += time == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(PlayerState(), kRewind);
+}
+
+TEST_F(SeekTest, FastForwardTwiceFailsTheSecondTimeAndRewindMayFollow)
+{
+    EXPECT_TRUE(Seeking("seekForward", true));
+    EXPECT_FALSE(Seeking("seekForward", true));
+    EXPECT_TRUE(Seeking("seekBackward", true));
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kRewind, &states));
+    EXPECT_EQ(states, (std::vector<int>{kFastForward, kRewind}));
+    EXPECT_FALSE(Seeking("seekBackward", true));
+    EXPECT_TRUE(Seeking("seekBackward", false));
+    ASSERT_TRUE(WaitForState(kPlaying));
+}
+
+TEST_F(SeekTest, FastForwardWhilePausedFailsAndEndingItSetsPlayingWithoutResuming)
+{
+    Pause();
+    EXPECT_FALSE(Seeking("seekForward", true));
+    EXPECT_FALSE(Seeking("seekBackward", true));
+    EXPECT_EQ(PlayerState(), kPaused);
+
+    EXPECT_TRUE(Seeking("seekForward", false));
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(PlayerState(), kPlaying);
+    // The pipeline stays paused: the reported time does not move.
+    const long first = NextTime();
+    ASSERT_GE(first, 0);
+    EXPECT_EQ(NextTime(), first);
+    EXPECT_EQ(NextTime(), first);
+}
+
+TEST_F(SeekTest, EndingARunThatWasNotRunningSendsNoState)
+{
+    EXPECT_TRUE(Seeking("seekForward", false));
+    EXPECT_TRUE(Seeking("seekBackward", false));
+    EXPECT_TRUE(StatesWithin(1500).empty());
+    EXPECT_EQ(PlayerState(), kPlaying);
+}
+
+TEST_F(SeekTest, PauseEndsAFastForward)
+{
+    EXPECT_TRUE(Seeking("seekForward", true));
+    ASSERT_TRUE(WaitForState(kFastForward));
+    Pause();
+    client.DrainNotifications(700);
+    EXPECT_EQ(NextTime(1500), -1);
+    EXPECT_EQ(PlayerState(), kPaused);
+}

@@ -1,0 +1,137 @@
+// Soft power-off and wake-up around real playback: the snapshot kept, its
+// report, and the states that keep none.
+
+#include "tests/integration/DeviceFixture.h"
+
+#include <gtest/gtest.h>
+
+using device_test::DeviceTest;
+using device_test::MakeMp3;
+
+namespace {
+Json::Value SoftPowerOff(bool on)
+{
+    Json::Value params;
+    params["softPowerOff"] = on;
+    return params;
+}
+
+Json::Value Flag(const char* key, bool on)
+{
+    Json::Value params;
+    params[key] = on;
+    return params;
+}
+
+class SuspensionTest : public DeviceTest {
+protected:
+    // Plays `seconds` of audio from stick 1's "music" folder.
+    void StartPlaying(double seconds, const std::string& diskName = "song.mp3",
+                      const std::string& clientName = "song.mp3")
+    {
+        MakeMp3(Stick1() + "/music/" + diskName, seconds);
+        StartDaemon();
+        ASSERT_TRUE(PlayFile(Stick1() + "/music", clientName)["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(4));
+    }
+
+    Json::Value PowerCycleAndPop()
+    {
+        Call("setSoftPowerOff", SoftPowerOff(true));
+        Call("setSoftPowerOff", SoftPowerOff(false));
+        return Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+    }
+
+    // Waits until the progress thread reports at least `seconds`.
+    bool WaitForTrackTime(unsigned seconds)
+    {
+        Json::Value notification;
+        while (NextNotification(notification, "trackTimeNotification")) {
+            if (notification["params"]["trackTime"].asUInt() >= seconds) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
+}  // namespace
+
+TEST_F(SuspensionTest, SnapshotWhilePlayingIsReportedOnceAfterWakeUp)
+{
+    // The name is ISO8859-1 on the stick and UTF-8 on the wire.
+    StartPlaying(10.0, "caf\xE9.mp3", "caf\xC3\xA9.mp3");
+    Json::Value mode;
+    mode["mode"] = 2;
+    Call("setRepeatModeUSB", mode);
+    Call("enableShuffleUSB", Flag("enable", true));
+    ASSERT_TRUE(WaitForTrackTime(1));
+
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    // Before the wake-up nothing is pending.
+    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+    Call("setSoftPowerOff", SoftPowerOff(false));
+    const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["fileName"], "caf\xC3\xA9.mp3");
+    EXPECT_EQ(data["filePath"], Stick1() + "/music");
+    EXPECT_GE(data["trackTime"].asUInt(), 1u);
+    EXPECT_LE(data["trackTime"].asUInt(), 10u);
+    EXPECT_TRUE(data["isShuffleOn"].asBool());
+    EXPECT_EQ(data["repeatMode"], 2);
+    EXPECT_EQ(data["playerState"], 4);
+    EXPECT_EQ(data.size(), 7u);
+
+    // Handed out once; playback itself is untouched.
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"],
+              Flag("isSuspended", false));
+    EXPECT_EQ(PlayerState(), 4);
+}
+
+TEST_F(SuspensionTest, SnapshotWhilePausedKeepsPausedState)
+{
+    StartPlaying(10.0);
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    ASSERT_EQ(PlayerState(), 3);
+
+    const Json::Value data = PowerCycleAndPop();
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["playerState"], 3);
+    EXPECT_EQ(data["fileName"], "song.mp3");
+    EXPECT_FALSE(data["isShuffleOn"].asBool());
+    EXPECT_EQ(data["repeatMode"], 0);
+    EXPECT_EQ(PlayerState(), 3);
+}
+
+TEST_F(SuspensionTest, SoftPowerOffWhileFastForwardingKeepsNoSnapshot)
+{
+    StartPlaying(120.0);
+    ASSERT_TRUE(Call("seekForward", Flag("enable", true))["result"].asBool());
+    ASSERT_EQ(PlayerState(), 5);
+
+    EXPECT_FALSE(PowerCycleAndPop()["isSuspended"].asBool());
+}
+
+TEST_F(SuspensionTest, SoftPowerOffWhileFastForwardingKeepsTheOlderSnapshot)
+{
+    StartPlaying(120.0);
+    Call("setSoftPowerOff", SoftPowerOff(true));  // playing: kept
+    ASSERT_TRUE(Call("seekForward", Flag("enable", true))["result"].asBool());
+    ASSERT_EQ(PlayerState(), 5);
+
+    const Json::Value data = PowerCycleAndPop();
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["playerState"], 4);
+}
+
+TEST_F(SuspensionTest, SoftPowerOffAfterStopKeepsTheOlderSnapshot)
+{
+    StartPlaying(10.0);
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    Call("stopPlayingUSB");
+    ASSERT_EQ(PlayerState(), 0);
+
+    const Json::Value data = PowerCycleAndPop();
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["fileName"], "song.mp3");
+}

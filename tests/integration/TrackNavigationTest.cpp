@@ -1,0 +1,251 @@
+// Next, previous and the advance at the end of a track, by repeat mode and
+// shuffle, as a client sees them.
+
+#include "tests/integration/PlayerTestSupport.h"
+
+#include <cstdlib>
+
+using namespace player_test;
+using testing_support::MediaFactory;
+
+namespace {
+using Error = std::pair<int, std::string>;
+
+// Album/01..03.mp3 of two seconds, indexed.
+class TrackNavigationTest : public PlayerTest {
+protected:
+    void SetUp() override
+    {
+        for (const char* name : {"01.mp3", "02.mp3", "03.mp3"}) {
+            PlaceOnStick(MediaFactory::Mp3(2), std::string("Album/") + name);
+        }
+        StartDaemon();
+        IndexStick();
+    }
+
+    void SetRepeat(int mode)
+    {
+        Json::Value params;
+        params["mode"] = mode;
+        ASSERT_EQ(Result("setRepeatModeUSB", params)["mode"].asInt(), mode);
+    }
+
+    void EnableShuffle(bool enabled)
+    {
+        Json::Value params;
+        params["enable"] = enabled;
+        ASSERT_EQ(Result("enableShuffleUSB", params)["enabled"].asBool(), enabled);
+    }
+
+    // "nextUSB" or "previousUSB" that succeeds and plays `expected`.
+    void Step(const std::string& method, const std::string& expected)
+    {
+        const Json::Value reply = Call(method);
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << method << " " << Text(reply);
+        std::vector<int> states;
+        ASSERT_TRUE(WaitForState(kPlaying, &states));
+        EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+        EXPECT_EQ(CurrentFileName(), expected) << method;
+    }
+
+    std::string Folder() const { return Stick() + "/Album"; }
+};
+}  // namespace
+
+TEST_F(TrackNavigationTest, NextAndPreviousMoveThroughThePlaylist)
+{
+    StartPlaying("Album", "01.mp3");
+    Step("nextUSB", "02.mp3");
+    Step("nextUSB", "03.mp3");
+    Step("previousUSB", "02.mp3");
+    EXPECT_EQ(TrackInfo()["trackIndex"].asUInt(), 2u);
+}
+
+TEST_F(TrackNavigationTest, NextOnTheLastEntryWithoutRepeatEndsThePlaylist)
+{
+    StartPlaying("Album", "03.mp3");
+    const Json::Value reply = Call("nextUSB");
+    EXPECT_FALSE(reply["result"]["success"].asBool());
+    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
+    EXPECT_EQ(PlayerState(), kStopped);
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["trackCount"].asUInt(), 0u);
+    EXPECT_EQ(track["trackIndex"].asUInt(), 0u);
+    EXPECT_EQ(track["fileName"].asString(), "");
+    // Nothing to go to any more.
+    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    EXPECT_EQ(ErrorOf(Call("previousUSB")), Error(-4, "E: No file selected to play - /"));
+}
+
+TEST_F(TrackNavigationTest, EndOfATrackPlaysTheNextEntry)
+{
+    StartPlaying("Album", "01.mp3");
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_EQ(CurrentFileName(), "02.mp3");
+}
+
+TEST_F(TrackNavigationTest, EndOfTheLastTrackWithoutRepeatEndsThePlaylistWithoutError)
+{
+    StartPlaying("Album", "03.mp3");
+    ASSERT_TRUE(WaitForState(kStopped));
+    const Json::Value end = Next("endOfPlayListNotification");
+    ASSERT_FALSE(end.isNull());
+    EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true));
+    EXPECT_EQ(PlayerState(), kStopped);
+    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 0u);
+    EXPECT_EQ(Daemon().Output().find("E: "), std::string::npos) << Daemon().Output();
+}
+
+TEST_F(TrackNavigationTest, RepeatOneReplaysTheTrackButNextMovesOn)
+{
+    SetRepeat(1);
+    StartPlaying("Album", "01.mp3");
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPlaying, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+    Step("nextUSB", "02.mp3");
+    Step("previousUSB", "01.mp3");
+}
+
+TEST_F(TrackNavigationTest, RepeatAllWrapsAroundBothWays)
+{
+    SetRepeat(2);
+    StartPlaying("Album", "03.mp3");
+    Step("nextUSB", "01.mp3");
+    Step("previousUSB", "03.mp3");
+}
+
+TEST_F(TrackNavigationTest, RepeatAllPlaysTheFirstEntryAfterTheLastEnds)
+{
+    SetRepeat(2);
+    StartPlaying("Album", "03.mp3");
+    ASSERT_TRUE(WaitForState(kStopped));
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+}
+
+TEST_F(TrackNavigationTest, PreviousOnTheFirstEntryFailsAndKeepsPlaying)
+{
+    for (int mode : {0, 1}) {
+        SetRepeat(mode);
+        StartPlaying("Album", "01.mp3");
+        const Json::Value reply = Call("previousUSB");
+        EXPECT_FALSE(reply["result"]["success"].asBool());
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - " + Folder() + "/01.mp3")) << mode;
+        EXPECT_EQ(PlayerState(), kPlaying);
+        EXPECT_EQ(CurrentFileName(), "01.mp3");
+    }
+}
+
+TEST_F(TrackNavigationTest, NextWhilePausedEndsPausedOnTheNextEntry)
+{
+    StartPlaying("Album", "01.mp3");
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPaused));
+    EXPECT_TRUE(Call("nextUSB")["result"]["success"].asBool());
+    std::vector<int> states;
+    ASSERT_TRUE(WaitForState(kPaused, &states));
+    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying, kPaused}));
+    EXPECT_EQ(CurrentFileName(), "02.mp3");
+    EXPECT_EQ(PlayerState(), kPaused);
+}
+
+// Another mode value is kept as given and acts like no repeat for next,
+// but the end of the last track jumps past the list, which plays entry 0.
+TEST_F(TrackNavigationTest, UnknownRepeatModeWrapsOnlyAtTheEndOfAStream)
+{
+    SetRepeat(7);
+    EXPECT_EQ(Result("getRepeatModeUSB")["mode"].asInt(), 7);
+    StartPlaying("Album", "03.mp3");
+    ASSERT_TRUE(WaitForState(kStopped));
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(CurrentFileName(), "01.mp3");
+    StartPlaying("Album", "03.mp3");
+    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+}
+
+TEST_F(TrackNavigationTest, SetRepeatModeNotifiesEveryTime)
+{
+    SetRepeat(1);
+    SetRepeat(1);
+    for (int i = 0; i < 2; ++i) {
+        const Json::Value notification = Next("repeatModeChangedNotification");
+        ASSERT_FALSE(notification.isNull()) << i;
+        EXPECT_EQ(notification["params"]["mode"], Json::Value(1));
+    }
+}
+
+namespace {
+// The first order a fresh process's rand() gives, with the chosen entry
+// moved to the front, as the daemon builds it.
+std::vector<uint32_t> FirstShuffleOrder(uint32_t count, uint32_t chosen)
+{
+    std::srand(1);
+    std::vector<uint32_t> order;
+    for (uint32_t i = 0; i < count; ++i) {
+        order.push_back(i);
+    }
+    for (uint32_t i = 1; i < count; ++i) {
+        std::swap(order[i], order[static_cast<uint32_t>(std::rand()) % (i + 1)]);
+    }
+    for (auto it = order.begin(); it != order.end(); ++it) {
+        if (*it == chosen) {
+            order.erase(it);
+            break;
+        }
+    }
+    order.insert(order.begin(), chosen);
+    return order;
+}
+}  // namespace
+
+TEST_F(TrackNavigationTest, FirstShuffleAfterStartUpFollowsTheRandSequence)
+{
+    const std::vector<std::string> names{"01.mp3", "02.mp3", "03.mp3", "04.mp3", "05.mp3", "06.mp3"};
+    for (size_t i = 3; i < names.size(); ++i) {
+        PlaceOnStick(MediaFactory::Mp3(2), "Album/" + names[i]);
+    }
+    IndexStick();
+    EnableShuffle(true);
+    const Json::Value notification = Next("shuffleModeChangedNotification");
+    EXPECT_EQ(notification["params"]["enabled"], Json::Value(true));
+
+    const std::vector<uint32_t> order = FirstShuffleOrder(6, 1);
+    StartPlaying("Album", "02.mp3");
+    EXPECT_EQ(CurrentFileName(), "02.mp3");
+    for (size_t position = 1; position < order.size(); ++position) {
+        Step("nextUSB", names[order[position]]);
+    }
+    // At the end of the order without repeat the playlist ends.
+    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
+}
+
+TEST_F(TrackNavigationTest, ShuffleOffGoesOnInPlaylistOrder)
+{
+    EnableShuffle(true);
+    StartPlaying("Album", "02.mp3");
+    EnableShuffle(false);
+    Step("nextUSB", "03.mp3");
+}
+
+TEST_F(TrackNavigationTest, ShuffledPreviousAtTheStartReplaysTheFirstShuffledEntry)
+{
+    EnableShuffle(true);
+    StartPlaying("Album", "02.mp3");
+    Step("previousUSB", "02.mp3");
+}
+
+TEST_F(TrackNavigationTest, ShuffleWithOneTrack)
+{
+    PlaceOnStick(MediaFactory::Mp3(2), "Single/only.mp3");
+    EnableShuffle(true);
+    ASSERT_TRUE(PlayFolder("", "Single")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
+}

@@ -1,0 +1,100 @@
+// Stick removals while a track plays, through the running daemon.
+
+#include "tests/integration/DeviceFixture.h"
+
+#include <gtest/gtest.h>
+
+using device_test::DeviceTest;
+using device_test::MakeMp3;
+
+namespace {
+constexpr double kTrackSeconds = 8.0;
+
+Json::Value StoragePath(const std::string& path)
+{
+    Json::Value params;
+    params["usbStoragePath"] = path;
+    return params;
+}
+}  // namespace
+
+TEST_F(DeviceTest, RemovingFirstStickStopsItsTrack)
+{
+    MakeMp3(Stick1() + "/music/a.mp3", kTrackSeconds);
+    MakeMp3(Stick1() + "/music/b.mp3", kTrackSeconds);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1() + "/music", "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(4));
+
+    UsbEvent("usb1", false);
+    ASSERT_TRUE(WaitForState(0));
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
+    EXPECT_FALSE(notification["params"]["connected"].asBool());
+    EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1");
+    EXPECT_EQ(PlayerState(), 0);
+
+    const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+    EXPECT_EQ(info["trackCount"], 0);
+    EXPECT_EQ(info["fileName"], "");
+    EXPECT_EQ(info["filePath"], "");
+
+    // No playlist any more: neither direction has anywhere to go.
+    for (const char* method : {"nextUSB", "previousUSB"}) {
+        const Json::Value reply = Call(method);
+        EXPECT_FALSE(reply["result"]["success"].asBool()) << method;
+        EXPECT_EQ(reply["error"]["code"], -4) << method;
+        EXPECT_EQ(reply["error"]["message"], "E: No file selected to play - /") << method;
+    }
+    EXPECT_EQ(PlayerState(), 0);
+}
+
+TEST_F(DeviceTest, RemovingFirstStickKeepsSecondStickPlaying)
+{
+    MakeMp3(Stick2() + "/b.mp3", kTrackSeconds);
+    StartDaemon();
+    ASSERT_TRUE(Call("indexUsbStorage", StoragePath(Stick2()))["result"]["success"].asBool());
+    ASSERT_NE(Call("getUsbStorageCrc32")["result"]["crc32"], "0");
+    ASSERT_TRUE(PlayFile(Stick2(), "b.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(4));
+
+    UsbEvent("usb1", false);
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
+    EXPECT_FALSE(notification["params"]["connected"].asBool());
+    EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1");
+
+    // The lists are gone, the track goes on.
+    EXPECT_EQ(Call("getUsbStorageCrc32")["result"]["crc32"], "0");
+    EXPECT_EQ(PlayerState(), 4);
+    m_client.DrainNotifications();
+    ASSERT_TRUE(NextNotification(notification, "trackTimeNotification", 5000));
+    const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+    EXPECT_EQ(info["fileName"], "b.mp3");
+    EXPECT_TRUE(info["isPlaying"].asBool());
+}
+
+TEST_F(DeviceTest, RemovingSecondStickStopsItsTrackWithoutNotification)
+{
+    MakeMp3(Stick2() + "/b.mp3", kTrackSeconds);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick2(), "b.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(4));
+
+    UsbEvent("usb2", false);
+    EXPECT_EQ(PlayerState(), 0);
+    EXPECT_TRUE(NoNotification("usbConnectionNotification"));
+    EXPECT_EQ(Call("getCurrentTrackInfoUSB")["result"]["trackInfo"]["trackCount"], 0);
+}
+
+TEST_F(DeviceTest, RemovingSecondStickKeepsFirstStickPlaying)
+{
+    MakeMp3(Stick1() + "/a.mp3", kTrackSeconds);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(4));
+
+    UsbEvent("usb2", false);
+    EXPECT_EQ(PlayerState(), 4);
+    EXPECT_TRUE(NoNotification("usbConnectionNotification", 500));
+}

@@ -1,0 +1,189 @@
+#include "tools/Verbs.h"
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+namespace usbctl {
+
+namespace {
+const std::string kPlaybackNote =
+    "The service plays only while a client is connected: keep `usb-media-ctl watch`\n"
+    "running in another terminal, or playback stops at the next notification.\n";
+
+std::vector<Verb> MakeVerbs()
+{
+    return {
+        {"status", "", "player state, track, time, repeat, shuffle, USB",
+         "getCurrentPlayerState, getCurrentTrackInfoUSB, getRepeatModeUSB,\n"
+         "  isShuffleEnabledUSB, isUSBconnected",
+         "", {}, 0, 0, RunStatus},
+        {"ls", "[PATH]", "list a folder of the stick, page by page", "getFileListUSB, getFileListByGroupID",
+         "PATH defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1. Folders end in \"/\".\n"
+         "The number before each entry is its ID: a folder's ID is the group for --group,\n"
+         "and any ID can be played with play-index. The service lists what its storage\n"
+         "index holds, so index the stick first (usb-media-ctl index).\n",
+         {{"--group", true, "ID", "list the folder with this ID (0: the stick root)"},
+          {"--page", true, "N", "page to show, from 1 (default 1)"},
+          {"--page-size", true, "K", "entries per page (default 20)"},
+          {"--max-depth", false, "", "this is the deepest level shown: play takes subfolders"}},
+         0, 1, RunList},
+        {"play", "PATH", "play a file, or every song below a folder", "playFileUSB",
+         "Whether PATH is a folder is decided by looking at it on this machine.\n" + kPlaybackNote, {}, 1,
+         1, RunPlay},
+        {"play-all", "[ROOT]", "play every song of the stick", "playAllSongsUSB",
+         "ROOT defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1. The service plays\n"
+         "from its storage index, so index the stick first.\n" + kPlaybackNote,
+         {}, 0, 1, RunPlayAll},
+        {"play-index", "ID", "play the entry with this ID (see ls)", "playFileIndex", kPlaybackNote, {}, 1,
+         1, RunPlayIndex},
+        {"pause", "", "pause playback", "pauseUSB", "", {}, 0, 0, RunPause},
+        {"resume", "", "play or resume the current playlist", "playUSB", kPlaybackNote, {}, 0, 0, RunResume},
+        {"stop", "", "stop playback", "stopPlayingUSB", "", {}, 0, 0, RunStop},
+        {"next", "", "go to the next track", "nextUSB", "", {}, 0, 0, RunNext},
+        {"prev", "", "go to the previous track", "previousUSB", "", {}, 0, 0, RunPrevious},
+        {"restart", "", "play the current track from its start", "restartSongUSB", "", {}, 0, 0, RunRestart},
+        {"seek", "SECONDS", "jump to a position of the current track", "seek",
+         "SECONDS may also be written as M:SS, e.g. 1:30.\n", {}, 1, 1, RunSeek},
+        {"ff", "on|off", "fast forward in 15 s steps, or stop it", "seekForward", "", {}, 1, 1,
+         RunFastForward},
+        {"rew", "on|off", "rewind in 15 s steps, or stop it", "seekBackward", "", {}, 1, 1, RunRewind},
+        {"repeat", "[none|one|all]", "set the repeat mode, or show it", "setRepeatModeUSB, getRepeatModeUSB",
+         "", {}, 0, 1, RunRepeat},
+        {"shuffle", "[on|off]", "switch shuffle, or show it", "enableShuffleUSB, isShuffleEnabledUSB", "",
+         {}, 0, 1, RunShuffle},
+        {"art", "", "print the current track's album art file", "getTrackAlbumArt",
+         "The service writes the image under $USBMEDIA_ROOT/home/root/art_dump and announces\n"
+         "it; this waits for that announcement. A track without a cover image sends none.\n",
+         {{"--wait", true, "SECONDS", "how long to wait for the image (default 5)"}}, 0, 0, RunAlbumArt},
+        {"index", "[PATH]", "build the storage index of a stick", "indexUsbStorage",
+         "PATH defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1.\n", {}, 0, 1, RunIndex},
+        {"crc", "", "CRC-32 of the storage index, in decimal", "getUsbStorageCrc32", "", {}, 0, 0, RunCrc},
+        {"usb", "usb1|usb2 plugged|unplugged", "report a USB stick event", "usbConnectionEvent",
+         "The stick is reported as supported and readable unless told otherwise.\n",
+         {{"--not-supported", false, "", "report the stick as not supported"},
+          {"--unreadable", false, "", "report the stick as unreadable"}},
+         2, 2, RunUsb},
+        {"power", "off|on", "soft power-off, or wake up again", "setSoftPowerOff",
+         "\"off\" keeps a snapshot of the track when paused or playing; \"on\" makes it\n"
+         "available to resume-info.\n",
+         {}, 1, 1, RunPower},
+        {"resume-info", "", "the track kept at the last soft power-off", "popSuspendedTrackInfo",
+         "The service hands the snapshot out once.\n", {}, 0, 0, RunResumeInfo},
+        {"watch", "", "print notifications as they arrive", "(none: it listens)",
+         "One line per notification: the track, the time (redrawn in place with a progress\n"
+         "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist and\n"
+         "album art. With --json the notifications are printed exactly as received.\n"
+         "Ends on Ctrl-C (SIGINT), SIGTERM or when the service closes the connection.\n"
+         "While it runs the service keeps playing (it stops when nobody listens).\n",
+         {}, 0, 0, RunWatch},
+        {"call", "METHOD [PARAMS]", "send any method and print the reply", "METHOD",
+         "PARAMS is JSON, e.g. usb-media-ctl call setRepeatModeUSB '{\"mode\":2}'.\n"
+         "The reply is printed indented, or as received with --json. A method that\n"
+         "sends no reply (such as \"notify\") prints nothing.\n",
+         {}, 1, 2, RunCall},
+        {"help", "[VERB]", "this overview, or the help of one verb", "(none)", "", {}, 0, 1, RunHelp},
+    };
+}
+
+std::string Capitalized(std::string text)
+{
+    if (!text.empty()) {
+        text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    }
+    return text;
+}
+
+std::string Synopsis(const Verb& verb)
+{
+    std::string text = verb.name;
+    if (!verb.arguments.empty()) {
+        text += " " + verb.arguments;
+    }
+    return text;
+}
+
+void WriteOptions(std::ostream& out, const std::vector<OptionSpec>& options)
+{
+    for (const OptionSpec& option : options) {
+        std::string left = option.name + (option.takesValue ? " " + option.valueName : "");
+        left.resize(std::max<size_t>(left.size() + 2, 22), ' ');
+        out << "  " << left << option.help << "\n";
+    }
+}
+}  // namespace
+
+const std::vector<Verb>& AllVerbs()
+{
+    static const std::vector<Verb> verbs = MakeVerbs();
+    return verbs;
+}
+
+const Verb* FindVerb(const std::string& name)
+{
+    for (const Verb& verb : AllVerbs()) {
+        if (verb.name == name) {
+            return &verb;
+        }
+    }
+    return nullptr;
+}
+
+std::string OverallHelp()
+{
+    std::ostringstream out;
+    out << "usage: usb-media-ctl [OPTIONS] VERB [ARGUMENTS]\n\n"
+           "Drives the USB media service over its JSON-RPC port and shows what it pushes.\n\n"
+           "Options (before or after the verb):\n";
+    WriteOptions(out, GlobalOptionSpecs());
+    out << "\nVerbs:\n";
+    for (const Verb& verb : AllVerbs()) {
+        std::string left = Synopsis(verb);
+        left.resize(std::max<size_t>(left.size() + 2, 30), ' ');
+        out << "  " << left << verb.summary << "\n";
+    }
+    out << "\nPaths:\n"
+           "  Paths of the service's own, those starting with /mnt such as\n"
+           "  /mnt/usb-stick1/Jazz, get $USBMEDIA_ROOT put in front when that variable is\n"
+           "  set and the path does not already start with it, so the same commands work\n"
+           "  on a device and with a demo stick. Relative paths are taken from the\n"
+           "  current directory.\n"
+           "\nExit status: 0 success, 1 the service reported a failure (its message goes\n"
+           "to standard error), 2 a usage or connection error.\n"
+           "\n" + kPlaybackNote;
+    return out.str();
+}
+
+std::string VerbHelp(const Verb& verb)
+{
+    std::ostringstream out;
+    out << "usage: usb-media-ctl [OPTIONS] " << Synopsis(verb) << (verb.options.empty() ? "" : " [VERB OPTIONS]")
+        << "\n\n"
+        << Capitalized(verb.summary) << ".\nSends: " << verb.methods << "\n";
+    if (!verb.details.empty()) {
+        out << "\n" << verb.details;
+    }
+    if (!verb.options.empty()) {
+        out << "\nVerb options:\n";
+        WriteOptions(out, verb.options);
+    }
+    out << "\nOptions:\n";
+    WriteOptions(out, GlobalOptionSpecs());
+    return out.str();
+}
+
+int RunHelp(const VerbContext& context)
+{
+    if (context.Arguments().empty()) {
+        context.out << OverallHelp();
+        return kExitSuccess;
+    }
+    const Verb* verb = FindVerb(context.Arguments()[0]);
+    if (verb == nullptr) {
+        throw UsageError("unknown verb \"" + context.Arguments()[0] + "\"");
+    }
+    context.out << VerbHelp(*verb);
+    return kExitSuccess;
+}
+
+}  // namespace usbctl
