@@ -5,8 +5,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DUSBMEDIA_BUILD_TESTS=OFF >/dev/null
-cmake --build build -j"$(nproc)"
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j"$(nproc)" --target usb-media-service usb-media-ctl
 
 export USBMEDIA_ROOT="${USBMEDIA_ROOT:-$PWD/demo/root}"
 bash scripts/make-demo-stick.sh "$USBMEDIA_ROOT"
@@ -19,11 +19,15 @@ port="${USBMEDIA_PORT:-8885}"
 cat <<MSG
 
 Starting the service on 127.0.0.1:$port with USBMEDIA_ROOT=$USBMEDIA_ROOT
-From another terminal:
-  build/usb-media-ctl index /mnt/usb-stick1     # index the stick
-  build/usb-media-ctl ls                         # browse it
-  build/usb-media-ctl play-all                   # play everything
-  build/usb-media-ctl watch                      # see the notifications
+In a second terminal, watch what the service pushes (it plays only while a
+client is connected, so keep this running):
+  build/usb-media-ctl watch
+In a third terminal:
+  build/usb-media-ctl index /mnt/usb-stick1      # index the stick
+  build/usb-media-ctl ls                          # browse it
+  build/usb-media-ctl play-all                    # play everything
+  build/usb-media-ctl status                      # what is playing
+  build/usb-media-ctl --help                      # every verb
 or by hand:
   printf '{"jsonrpc":"2.0","method":"ping","id":1}' | nc -q1 127.0.0.1 $port
 
