@@ -14,11 +14,6 @@ constexpr microseconds kProgressPeriod{1000000};
 constexpr microseconds kSeekPeriod{500000};
 constexpr microseconds kSeekToTimeDelay{700000};
 
-bool IsPlayingState(int32_t state)
-{
-    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
-}
-
 bool IsSeekingState(int32_t state)
 {
     return state == STATE_FAST_FORWARD || state == STATE_REWIND;

@@ -9,11 +9,6 @@ namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 using PlayerLock = std::lock_guard<std::recursive_mutex>;
 
-bool IsPlayingState(int32_t state)
-{
-    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
-}
-
 std::string NoFileSelected(const CTrackInfo& track)
 {
     return "No file selected to play - " + track.m_path + "/" + track.m_name;

@@ -19,11 +19,6 @@ bool OpensAsDirectory(const std::string& path)
 {
     return std::unique_ptr<DIR, DirClose>(opendir(path.c_str())) != nullptr;
 }
-
-bool IsPlayingState(int32_t state)
-{
-    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
-}
 }  // namespace
 
 CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()

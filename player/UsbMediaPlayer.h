@@ -35,6 +35,12 @@ enum PlayerState : int32_t {
     STATE_REWIND = 6,
 };
 
+// "Playing" in the wide sense: playing, fast forward or rewind.
+inline bool IsPlayingState(int32_t state)
+{
+    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
+}
+
 // Repeat modes ("mode"); other values are stored as given and act like none.
 enum RepeatMode : int32_t {
     REPEAT_NONE = 0,

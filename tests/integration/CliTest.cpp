@@ -73,7 +73,7 @@ std::string WithCover(const std::string& mp3, const std::string& destination)
     const std::string cover = MediaFactory::Launch(
         "cli-cover.jpg", {"videotestsrc", "num-buffers=1", "!", "video/x-raw,width=32,height=24", "!", "jpegenc",
                           "!", "filesink"});
-    MediaFactory::Place(mp3, destination + ".tmp");
+    MediaFactory::Place(mp3, destination + ".tmp", true);  // a private copy: mutagen rewrites it
     const char* script = "import sys\n"
                          "from mutagen.id3 import ID3, APIC\n"
                          "tags = ID3(sys.argv[1])\n"

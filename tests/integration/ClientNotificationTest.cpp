@@ -50,6 +50,9 @@ TEST_F(ClientNotificationTest, TwoClientsReceiveIdenticalBytesAndAGoneOneStopsNo
     ASSERT_TRUE(other.Connect(Daemon().Port()));
     RpcClient leaving;
     ASSERT_TRUE(leaving.Connect(Daemon().Port()));
+    // A reply shows the daemon has taken the connection in.
+    ASSERT_TRUE(other.Call("ping")["result"].asBool());
+    ASSERT_TRUE(leaving.Call("ping")["result"].asBool());
     ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
     std::string line;
     ASSERT_TRUE(other.ReadLine(line, kEventTimeoutMs));

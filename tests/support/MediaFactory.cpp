@@ -155,13 +155,13 @@ std::string MediaFactory::Wav(double seconds)
     return Encode("wav-" + SecondsKey(seconds) + ".wav", seconds, {"wavenc"});
 }
 
-void MediaFactory::Place(const std::string& source, const std::string& destinationPath)
+void MediaFactory::Place(const std::string& source, const std::string& destinationPath, bool privateCopy)
 {
     const size_t slash = destinationPath.rfind('/');
     if (slash != std::string::npos && slash > 0) {
         MakeDirs(destinationPath.substr(0, slash));
     }
-    if (link(source.c_str(), destinationPath.c_str()) == 0) {
+    if (!privateCopy && link(source.c_str(), destinationPath.c_str()) == 0) {
         return;
     }
     std::ifstream in(source, std::ios::binary);

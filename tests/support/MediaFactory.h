@@ -30,7 +30,9 @@ public:
     static std::string Launch(const std::string& fileName, const std::vector<std::string>& description);
 
     // Hard-links (or copies) `source` to `destinationPath`, making parents.
-    static void Place(const std::string& source, const std::string& destinationPath);
+    // A link shares its bytes with the cache: a test that will change the
+    // placed file's content asks for a private copy.
+    static void Place(const std::string& source, const std::string& destinationPath, bool privateCopy = false);
 
     static const std::string& CacheDirectory();
 };
