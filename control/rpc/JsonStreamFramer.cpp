@@ -73,22 +73,27 @@ bool JsonStreamFramer::Next(std::string& value)
     return true;
 }
 
+bool JsonStreamFramer::StringEndsWith(char c)
+{
+    if (m_escape) {
+        m_escape = false;
+    } else if (c == '\\') {
+        m_escape = true;
+    } else if (c == '"') {
+        m_inString = false;
+        return true;
+    }
+    return false;
+}
+
 bool JsonStreamFramer::ScanContainer()
 {
     const size_t size = m_buffer.size();
     while (m_pos < size) {
         const char c = m_buffer[m_pos++];
         if (m_inString) {
-            if (m_escape) {
-                m_escape = false;
-            } else if (c == '\\') {
-                m_escape = true;
-            } else if (c == '"') {
-                m_inString = false;
-            }
-            continue;
-        }
-        if (c == '"') {
+            StringEndsWith(c);
+        } else if (c == '"') {
             m_inString = true;
         } else if (c == '{' || c == '[') {
             ++m_depth;
@@ -103,13 +108,7 @@ bool JsonStreamFramer::ScanString()
 {
     const size_t size = m_buffer.size();
     while (m_pos < size) {
-        const char c = m_buffer[m_pos++];
-        if (m_escape) {
-            m_escape = false;
-        } else if (c == '\\') {
-            m_escape = true;
-        } else if (c == '"') {
-            m_inString = false;
+        if (StringEndsWith(m_buffer[m_pos++])) {
             return true;
         }
     }

@@ -29,6 +29,8 @@ public:
 private:
     enum class Kind { None, Container, String, Bare };
 
+    // Consumes one byte inside a string; true when it closes the string.
+    bool StringEndsWith(char c);
     bool ScanContainer();
     bool ScanString();
     bool ScanBare();
