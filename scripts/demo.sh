@@ -22,7 +22,8 @@ Starting the service on 127.0.0.1:$port with USBMEDIA_ROOT=$USBMEDIA_ROOT
 In a second terminal, watch what the service pushes (it plays only while a
 client is connected, so keep this running):
   build/usb-media-ctl watch
-In a third terminal:
+In a third terminal (the client puts \$USBMEDIA_ROOT before /mnt paths):
+  export USBMEDIA_ROOT=$USBMEDIA_ROOT
   build/usb-media-ctl index /mnt/usb-stick1      # index the stick
   build/usb-media-ctl ls                          # browse it
   build/usb-media-ctl play-all                    # play everything
