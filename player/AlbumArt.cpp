@@ -85,6 +85,9 @@ void CUsbMediaPlayer::RequestAlbumArt()
 
 void CUsbMediaPlayer::CheckAlbumArt()
 {
+    if (!m_albumArtRequested) {
+        return;
+    }
     std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     if (!m_albumArtRequested) {
         return;

@@ -220,7 +220,9 @@ private:
     int32_t m_shuffleIndex = 0;
     CUsbDeviceStatus m_usbDevice1;
     CUsbDeviceStatus m_usbDevice2;
-    bool m_albumArtRequested = false;
+    // Written under the player lock; read without it by the listener loop
+    // after every wait, so that an idle check costs no lock.
+    std::atomic<bool> m_albumArtRequested{false};
 
     // Tag and album-art state of the current track.
     uint32_t m_tagMessageCount = 0;
