@@ -69,14 +69,18 @@ void UsbMediaRequestServer::Init(const std::string& address)
         LOG_AT(72, LOG_ERROR, "Networking initialization failed\n");
         return;
     }
-    RegisterMethods();
+    RegisterUsbMediaMethods(*m_pServer, m_handler);
 }
 
-void UsbMediaRequestServer::RegisterMethods()
+void RegisterUsbMediaMethods(Json::Rpc::Server& server, UsbMediaRequestHandler& handler,
+                             const std::set<std::string>& excluded)
 {
     for (const SRegistration& entry : kRegistry) {
-        m_pServer->AddMethod(std::make_unique<Json::Rpc::RpcMethod<UsbMediaRequestHandler>>(
-            m_handler, entry.method, entry.name));
+        if (excluded.count(entry.name) != 0) {
+            continue;
+        }
+        server.AddMethod(std::make_unique<Json::Rpc::RpcMethod<UsbMediaRequestHandler>>(
+            handler, entry.method, entry.name));
     }
 }
 

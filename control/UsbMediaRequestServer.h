@@ -5,13 +5,20 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <set>
 #include <string>
 
 namespace Json {
 namespace Rpc {
+class Server;
 class TcpServer;
-}
+}  // namespace Rpc
 }  // namespace Json
+
+// Registers the service's method table on `server`, every method bound to
+// `handler`, except the names in `excluded`. The daemon and the fuzzer share it.
+void RegisterUsbMediaMethods(Json::Rpc::Server& server, UsbMediaRequestHandler& handler,
+                             const std::set<std::string>& excluded = {});
 
 // Owns the JSON-RPC server: its method table, bound to the embedded handler,
 // and the listener thread that binds, listens and serves until stopped.
@@ -40,7 +47,4 @@ public:
     UsbMediaRequestHandler m_handler;
     pthread_t m_thread{};
     std::atomic<bool> m_isRunning{false};
-
-private:
-    void RegisterMethods();
 };

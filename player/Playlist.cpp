@@ -114,7 +114,10 @@ bool CUsbMediaPlayer::PlayFolder(const CFile& folder)
 bool CUsbMediaPlayer::PlayFileById(uint32_t id, bool fullUsb)
 {
     const PlayerLock lock(m_playerMutex);
-    const CFile current = m_index < m_playlistSize ? m_playlist.m_files[m_index] : CFile::Root();
+    // A failed folder play clears m_playlist but leaves m_playlistSize
+    // counting the old list, so the list's own size bounds the read too.
+    const bool hasCurrent = m_index < m_playlistSize && m_index < m_playlist.Size();
+    const CFile current = hasCurrent ? m_playlist.m_files[m_index] : CFile::Root();
     if (current.m_id != kNoEntryId && current.m_id == id) {
         return true;
     }

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: a normal build, then the same suites
-# under AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer.
+# under AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer,
+# then a bounded libFuzzer run of the control interface.
 # USBMEDIA_TEST_BUILDS limits the builds (e.g. "normal" or "normal asan").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
-builds=${USBMEDIA_TEST_BUILDS:-normal asan tsan}
+builds=${USBMEDIA_TEST_BUILDS:-normal asan tsan fuzz}
 jobs=$(nproc)
 status=0
 
@@ -19,7 +20,7 @@ run_suite() {
   echo "=== $name: tests"
   # Playback tests mostly wait on real-time audio, so more tests than cores
   # run at once.
-  if ! (cd "$dir" && ctest -j$(( jobs * 2 )) --output-on-failure --timeout 600); then
+  if ! (cd "$dir" && ctest -j$(( jobs * 2 )) --output-on-failure --timeout 600 $([[ $name == normal ]] || echo -LE load)); then
     status=1
   fi
 }
@@ -34,6 +35,8 @@ for build in $builds; do
     normal) run_suite normal build -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     asan) run_suite "asan+ubsan" build-asan -DCMAKE_BUILD_TYPE=Debug -DUSBMEDIA_SANITIZE=address ;;
     tsan) run_suite tsan build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_SANITIZE=thread ;;
+    # The control interface under libFuzzer for a bounded time (clang).
+    fuzz) bash scripts/fuzz.sh || status=1 ;;
     *) echo "unknown build: $build" >&2; exit 2 ;;
   esac
 done

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Builds the control-interface fuzzer with clang (ASan+UBSan+libFuzzer) in
+# build-fuzz and runs it for a bounded time. Exits non-zero on any finding;
+# the crashing input is left in build-fuzz/artifacts/.
+#   USBMEDIA_FUZZ_SECONDS  run time in seconds (default 120)
+#   extra arguments replace the corpus (e.g. a crash file to replay it; give
+#   absolute paths: the fuzzer works inside its temporary root)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=${USBMEDIA_FUZZ_SECONDS:-120}
+dir=$PWD/build-fuzz
+
+# clang and its fuzzer runtime ship with the build image; install them if not.
+if ! command -v clang++ >/dev/null || ! dpkg-query -W -f='${Status}' libclang-rt-14-dev 2>/dev/null |
+    grep -q "install ok installed"; then
+  SUDO=$([ "$(id -u)" -eq 0 ] || echo sudo)
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends clang libclang-rt-14-dev
+fi
+
+echo "=== fuzz: configure and build"
+CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_FUZZ=ON \
+  -DUSBMEDIA_BUILD_TESTS=OFF -DUSBMEDIA_BUILD_BENCH=OFF >/dev/null
+cmake --build "$dir" -j"$(nproc)" --target rpc-dispatch-fuzzer
+
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:${ASAN_OPTIONS:-}"
+export LSAN_OPTIONS="suppressions=$PWD/tests/lsan-suppressions.txt:${LSAN_OPTIONS:-}"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}"
+
+# New inputs go to a working corpus in the build dir; the seeds stay as checked in.
+mkdir -p "$dir/corpus" "$dir/artifacts"
+inputs=("$@")
+if [ ${#inputs[@]} -eq 0 ]; then
+  inputs=("$dir/corpus" "$PWD/tests/fuzz/corpus")
+fi
+echo "=== fuzz: run for ${seconds}s"
+"$dir/rpc-dispatch-fuzzer" \
+  -max_total_time="$seconds" -rss_limit_mb=4096 -timeout=30 -max_len=8192 \
+  -dict="$PWD/tests/fuzz/rpc.dict" -close_fd_mask=1 -print_final_stats=1 \
+  -artifact_prefix="$dir/artifacts/" "${inputs[@]}"

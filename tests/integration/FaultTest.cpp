@@ -1,0 +1,448 @@
+// Faults the daemon must survive: the stick vanishing during a scan or
+// playback, broken media, odd names, very deep and very large trees, an art
+// directory that cannot be written, and termination in the middle of work.
+// In each case the daemon keeps serving and other clients are unaffected.
+
+#include "tests/integration/DeviceFixture.h"
+#include "tests/support/MediaFactory.h"
+#include "tests/support/TempDir.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+using device_test::DeviceTest;
+using testing_support::MakeDirs;
+using testing_support::MediaFactory;
+using testing_support::RpcClient;
+using testing_support::TempDir;
+using testing_support::WriteFile;
+
+namespace {
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTimeoutMs = 20000;
+
+// The daemon stops within 1.5 s of SIGTERM; ThreadSanitizer adds a sleep of
+// its own (atexit_sleep_ms, 1 s) at exit.
+#if defined(__SANITIZE_THREAD__)
+constexpr double kStopSeconds = 2.5;
+#else
+constexpr double kStopSeconds = 1.5;
+#endif
+
+double SecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+void CreateEmptyFile(const std::string& path)
+{
+    const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0) << path;
+    ::close(fd);
+}
+
+// `folders` folders of `filesEach` empty ".mp3" files below `root`.
+void MakeWideTree(const std::string& root, int folders, int filesEach)
+{
+    for (int f = 0; f < folders; ++f) {
+        const std::string folder = root + "/folder" + std::to_string(f);
+        MakeDirs(folder);
+        for (int i = 0; i < filesEach; ++i) {
+            CreateEmptyFile(folder + "/track" + std::to_string(i) + ".mp3");
+        }
+    }
+}
+
+// A directory in memory when /dev/shm is there (creating and removing
+// 200,000 files on disk is slow), removed at the end.
+class ScratchDirectory {
+public:
+    ScratchDirectory()
+    {
+        char pattern[] = "/dev/shm/usbmedia-tree-XXXXXX";
+        char fallback[] = "/tmp/usbmedia-tree-XXXXXX";
+        const char* made = ::mkdtemp(pattern);
+        m_path = made != nullptr ? made : ::mkdtemp(fallback);
+    }
+    ~ScratchDirectory() { testing_support::RemoveTree(m_path); }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+// 400 folders of 499 files: 200,000 entries, made once per test process.
+const std::string& HugeTree()
+{
+    static ScratchDirectory directory;
+    static const std::string root = [] {
+        const auto start = Clock::now();
+        MakeWideTree(directory.Path(), 400, 499);
+        std::printf("made 200000 entries in %.2f s\n", SecondsSince(start));
+        return directory.Path();
+    }();
+    return root;
+}
+
+class FaultTest : public DeviceTest {
+protected:
+    Json::Value Index(const std::string& path)
+    {
+        Json::Value params;
+        params["usbStoragePath"] = path;
+        return Call("indexUsbStorage", params);
+    }
+
+    Json::Value Browse(const std::string& path, int count = 100, int start = 0)
+    {
+        Json::Value params;
+        params["path"] = path;
+        params["itemCount"] = count;
+        params["startIndex"] = start;
+        params["isMaxDepth"] = false;
+        return Call("getFileListUSB", params);
+    }
+
+    Json::Value PlayFolder(const std::string& parent, const std::string& name)
+    {
+        Json::Value params;
+        params["file"]["name"] = name;
+        params["file"]["path"] = parent;
+        params["file"]["isFolder"] = true;
+        return Call("playFileUSB", params);
+    }
+
+    // A second client, connected after the daemon started, is answered.
+    void ExpectOthersServed()
+    {
+        RpcClient other;
+        ASSERT_TRUE(other.Connect(m_daemon->Port()));
+        EXPECT_EQ(other.Call("ping", Json::Value(), kTimeoutMs)["result"], true);
+        EXPECT_EQ(Call("ping")["result"], true);
+    }
+
+    // Makes the first stick's mount point a link to `tree`.
+    void MountTree(const std::string& tree)
+    {
+        ASSERT_EQ(::rmdir(Stick1().c_str()), 0);
+        ASSERT_EQ(::symlink(tree.c_str(), Stick1().c_str()), 0);
+    }
+
+    void PlaceSong(const std::string& path, double seconds = 2)
+    {
+        MediaFactory::Place(MediaFactory::Mp3(seconds, "Song", "Artist", "Album"), path);
+    }
+
+    // The first usbConnectionNotification, or null.
+    Json::Value NextUsbNotification(int timeoutMs = kTimeoutMs)
+    {
+        Json::Value notification;
+        return NextNotification(notification, "usbConnectionNotification", timeoutMs) ? notification
+                                                                                          : Json::Value();
+    }
+};
+}  // namespace
+
+TEST_F(FaultTest, StickRenamedAwayDuringScan)
+{
+    MountTree(HugeTree());
+    StartDaemon();
+    const std::string gone = Stick1() + ".gone";
+    std::thread remover([this, gone] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        ASSERT_EQ(std::rename(Stick1().c_str(), gone.c_str()), 0);
+    });
+    const auto start = Clock::now();
+    const Json::Value reply = Index(Stick1());
+    const double seconds = SecondsSince(start);
+    remover.join();
+    ASSERT_TRUE(reply["result"]["success"].isBool()) << reply.toStyledString();
+    // Folders that vanished under the scan count as empty: a partial index.
+    const int indexedFolders = Browse(Stick1(), 1)["result"]["totalCount"].asInt();
+    std::printf("index with the stick renamed away after 40 ms: %.2f s, success %d, %d of 400 folders\n", seconds,
+                reply["result"]["success"].asBool() ? 1 : 0, indexedFolders);
+    EXPECT_LE(indexedFolders, 400);
+    ExpectOthersServed();
+
+    // The stick is gone: indexing it again fails.
+    const Json::Value again = Index(Stick1());
+    EXPECT_FALSE(again["result"]["success"].asBool());
+    EXPECT_EQ(again["error"]["code"].asInt(), -1);
+    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1());
+
+    // Back again, it is indexed whole.
+    ASSERT_EQ(std::rename(gone.c_str(), Stick1().c_str()), 0);
+    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    EXPECT_EQ(Browse(Stick1(), 1)["result"]["totalCount"].asInt(), 400);
+}
+
+TEST_F(FaultTest, PlayingFileDeletedPlaysOnFromItsOpenHandle)
+{
+    PlaceSong(Stick1() + "/a.mp3", 3);
+    PlaceSong(Stick1() + "/b.mp3", 2);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
+    ASSERT_EQ(::unlink((Stick1() + "/a.mp3").c_str()), 0);
+    // The decoder still holds the file open: the track plays to its end and
+    // the next one follows.
+    Json::Value notification;
+    bool reachedTwo = false;
+    while (!reachedTwo && NextNotification(notification, "trackTimeNotification", kTimeoutMs)) {
+        reachedTwo = notification["params"]["trackTime"].asInt() >= 2;
+    }
+    EXPECT_TRUE(reachedTwo);
+    EXPECT_TRUE(WaitForPlayingFile("b.mp3"));
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, NextTrackDeletedBetweenTracksRestartsFromTheStickRoot)
+{
+    PlaceSong(Stick1() + "/a.mp3", 4);
+    PlaceSong(Stick1() + "/b.mp3", 2);
+    PlaceSong(Stick1() + "/c.mp3", 4);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    ASSERT_TRUE(PlayFile(Stick1(), "b.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlayingFile("b.mp3"));
+    ASSERT_EQ(::unlink((Stick1() + "/c.mp3").c_str()), 0);
+    // c.mp3 is not found when its turn comes: play everything from the root.
+    EXPECT_TRUE(WaitForPlayingFile("a.mp3"));
+    EXPECT_TRUE(m_daemon->WaitForOutput("Error: ", 1000));
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, StickRemovedDuringPlaybackReportsTheFileNotFound)
+{
+    PlaceSong(Stick1() + "/a.mp3", 3);
+    PlaceSong(Stick1() + "/b.mp3", 2);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
+    ASSERT_EQ(std::rename(Stick1().c_str(), (Stick1() + ".gone").c_str()), 0);
+    // a.mp3 plays on from its open handle; b.mp3 is then not found, the
+    // restart from the root finds a.mp3 gone too, and the stick is reported.
+    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", 30000);
+    ASSERT_FALSE(seen.empty());
+    const Json::Value& last = seen.back();
+    ASSERT_EQ(last["method"].asString(), "usbConnectionNotification");
+    EXPECT_EQ(last["params"]["usbDeviceName"].asString(), "usb1");
+    EXPECT_FALSE(last["params"]["connected"].asBool());
+    EXPECT_EQ(last["params"]["errorCode"].asString(), "fileNotFound");
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, BrokenMediaIsSkippedAndAFolderNamedLikeASongIsAFolder)
+{
+    const std::string mix = Stick1() + "/mix";
+    MakeDirs(mix);
+    CreateEmptyFile(mix + "/a.mp3");
+    WriteFile(mix + "/b.mp3", std::string(20000, 'x'));
+    const std::string whole = testing_support::ReadFile(MediaFactory::Mp3(4, "Half", "Artist", "Album"));
+    WriteFile(mix + "/c.mp3", whole.substr(0, whole.size() / 2));
+    PlaceSong(mix + "/x.mp3/d.mp3", 2);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+
+    const Json::Value list = Browse(mix)["result"]["filelist"];
+    ASSERT_EQ(list.size(), 4u) << list.toStyledString();
+    EXPECT_EQ(list[0]["name"].asString(), "x.mp3");
+    EXPECT_TRUE(list[0]["isFolder"].asBool());
+    EXPECT_EQ(list[1]["name"].asString(), "a.mp3");
+    EXPECT_EQ(list[3]["name"].asString(), "c.mp3");
+
+    // Empty and non-audio files are skipped, the truncated one plays what it
+    // has, and the song inside the folder named x.mp3 comes last.
+    ASSERT_TRUE(PlayFolder(Stick1(), "mix")["result"]["success"].asBool());
+    EXPECT_TRUE(WaitForPlayingFile("d.mp3", 30000));
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, FolderNamedLikeASongPlayedAsAFilePlaysTheWholeStick)
+{
+    PlaceSong(Stick1() + "/x.mp3/d.mp3", 2);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    // No file of that name in the root's playlist: the whole stick plays.
+    EXPECT_TRUE(PlayFile(Stick1(), "x.mp3")["result"]["success"].asBool());
+    Json::Value info;
+    ASSERT_TRUE(NextNotification(info, "trackInfoNotification", kTimeoutMs));
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"].asString(), "d.mp3");
+    EXPECT_EQ(info["params"]["trackInfo"]["filePath"].asString(), Stick1() + "/x.mp3");
+    Json::Value end;
+    EXPECT_TRUE(NextNotification(end, "endOfPlayListNotification", kTimeoutMs));
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, LoneEmptyFileEndsThePlaylist)
+{
+    CreateEmptyFile(Stick1() + "/empty.mp3");
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    EXPECT_TRUE(PlayFile(Stick1(), "empty.mp3")["result"]["success"].asBool());
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen[0]["params"]["playerState"], 4);
+    EXPECT_EQ(seen[1]["params"]["playerState"], 0);
+    EXPECT_EQ(seen[2]["method"].asString(), "endOfPlayListNotification");
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, OddNamesAreBrowsedAndPlayed)
+{
+    const std::vector<std::string> storedNames{
+        "ctl\x01\x1f\x7f.mp3",
+        "bad\xff\xfe utf8 \xc3.mp3",
+        std::string(251, 'n') + ".mp3",
+    };
+    for (const std::string& name : storedNames) {
+        PlaceSong(Stick1() + "/" + name, 2);
+    }
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    const Json::Value list = Browse(Stick1())["result"]["filelist"];
+    ASSERT_EQ(list.size(), storedNames.size()) << list.toStyledString();
+    std::vector<std::string> names;
+    for (const Json::Value& entry : list) {
+        names.push_back(entry["name"].asString());
+    }
+    // Names arrive as UTF-8 of their ISO8859-1 bytes, in byte order of the stored names.
+    EXPECT_EQ(names[0], "bad\xc3\xbf\xc3\xbe utf8 \xc3\x83.mp3");
+    EXPECT_EQ(names[1], "ctl\x01\x1f\x7f.mp3");
+    EXPECT_EQ(names[2], storedNames[2]);
+    for (const Json::Value& entry : list) {
+        const std::string name = entry["name"].asString();
+        ASSERT_TRUE(PlayFile(entry["path"].asString(), name)["result"]["success"].asBool()) << name;
+        EXPECT_TRUE(WaitForPlayingFile(name)) << name;
+    }
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, TreeTwoHundredFoldersDeepIsIndexedBrowsedAndPlayed)
+{
+    std::string deepest = Stick1();
+    for (int level = 0; level < 200; ++level) {
+        deepest += "/d";
+    }
+    PlaceSong(deepest + "/song.mp3", 2);
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    std::string folder = Stick1();
+    for (int level = 0; level < 200; ++level) {
+        const Json::Value list = Browse(folder)["result"]["filelist"];
+        ASSERT_EQ(list.size(), 1u) << "level " << level;
+        ASSERT_TRUE(list[0]["isFolder"].asBool()) << "level " << level;
+        folder += "/" + list[0]["name"].asString();
+    }
+    ASSERT_EQ(folder, deepest);
+    const Json::Value list = Browse(folder)["result"]["filelist"];
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0]["name"].asString(), "song.mp3");
+    ASSERT_TRUE(PlayFile(folder, "song.mp3")["result"]["success"].asBool());
+    EXPECT_TRUE(WaitForPlayingFile("song.mp3"));
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, TwoHundredThousandEntriesAreIndexedQuickly)
+{
+    MountTree(HugeTree());
+    StartDaemon();
+    const auto start = Clock::now();
+    const Json::Value reply = Index(Stick1());
+    const double seconds = SecondsSince(start);
+    std::printf("index of 200000 entries: %.2f s\n", seconds);
+    ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_LT(seconds, 20.0);
+
+    const Json::Value root = Browse(Stick1(), 10, 0)["result"];
+    EXPECT_EQ(root["totalCount"].asInt(), 400);
+    const Json::Value page = Browse(Stick1() + "/folder7", 10, 100)["result"];
+    EXPECT_EQ(page["totalCount"].asInt(), 499);
+    EXPECT_EQ(page["filelist"].size(), 10u);
+    EXPECT_FALSE(Call("getUsbStorageCrc32")["result"]["crc32"].asString().empty());
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, ArtDirectoryBlockedByAFileGivesAnEmptyPath)
+{
+    WriteFile(ArtDirectory(), "a file where the art directory belongs");
+    device_test::TrackTags tags;
+    tags.title = "Covered";
+    tags.coverPath = device_test::CoverJpeg();
+    device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "");
+    EXPECT_EQ(notification["params"]["trackIndex"].asInt(), 1);
+    EXPECT_EQ(testing_support::ReadFile(ArtDirectory()), "a file where the art directory belongs");
+    ExpectOthersServed();
+}
+
+TEST_F(FaultTest, ReadOnlyArtDirectoryGivesAnEmptyPath)
+{
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "permission bits do not stop root from writing";
+    }
+    MakeDirs(ArtDirectory());
+    ASSERT_EQ(::chmod(ArtDirectory().c_str(), 0500), 0);
+    device_test::TrackTags tags;
+    tags.coverPath = device_test::CoverJpeg();
+    device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "");
+    ::chmod(ArtDirectory().c_str(), 0700);
+}
+
+TEST_F(FaultTest, SigtermDuringPlaybackExitsCleanlyAndQuickly)
+{
+    PlaceSong(Stick1() + "/a.mp3", 5);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
+    double seconds = 0;
+    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    std::printf("SIGTERM during playback: status %d after %.2f s\n", status, seconds);
+    EXPECT_EQ(status, 0) << m_daemon->Output();
+    EXPECT_LT(seconds, kStopSeconds);
+    m_daemon.reset();
+}
+
+TEST_F(FaultTest, SigtermDuringScanExitsCleanly)
+{
+    MountTree(HugeTree());
+    StartDaemon();
+    ASSERT_TRUE(m_client.SendRaw(
+        R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":1,"params":{"usbStoragePath":")" + Stick1() + R"("}})"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    double seconds = 0;
+    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    std::string line;
+    const bool answered = m_client.ReadLine(line, 0);
+    std::printf("SIGTERM 30 ms into a scan of 200000 entries: status %d after %.2f s, scan %s\n", status, seconds,
+                answered ? "answered first" : "not answered");
+    EXPECT_EQ(status, 0) << m_daemon->Output();
+    // The scan runs on the listener thread, which the shutdown waits for.
+    EXPECT_LT(seconds, 20.0);
+    m_daemon.reset();
+}
