@@ -19,11 +19,11 @@ bool LooksLikeOption(const std::string& arg)
     return !std::isdigit(static_cast<unsigned char>(arg[1]));
 }
 
-const OptionSpec* FindSpec(const std::vector<OptionSpec>& specs, const std::string& name)
+const OptionRule* FindRule(const std::vector<OptionRule>& rules, const std::string& name)
 {
-    for (const OptionSpec& spec : specs) {
-        if (spec.name == name) {
-            return &spec;
+    for (const OptionRule& rule : rules) {
+        if (rule.name == name) {
+            return &rule;
         }
     }
     return nullptr;
@@ -107,26 +107,26 @@ private:
     {
         const size_t equals = arg.find('=');
         const std::string name = arg.substr(0, equals);
-        const OptionSpec* global = FindSpec(GlobalOptionSpecs(), name == "-h" ? "--help" : name);
-        const OptionSpec* local = m_specs != nullptr ? FindSpec(*m_specs, name) : nullptr;
-        const OptionSpec* spec = global != nullptr ? global : local;
-        if (spec == nullptr) {
+        const OptionRule* global = FindRule(GlobalOptionRules(), name == "-h" ? "--help" : name);
+        const OptionRule* local = m_specs != nullptr ? FindRule(*m_specs, name) : nullptr;
+        const OptionRule* rule = global != nullptr ? global : local;
+        if (rule == nullptr) {
             const std::string where = m_result.verb.empty() ? "" : " for \"" + m_result.verb + "\"";
             throw UsageError("unknown option " + name + where);
         }
-        const std::string value = ValueOf(*spec, arg, equals);
+        const std::string value = ValueOf(*rule, arg, equals);
         if (global != nullptr) {
-            ApplyGlobal(m_result.global, m_result.help, spec->name, value);
+            ApplyGlobal(m_result.global, m_result.help, rule->name, value);
         } else {
             m_result.options[name] = value;
         }
     }
 
-    std::string ValueOf(const OptionSpec& spec, const std::string& arg, size_t equals)
+    std::string ValueOf(const OptionRule& rule, const std::string& arg, size_t equals)
     {
-        if (!spec.takesValue) {
+        if (!rule.takesValue) {
             if (equals != std::string::npos) {
-                throw UsageError(spec.name + " takes no value");
+                throw UsageError(rule.name + " takes no value");
             }
             return "";
         }
@@ -134,14 +134,14 @@ private:
             return arg.substr(equals + 1);
         }
         if (m_next >= m_args.size()) {
-            throw UsageError(spec.name + " needs a value (" + spec.valueName + ")");
+            throw UsageError(rule.name + " needs a value (" + rule.valueName + ")");
         }
         return m_args[m_next++];
     }
 
     const std::vector<std::string>& m_args;
     const VerbOptionsLookup& m_verbOptions;
-    const std::vector<OptionSpec>* m_specs = nullptr;
+    const std::vector<OptionRule>* m_specs = nullptr;
     size_t m_next = 0;
     Invocation m_result;
 };
@@ -156,16 +156,16 @@ std::optional<std::string> Invocation::Option(const std::string& option) const
     return found->second;
 }
 
-const std::vector<OptionSpec>& GlobalOptionSpecs()
+const std::vector<OptionRule>& GlobalOptionRules()
 {
-    static const std::vector<OptionSpec> specs{
+    static const std::vector<OptionRule> rules{
         {"--host", true, "HOST", "address of the service (default 127.0.0.1)"},
         {"--port", true, "PORT", "port of the service (default $USBMEDIA_PORT, else 8885)"},
         {"--json", false, "", "print what the service sends as compact JSON lines"},
         {"--timeout", true, "SECONDS", "how long to wait for a reply (default 30)"},
         {"--help", false, "", "this help; VERB --help for one verb (also -h)"},
     };
-    return specs;
+    return rules;
 }
 
 Invocation ParseCommandLine(const std::vector<std::string>& args, int defaultPort,

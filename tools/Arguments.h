@@ -16,7 +16,7 @@ public:
 };
 
 // An option a verb accepts, such as "--page" with a value or "--max-depth" alone.
-struct OptionSpec {
+struct OptionRule {
     std::string name;
     bool takesValue = false;
     std::string valueName;  // shown in help, e.g. "N"
@@ -44,7 +44,7 @@ struct Invocation {
 };
 
 // The options of a verb; null when there is no such verb.
-using VerbOptionsLookup = std::function<const std::vector<OptionSpec>*(const std::string& verb)>;
+using VerbOptionsLookup = std::function<const std::vector<OptionRule>*(const std::string& verb)>;
 
 // Parses argv (without the program name). `defaultPort` is the port used
 // when --port is absent. Throws UsageError.
@@ -52,6 +52,6 @@ Invocation ParseCommandLine(const std::vector<std::string>& args, int defaultPor
                             const VerbOptionsLookup& verbOptions);
 
 // The global options for help texts.
-const std::vector<OptionSpec>& GlobalOptionSpecs();
+const std::vector<OptionRule>& GlobalOptionRules();
 
 }  // namespace usbctl

@@ -10,7 +10,7 @@
 namespace usbctl {
 
 namespace {
-const std::vector<OptionSpec>* OptionsOfVerb(const std::string& name)
+const std::vector<OptionRule>* OptionsOfVerb(const std::string& name)
 {
     const Verb* verb = FindVerb(name);
     return verb != nullptr ? &verb->options : nullptr;

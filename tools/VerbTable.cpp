@@ -103,9 +103,9 @@ std::string Synopsis(const Verb& verb)
     return text;
 }
 
-void WriteOptions(std::ostream& out, const std::vector<OptionSpec>& options)
+void WriteOptions(std::ostream& out, const std::vector<OptionRule>& options)
 {
-    for (const OptionSpec& option : options) {
+    for (const OptionRule& option : options) {
         std::string left = option.name + (option.takesValue ? " " + option.valueName : "");
         left.resize(std::max<size_t>(left.size() + 2, 22), ' ');
         out << "  " << left << option.help << "\n";
@@ -135,7 +135,7 @@ std::string OverallHelp()
     out << "usage: usb-media-ctl [OPTIONS] VERB [ARGUMENTS]\n\n"
            "Drives the USB media service over its JSON-RPC port and shows what it pushes.\n\n"
            "Options (before or after the verb):\n";
-    WriteOptions(out, GlobalOptionSpecs());
+    WriteOptions(out, GlobalOptionRules());
     out << "\nVerbs:\n";
     for (const Verb& verb : AllVerbs()) {
         std::string left = Synopsis(verb);
@@ -168,7 +168,7 @@ std::string VerbHelp(const Verb& verb)
         WriteOptions(out, verb.options);
     }
     out << "\nOptions:\n";
-    WriteOptions(out, GlobalOptionSpecs());
+    WriteOptions(out, GlobalOptionRules());
     return out.str();
 }
 

@@ -39,7 +39,7 @@ struct Verb {
     std::string summary;    // one line for the overview
     std::string methods;    // the JSON-RPC methods it sends
     std::string details;    // further lines for VERB --help
-    std::vector<OptionSpec> options;
+    std::vector<OptionRule> options;
     size_t minArguments = 0;
     size_t maxArguments = 0;
     VerbRunner run = nullptr;

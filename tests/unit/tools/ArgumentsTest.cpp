@@ -3,15 +3,15 @@
 #include <gtest/gtest.h>
 
 using usbctl::Invocation;
-using usbctl::OptionSpec;
+using usbctl::OptionRule;
 using usbctl::ParseCommandLine;
 using usbctl::UsageError;
 
 namespace {
-const std::vector<OptionSpec> kListOptions{{"--page", true, "N", ""}, {"--max-depth", false, "", ""}};
-const std::vector<OptionSpec> kNoOptions;
+const std::vector<OptionRule> kListOptions{{"--page", true, "N", ""}, {"--max-depth", false, "", ""}};
+const std::vector<OptionRule> kNoOptions;
 
-const std::vector<OptionSpec>* Lookup(const std::string& verb)
+const std::vector<OptionRule>* Lookup(const std::string& verb)
 {
     if (verb == "ls") {
         return &kListOptions;
