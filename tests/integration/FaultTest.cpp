@@ -8,6 +8,7 @@
 #include "tests/support/TempDir.h"
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -392,6 +393,44 @@ TEST_F(FaultTest, ArtDirectoryBlockedByAFileGivesAnEmptyPath)
     EXPECT_EQ(notification["params"]["artFilePath"].asString(), "");
     EXPECT_EQ(notification["params"]["trackIndex"].asInt(), 1);
     EXPECT_EQ(testing_support::ReadFile(ArtDirectory()), "a file where the art directory belongs");
+    ExpectOthersServed();
+}
+
+// The art directory on a file system with no room left: the worker still
+// answers (with the path it opened, or "" when nothing could be opened), the
+// file holds no more than fitted, and the service goes on.
+TEST_F(FaultTest, FullDiskWhenWritingArtIsAnsweredAndServiceGoesOn)
+{
+    MakeDirs(ArtDirectory());
+    if (::mount("tmpfs", ArtDirectory().c_str(), "tmpfs", 0, "size=16k,nr_inodes=16") != 0) {
+        GTEST_SKIP() << "cannot mount a small file system here";
+    }
+    struct SUnmount {
+        std::string path;
+        ~SUnmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{ArtDirectory()};
+    {
+        // Fill it to the last byte.
+        FILE* filler = std::fopen((ArtDirectory() + "/filler").c_str(), "w");
+        ASSERT_NE(filler, nullptr);
+        const std::string block(1024, 'x');
+        while (std::fwrite(block.data(), 1, block.size(), filler) == block.size() && std::fflush(filler) == 0) {
+        }
+        std::fclose(filler);
+    }
+    device_test::TrackTags tags;
+    tags.coverPath = device_test::CoverJpeg();
+    device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    const std::string path = notification["params"]["artFilePath"].asString();
+    if (!path.empty()) {
+        EXPECT_EQ(path, ArtDirectory() + "/art.dat");
+        EXPECT_LT(testing_support::ReadFile(path).size(), testing_support::ReadFile(device_test::CoverJpeg()).size());
+    }
     ExpectOthersServed();
 }
 
