@@ -4,6 +4,7 @@
 #include "control/rpc/TcpServer.h"
 #include "core/Environment.h"
 #include "core/Logger.h"
+#include "core/SystemdNotifier.h"
 #include "player/UsbMediaPlayer.h"
 
 #include <unistd.h>
@@ -112,9 +113,14 @@ void UsbMediaRequestServer::Run()
     LOG_AT(218, LOG_DEBUG, "Start UsbService server @%s:%d\n", m_pServer->GetAddress().c_str(),
            m_pServer->GetPort());
 
+    // Under systemd: ready once clients can connect, and alive for as long
+    // as this loop keeps turning.
+    SystemdNotifier& systemd = SystemdNotifier::Get();
+    systemd.Ready();
     CUsbMediaPlayer* player = m_handler.Player();
     while (m_isRunning) {
-        m_pServer->WaitMessage(kWaitMilliseconds);
+        systemd.Alive();
+        m_pServer->WaitMessage(systemd.WaitMilliseconds(kWaitMilliseconds));
         player->CheckAlbumArt();
     }
     m_pServer->Close();

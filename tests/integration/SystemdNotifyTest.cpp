@@ -1,0 +1,217 @@
+// The daemon under a supervising systemd: the test plays systemd's part with
+// its own AF_UNIX datagram socket named by NOTIFY_SOCKET, and reads what the
+// service reports there.
+
+#include "core/SystemdNotifier.h"
+#include "tests/support/DaemonProcess.h"
+#include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+using testing_support::DaemonProcess;
+using testing_support::RpcClient;
+using testing_support::TempDir;
+
+namespace {
+using Clock = std::chrono::steady_clock;
+
+// Generous: the machine may be busy with other tests.
+constexpr int kEventTimeoutMs = 20000;
+
+struct Received {
+    std::string text;
+    Clock::time_point at;
+};
+
+// The socket systemd would listen on.
+class NotifySocket {
+public:
+    explicit NotifySocket(const std::string& path) : m_path(path)
+    {
+        m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        if (bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            ADD_FAILURE() << "cannot bind " << path;
+        }
+    }
+    ~NotifySocket()
+    {
+        close(m_fd);
+        unlink(m_path.c_str());
+    }
+    NotifySocket(const NotifySocket&) = delete;
+    NotifySocket& operator=(const NotifySocket&) = delete;
+
+    const std::string& Path() const { return m_path; }
+
+    // The next datagram; false when none came within the time-out.
+    bool Receive(Received& message, int timeoutMs)
+    {
+        pollfd watched{m_fd, POLLIN, 0};
+        if (poll(&watched, 1, timeoutMs) <= 0) {
+            return false;
+        }
+        char buffer[4096];
+        const ssize_t n = recv(m_fd, buffer, sizeof buffer, 0);
+        if (n < 0) {
+            return false;
+        }
+        message.text.assign(buffer, static_cast<size_t>(n));
+        message.at = Clock::now();
+        return true;
+    }
+
+    // Everything up to and including the first `last`.
+    std::vector<std::string> ReceiveUntil(const std::string& last)
+    {
+        std::vector<std::string> texts;
+        Received message;
+        while (Receive(message, kEventTimeoutMs)) {
+            texts.push_back(message.text);
+            if (message.text == last) {
+                break;
+            }
+        }
+        return texts;
+    }
+
+private:
+    std::string m_path;
+    int m_fd = -1;
+};
+
+class SystemdNotifyTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!SystemdNotifier::Supported()) {
+            GTEST_SKIP() << "built without libsystemd";
+        }
+    }
+
+    // The daemon with NOTIFY_SOCKET pointing at `socket`, plus `environment`.
+    std::unique_ptr<DaemonProcess> StartDaemon(const NotifySocket& socket,
+                                               std::map<std::string, std::string> environment = {})
+    {
+        DaemonProcess::Options options;
+        options.environment = std::move(environment);
+        options.environment["NOTIFY_SOCKET"] = socket.Path();
+        options.waitUntilServing = false;  // READY=1 is what tells
+        return std::make_unique<DaemonProcess>(options);
+    }
+
+    TempDir m_dir;
+};
+}  // namespace
+
+TEST_F(SystemdNotifyTest, ReadyOnlyOnceTheControlPortListens)
+{
+    NotifySocket socket(m_dir / "notify");
+    auto daemon = StartDaemon(socket);
+    Received message;
+    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    EXPECT_EQ(message.text, "READY=1");
+    // No retry: the port must already accept.
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon->Port(), 0));
+    EXPECT_EQ(client.Call("ping")["result"], true);
+}
+
+TEST_F(SystemdNotifyTest, ReadyThenStoppingOnSigtermAndNoWatchdogUnlessAsked)
+{
+    NotifySocket socket(m_dir / "notify");
+    auto daemon = StartDaemon(socket);
+    Received message;
+    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    ASSERT_EQ(message.text, "READY=1");
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon->Port()));
+    EXPECT_EQ(client.Call("ping")["result"], true);
+    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    // The daemon has exited: everything it sent is queued on the socket.
+    std::vector<std::string> rest;
+    while (socket.Receive(message, 0)) {
+        rest.push_back(message.text);
+    }
+    EXPECT_EQ(rest, std::vector<std::string>{"STOPPING=1"});
+}
+
+TEST_F(SystemdNotifyTest, WatchdogAtHalfTheIntervalBetweenReadyAndStopping)
+{
+    constexpr auto kInterval = std::chrono::milliseconds(2000);
+    NotifySocket socket(m_dir / "notify");
+    auto daemon = StartDaemon(
+        socket, {{"WATCHDOG_USEC", std::to_string(std::chrono::microseconds(kInterval).count())}});
+    std::vector<Received> messages;
+    Received message;
+    // READY=1, then five watchdog pings.
+    while (std::count_if(messages.begin(), messages.end(), [](const Received& m) { return m.text == "WATCHDOG=1"; }) <
+               5 &&
+           socket.Receive(message, kEventTimeoutMs)) {
+        messages.push_back(message);
+    }
+    ASSERT_GE(messages.size(), 6u) << daemon->Output();
+    EXPECT_EQ(messages[0].text, "READY=1");
+    std::vector<double> gaps;
+    for (size_t i = 1; i < messages.size(); ++i) {
+        EXPECT_EQ(messages[i].text, "WATCHDOG=1") << i;
+        if (i >= 2) {
+            gaps.push_back(std::chrono::duration<double>(messages[i].at - messages[i - 1].at).count());
+        }
+    }
+    // Paced by the half interval, not sent on every turn of the loop: the
+    // pings of one second apart add up to about four seconds (delivery jitter
+    // shortens one gap only by lengthening the next). And well before the
+    // watchdog would fire: the median gap is below the whole interval.
+    const double half = std::chrono::duration<double>(kInterval).count() / 2;
+    double total = 0;
+    for (double gap : gaps) {
+        total += gap;
+    }
+    EXPECT_GE(total, half * static_cast<double>(gaps.size()) * 0.9) << total;
+    std::sort(gaps.begin(), gaps.end());
+    EXPECT_LT(gaps[gaps.size() / 2], 2 * half) << gaps[gaps.size() / 2];
+
+    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    std::vector<std::string> rest;
+    while (socket.Receive(message, 0)) {
+        rest.push_back(message.text);
+    }
+    // STOPPING=1 once; the loop may still ping while it winds down.
+    EXPECT_EQ(std::count(rest.begin(), rest.end(), "STOPPING=1"), 1);
+    EXPECT_EQ(std::count(rest.begin(), rest.end(), "WATCHDOG=1") + 1, static_cast<long>(rest.size()));
+}
+
+TEST_F(SystemdNotifyTest, NoWatchdogWhenItIsMeantForAnotherProcess)
+{
+    NotifySocket socket(m_dir / "notify");
+    auto daemon = StartDaemon(socket, {{"WATCHDOG_USEC", "200000"}, {"WATCHDOG_PID", "1"}});
+    Received message;
+    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    ASSERT_EQ(message.text, "READY=1");
+    // A round trip through the listener loop, then the stop: any ping would
+    // come before STOPPING=1.
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon->Port()));
+    EXPECT_EQ(client.Call("ping")["result"], true);
+    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    std::vector<std::string> rest;
+    while (socket.Receive(message, 0)) {
+        rest.push_back(message.text);
+    }
+    EXPECT_EQ(rest, std::vector<std::string>{"STOPPING=1"});
+}
