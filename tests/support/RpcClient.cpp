@@ -42,7 +42,8 @@ RpcClient::~RpcClient()
 
 RpcClient::RpcClient(RpcClient&& other) noexcept
     : m_fd(std::exchange(other.m_fd, -1)), m_buffer(std::move(other.m_buffer)),
-      m_nextId(other.m_nextId), m_pendingNotifications(std::move(other.m_pendingNotifications))
+      m_nextId(other.m_nextId), m_pendingNotifications(std::move(other.m_pendingNotifications)),
+      m_wireLog(std::move(other.m_wireLog))
 {
 }
 
@@ -54,6 +55,7 @@ RpcClient& RpcClient::operator=(RpcClient&& other) noexcept
         m_buffer = std::move(other.m_buffer);
         m_nextId = other.m_nextId;
         m_pendingNotifications = std::move(other.m_pendingNotifications);
+        m_wireLog = std::move(other.m_wireLog);
     }
     return *this;
 }
@@ -72,6 +74,7 @@ bool RpcClient::Connect(int port, int timeoutMs)
             const int on = 1;
             setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             m_fd = fd;
+            m_wireLog = WireLog::Enabled() ? std::make_unique<WireLog>() : nullptr;
             return true;
         }
         close(fd);
@@ -92,6 +95,9 @@ void RpcClient::Close()
 
 bool RpcClient::SendRaw(const std::string& bytes)
 {
+    if (m_wireLog) {
+        m_wireLog->Sent(bytes);
+    }
     size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t n = send(m_fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
@@ -114,6 +120,9 @@ bool RpcClient::ReadLine(std::string& line, int timeoutMs)
         if (end != std::string::npos) {
             line = m_buffer.substr(0, end);
             m_buffer.erase(0, end + 1);
+            if (m_wireLog) {
+                m_wireLog->Received(line);
+            }
             return true;
         }
         pollfd watched{m_fd, POLLIN, 0};

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "tests/support/WireLog.h"
+
 #include <json/value.h>
 
+#include <memory>
 #include <string>
 
 namespace testing_support {
@@ -49,6 +52,7 @@ private:
     std::string m_buffer;
     int m_nextId = 1;
     std::string m_pendingNotifications;  // complete lines, "\n"-separated
+    std::unique_ptr<WireLog> m_wireLog;  // when the suite records what it receives
 };
 
 Json::Value ParseLine(const std::string& line);
