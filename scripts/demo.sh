@@ -26,11 +26,16 @@ In a third terminal (the client puts \$USBMEDIA_ROOT before /mnt paths):
   export USBMEDIA_ROOT=$USBMEDIA_ROOT
   build/usb-media-ctl index /mnt/usb-stick1      # index the stick
   build/usb-media-ctl ls                          # browse it
-  build/usb-media-ctl play-all                    # play everything
+  build/usb-media-ctl play-all                    # play from the first folder
   build/usb-media-ctl status                      # what is playing
+  build/usb-media-ctl art                         # Welcome.mp3 has a cover image
   build/usb-media-ctl --help                      # every verb
-or by hand:
-  printf '{"jsonrpc":"2.0","method":"ping","id":1}' | nc -q1 127.0.0.1 $port
+or any method by hand, raw JSON in and out:
+  build/usb-media-ctl --json call ping
+
+The service prints a start banner that ends with "USB Service Ended.": that
+line closes the start-up report (with the start-up time above it); the
+service keeps running until Ctrl-C.
 
 MSG
 exec build/usb-media-service "$@"

@@ -25,7 +25,9 @@ CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUS
 cmake --build "$dir" -j"$(nproc)" --target rpc-dispatch-fuzzer
 
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:${ASAN_OPTIONS:-}"
-export LSAN_OPTIONS="suppressions=$PWD/tests/lsan-suppressions.txt:${LSAN_OPTIONS:-}"
+# print_suppressions=0: no summary of the (GLib, GStreamer) suppressions after
+# every leak check.
+export LSAN_OPTIONS="suppressions=$PWD/tests/lsan-suppressions.txt:print_suppressions=0:${LSAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}"
 
 # New inputs go to a working corpus in the build dir; the seeds stay as checked in.
@@ -35,7 +37,13 @@ if [ ${#inputs[@]} -eq 0 ]; then
   inputs=("$dir/corpus" "$PWD/tests/fuzz/corpus")
 fi
 echo "=== fuzz: run for ${seconds}s"
+# The target's own messages repeat endlessly: each distinct line is shown once
+# (scripts/quiet-repeats.awk), a finding's report in full.
+set +e
 "$dir/rpc-dispatch-fuzzer" \
   -max_total_time="$seconds" -rss_limit_mb=4096 -timeout=30 -max_len=8192 \
   -dict="$PWD/tests/fuzz/rpc.dict" -close_fd_mask=1 -print_final_stats=1 \
-  -artifact_prefix="$dir/artifacts/" "${inputs[@]}"
+  -artifact_prefix="$dir/artifacts/" "${inputs[@]}" 2>&1 | awk -f "$PWD/scripts/quiet-repeats.awk"
+codes=("${PIPESTATUS[@]}")
+set -e
+exit "${codes[0]}"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Makes a small demo USB stick of generated audio under ROOT/mnt/usb-stick1:
-# a few folders of tagged ".mp3", ".wma" and ".wav" files.
+# a few folders of tagged ".mp3", ".wma" and ".wav" files; "Welcome.mp3" carries
+# a cover image, so that album art can be tried.
 # Usage: scripts/make-demo-stick.sh ROOT
 set -euo pipefail
 
@@ -36,6 +37,25 @@ PY
   esac
 }
 
+# add_cover FILE.mp3: embeds a small generated JPEG as the front cover (ID3
+# APIC frame, with Debian's mutagen), unless the file has one.
+add_cover() {
+  local file=$1 cover
+  cover=$(mktemp --suffix=.jpg)
+  gst-launch-1.0 -q videotestsrc num-buffers=1 pattern=smpte ! video/x-raw,width=96,height=96 ! jpegenc ! \
+    filesink "location=$cover"
+  /usr/bin/python3 - "$file" "$cover" <<'PY'
+import sys
+from mutagen.id3 import ID3, APIC
+tags = ID3(sys.argv[1])
+if not tags.getall("APIC"):
+    with open(sys.argv[2], "rb") as image:
+        tags.add(APIC(encoding=3, mime="image/jpeg", type=3, desc="Cover", data=image.read()))
+    tags.save(sys.argv[1])
+PY
+  rm -f "$cover"
+}
+
 encode "$stick/Jazz/Blue Hour.mp3"        20 440 sine     "Blue Hour"     "The Demo Trio"  "Late Set"
 encode "$stick/Jazz/Night Walk.mp3"       20 523 sine     "Night Walk"    "The Demo Trio"  "Late Set"
 encode "$stick/Jazz/Slow Rain.wma"        20 392 triangle "Slow Rain"     "The Demo Trio"  "Late Set"
@@ -43,5 +63,6 @@ encode "$stick/Rock/Engine Room.mp3"      20 330 square   "Engine Room"   "Test 
 encode "$stick/Rock/Live/Encore.wav"      15 660 saw      "Encore"        "Test Pattern"   "Live"
 encode "$stick/Spoken/Intro.wav"          10 220 sine     "Intro"         "Narrator"       "Chapters"
 encode "$stick/Welcome.mp3"               10 880 sine     "Welcome"       "USB Media"      "Demo"
+add_cover "$stick/Welcome.mp3"
 echo "demo stick ready: $stick"
 find "$stick" -type f | sort

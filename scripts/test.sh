@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
-builds=${USBMEDIA_TEST_BUILDS:-normal asan tsan fuzz}
+builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz}
 jobs=$(nproc)
 status=0
 
@@ -33,6 +33,8 @@ export TSAN_OPTIONS="suppressions=$PWD/tests/tsan-suppressions.txt:halt_on_error
 for build in $builds; do
   case "$build" in
     normal) run_suite normal build -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
+    # The Debian package from the normal build: contents, install, "ping".
+    package) bash scripts/package-check.sh build || status=1 ;;
     asan) run_suite "asan+ubsan" build-asan -DCMAKE_BUILD_TYPE=Debug -DUSBMEDIA_SANITIZE=address ;;
     tsan) run_suite tsan build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_SANITIZE=thread ;;
     # The control interface under libFuzzer for a bounded time (clang).

@@ -76,15 +76,22 @@ public:
     {
         m_result.global.port = defaultPort;
         bool optionsEnded = false;
-        for (m_next = 0; m_next < m_args.size();) {
-            const std::string arg = m_args[m_next++];
-            if (!optionsEnded && arg == "--") {
-                optionsEnded = true;
-            } else if (!optionsEnded && LooksLikeOption(arg)) {
-                TakeOption(arg);
-            } else {
-                TakeWord(arg);
+        try {
+            for (m_next = 0; m_next < m_args.size();) {
+                const std::string arg = m_args[m_next++];
+                if (!optionsEnded && arg == "--") {
+                    optionsEnded = true;
+                } else if (!optionsEnded && LooksLikeOption(arg)) {
+                    TakeOption(arg);
+                } else {
+                    TakeWord(arg);
+                }
             }
+        } catch (const UsageError& error) {
+            if (error.Verb().empty() && !m_result.verb.empty()) {
+                throw UsageError(error.what(), m_result.verb);
+            }
+            throw;
         }
         return m_result;
     }
@@ -98,7 +105,7 @@ private:
         }
         m_specs = m_verbOptions(word);
         if (m_specs == nullptr) {
-            throw UsageError("unknown verb \"" + word + "\" (see usb-media-ctl --help)");
+            throw UsageError("unknown verb \"" + word + "\"");
         }
         m_result.verb = word;
     }

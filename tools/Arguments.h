@@ -10,9 +10,17 @@
 namespace usbctl {
 
 // A command line that cannot be carried out as written.
+// `verb`, when known, is the verb whose help explains the right usage.
 class UsageError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit UsageError(const std::string& message, std::string verb = "")
+        : std::runtime_error(message), m_verb(std::move(verb))
+    {
+    }
+    const std::string& Verb() const { return m_verb; }
+
+private:
+    std::string m_verb;
 };
 
 // An option a verb accepts, such as "--page" with a value or "--max-depth" alone.

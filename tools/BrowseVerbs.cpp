@@ -5,6 +5,10 @@
 #include "tools/Replies.h"
 #include "tools/Reports.h"
 
+#include "core/TextConversion.h"
+
+#include <sys/stat.h>
+
 #include <climits>
 #include <ostream>
 
@@ -52,6 +56,18 @@ std::pair<std::string, Json::Value> ListRequest(const VerbContext& context, cons
     return {"getFileListUSB", params};
 }
 
+// Whether `path` (as sent, UTF-8) is a folder here; a name typed in UTF-8 may
+// be stored in ISO8859-1.
+bool IsLocalFolder(const std::string& path)
+{
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0) {
+        return S_ISDIR(info.st_mode);
+    }
+    const std::string latin1 = Utf8ToLatin1(path.c_str());
+    return latin1 != path && stat(latin1.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 bool IsPastTheEnd(const Json::Value& result, const Page& page)
 {
     const long long total = result["totalCount"].asInt64();
@@ -66,7 +82,11 @@ int RunList(const VerbContext& context)
     Connection connection = context.Connect();
     const RequestOutcome outcome = Request(connection, context, request.first, request.second);
     if (!outcome.ok) {
-        if (ErrorCode(outcome.reply) == kNoItemsInGroup) {
+        const bool byPath = request.first == "getFileListUSB";
+        const std::string folder = byPath ? request.second["path"].asString() : std::string();
+        if (byPath && !IsLocalFolder(folder)) {
+            ReportFailure(context, "(there is no folder " + folder + "; usb-media-ctl ls without PATH lists the stick root)");
+        } else if (ErrorCode(outcome.reply) == kNoItemsInGroup) {
             ReportFailure(context, "(nothing listed: is the folder empty, or the stick not indexed yet? "
                                    "see usb-media-ctl index)");
         }

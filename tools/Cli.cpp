@@ -40,9 +40,16 @@ int Dispatch(const Invocation& invocation, std::ostream& out, std::ostream& err,
         out << VerbHelp(verb);
         return kExitSuccess;
     }
-    CheckArgumentCount(verb, invocation.arguments.size());
-    VerbContext context{invocation, out, err, outIsTerminal};
-    return verb.run(context);
+    try {
+        CheckArgumentCount(verb, invocation.arguments.size());
+        VerbContext context{invocation, out, err, outIsTerminal};
+        return verb.run(context);
+    } catch (const UsageError& error) {
+        if (error.Verb().empty()) {
+            throw UsageError(error.what(), verb.name);
+        }
+        throw;
+    }
 }
 }  // namespace
 
@@ -53,7 +60,10 @@ int RunCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
         const Invocation invocation = ParseCommandLine(args, RpcPort(), OptionsOfVerb);
         return Dispatch(invocation, out, err, outIsTerminal);
     } catch (const UsageError& error) {
-        err << "usb-media-ctl: " << error.what() << "\n(see usb-media-ctl --help)\n";
+        // The help of the verb that was misused, else the overview.
+        const bool ownHelp = !error.Verb().empty() && error.Verb() != "help";
+        err << "usb-media-ctl: " << error.what() << "\n(see usb-media-ctl " << (ownHelp ? error.Verb() + " " : "")
+            << "--help)\n";
         return kExitUsage;
     } catch (const ConnectionError& error) {
         err << "usb-media-ctl: " << error.what() << "\n";

@@ -1,9 +1,12 @@
 // usb, power and resume-info: device events and the suspension snapshot.
 #include "tools/Verbs.h"
 
+#include "tools/Paths.h"
 #include "tools/Reports.h"
 
+#include <cstdlib>
 #include <ostream>
+#include <set>
 
 namespace usbctl {
 
@@ -39,6 +42,79 @@ int RunUsb(const VerbContext& context)
     params["isReadable"] = !context.invocation.Has("--unreadable");
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
         context.out << device << ": " << (plugged ? "plugged" : "unplugged") << " reported\n";
+    });
+}
+
+namespace {
+std::string EnvironmentOr(const char* name, const std::string& fallback)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : fallback;
+}
+
+// "usb1" or "usb2" for the stick's mount point, with or without the root prefix.
+std::string DeviceOfMountPoint(const std::string& mountPoint)
+{
+    const std::string root = NormalizePath(EnvironmentOr("USBMEDIA_ROOT", ""));
+    std::string path = NormalizePath(mountPoint);
+    if (!root.empty() && root != "/" && path.compare(0, root.size() + 1, root + "/") == 0) {
+        path.erase(0, root.size());
+    }
+    if (path == "/mnt/usb-stick1") {
+        return "usb1";
+    }
+    if (path == "/mnt/usb-stick2") {
+        return "usb2";
+    }
+    throw UsageError("mount-event takes the mount point /mnt/usb-stick1 or /mnt/usb-stick2, not \"" +
+                     mountPoint + "\"");
+}
+
+// The event from the argument, else from udev's ACTION.
+bool MountedArgument(const VerbContext& context)
+{
+    if (context.Arguments().size() > 1) {
+        const std::string& word = context.Arguments()[1];
+        if (word == "mounted" || word == "unmounted") {
+            return word == "mounted";
+        }
+        throw UsageError("mount-event takes mounted or unmounted, not \"" + word + "\"");
+    }
+    const std::string action = EnvironmentOr("ACTION", "");
+    if (action == "add" || action == "remove") {
+        return action == "add";
+    }
+    throw UsageError("mount-event needs mounted or unmounted, or ACTION=add or remove from udev" +
+                     (action.empty() ? std::string() : " (ACTION is \"" + action + "\")"));
+}
+
+// File systems the kernel of the head unit mounts and the service reads.
+bool SupportedFileSystem(const std::string& type)
+{
+    static const std::set<std::string> supported{"vfat", "exfat", "ntfs", "ntfs3", "ext2", "ext3", "ext4",
+                                                 "iso9660", "udf", "hfsplus"};
+    return type.empty() || supported.count(type) != 0;
+}
+}  // namespace
+
+int RunMountEvent(const VerbContext& context)
+{
+    const std::string mountPoint = context.ArgumentOr(0, EnvironmentOr("USBMEDIA_MOUNT_POINT", ""));
+    if (mountPoint.empty()) {
+        throw UsageError("mount-event needs a MOUNTPOINT, or USBMEDIA_MOUNT_POINT from the udev rule");
+    }
+    const std::string device = DeviceOfMountPoint(mountPoint);
+    const bool mounted = MountedArgument(context);
+    const std::string fileSystem = EnvironmentOr("ID_FS_TYPE", "");
+    Json::Value params(Json::objectValue);
+    params["usbDevice"] = device;
+    params["usbConnected"] = mounted;
+    params["isSupported"] = !context.invocation.Has("--not-supported") && SupportedFileSystem(fileSystem);
+    params["isReadable"] = !context.invocation.Has("--unreadable");
+    return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
+        context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported ("
+                    << mountPoint << (params["isSupported"].asBool() ? "" : ", " + fileSystem + " not supported")
+                    << ")\n";
     });
 }
 

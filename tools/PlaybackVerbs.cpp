@@ -74,7 +74,7 @@ int RunPlayAll(const VerbContext& context)
     Json::Value params(Json::objectValue);
     params["usbRootPath"] = ToWireText(root);
     return RunRequest(context, "playAllSongsUSB", params,
-                      [&](const Json::Value&) { context.out << "playing every song of " << root << "\n"; });
+                      [&](const Json::Value&) { context.out << "playing from the first folder of the index of " << root << "\n"; });
 }
 
 int RunPlayIndex(const VerbContext& context)

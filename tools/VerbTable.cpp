@@ -31,9 +31,12 @@ std::vector<Verb> MakeVerbs()
         {"play", "PATH", "play a file, or every song below a folder", "playFileUSB",
          "Whether PATH is a folder is decided by looking at it on this machine.\n" + kPlaybackNote, {}, 1,
          1, RunPlay},
-        {"play-all", "[ROOT]", "play every song of the stick", "playAllSongsUSB",
-         "ROOT defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1. The service plays\n"
-         "from its storage index, so index the stick first.\n" + kPlaybackNote,
+        {"play-all", "[ROOT]", "play the stick from the first folder of its index", "playAllSongsUSB",
+         "ROOT defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1. The service plays the\n"
+         "first entry of its storage index: on a stick with folders, the first folder (by\n"
+         "name) with everything below it, as one playlist that next and repeat stay within;\n"
+         "other folders are played with play. Index the stick first (usb-media-ctl index).\n" +
+             kPlaybackNote,
          {}, 0, 1, RunPlayAll},
         {"play-index", "ID", "play the entry with this ID (see ls)", "playFileIndex", kPlaybackNote, {}, 1,
          1, RunPlayIndex},
@@ -64,6 +67,17 @@ std::vector<Verb> MakeVerbs()
          {{"--not-supported", false, "", "report the stick as not supported"},
           {"--unreadable", false, "", "report the stick as unreadable"}},
          2, 2, RunUsb},
+        {"mount-event", "[MOUNTPOINT [mounted|unmounted]]", "report a stick mounted or unmounted (for udev)",
+         "usbConnectionEvent",
+         "Maps /mnt/usb-stick1 to usb1 and /mnt/usb-stick2 to usb2 and reports the stick as\n"
+         "plugged (mounted) or unplugged (unmounted). Run by the udev rule\n"
+         "90-usb-media-service.rules without arguments, it reads what udev sets: the mount\n"
+         "point from USBMEDIA_MOUNT_POINT (set by the rule), the event from ACTION (add or\n"
+         "remove), and the file system from ID_FS_TYPE (one the service cannot read is\n"
+         "reported as not supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
+         {{"--not-supported", false, "", "report the stick as not supported"},
+          {"--unreadable", false, "", "report the stick as unreadable"}},
+         0, 2, RunMountEvent},
         {"power", "off|on", "soft power-off, or wake up again", "setSoftPowerOff",
          "\"off\" keeps a snapshot of the track when paused or playing; \"on\" makes it\n"
          "available to resume-info.\n",

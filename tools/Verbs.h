@@ -102,6 +102,7 @@ int RunRepeat(const VerbContext& context);
 int RunShuffle(const VerbContext& context);
 int RunAlbumArt(const VerbContext& context);
 int RunUsb(const VerbContext& context);
+int RunMountEvent(const VerbContext& context);
 int RunPower(const VerbContext& context);
 int RunResumeInfo(const VerbContext& context);
 int RunWatch(const VerbContext& context);

@@ -109,7 +109,7 @@ int RunWatch(const VerbContext& context)
         if (reason == WakeReason::Closed) {
             context.out << formatter.Finish() << std::flush;
             context.err << "usb-media-ctl: the service closed the connection\n" << std::flush;
-            return kExitSuccess;
+            return kExitUsage;  // a connection error, as for any verb
         }
     }
     context.out << formatter.Finish() << std::flush;

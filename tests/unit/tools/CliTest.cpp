@@ -109,3 +109,56 @@ TEST(CliUsageTest, PlayOfAMissingPathIsAUsageError)
     EXPECT_EQ(outcome.status, 2);
     EXPECT_NE(outcome.err.find("No such file or directory"), std::string::npos) << outcome.err;
 }
+
+TEST(CliUsageTest, UnknownVerbGivesTheHelpHintOnce)
+{
+    const Outcome outcome = RunCli({"dance"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, "usb-media-ctl: unknown verb \"dance\"\n(see usb-media-ctl --help)\n");
+}
+
+TEST(CliUsageTest, VerbErrorsPointToTheVerbsOwnHelp)
+{
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"seek", "soon"}, "seek"},
+        {{"ls", "--page", "0"}, "ls"},
+        {{"ls", "--bogus"}, "ls"},
+        {{"--bogus", "ls"}, ""},
+        {{"usb", "usb3", "plugged"}, "usb"},
+        {{"play"}, "play"},
+        {{"status", "extra"}, "status"},
+        {{"mount-event", "/mnt/usb-stick3", "mounted"}, "mount-event"},
+        {{"mount-event", "/mnt/usb-stick1", "inserted"}, "mount-event"},
+        {{"help", "dance"}, ""},
+        {{}, ""},
+    };
+    for (const auto& entry : cases) {
+        const Outcome outcome = RunCli(entry.first);
+        const std::string hint = "\n(see usb-media-ctl " + (entry.second.empty() ? "" : entry.second + " ") + "--help)\n";
+        EXPECT_EQ(outcome.status, 2) << outcome.err;
+        ASSERT_GE(outcome.err.size(), hint.size()) << outcome.err;
+        EXPECT_EQ(outcome.err.substr(outcome.err.size() - hint.size()), hint) << outcome.err;
+        EXPECT_EQ(outcome.err.find("(see"), outcome.err.rfind("(see")) << outcome.err;
+    }
+}
+
+TEST(CliUsageTest, MountEventWithoutUdevEnvironmentIsAUsageError)
+{
+    unsetenv("ACTION");
+    unsetenv("USBMEDIA_MOUNT_POINT");
+    EXPECT_EQ(RunCli({"mount-event"}).status, 2);
+    EXPECT_EQ(RunCli({"mount-event", "/mnt/usb-stick1"}).status, 2);
+    setenv("ACTION", "change", 1);
+    const Outcome outcome = RunCli({"mount-event", "/mnt/usb-stick1"});
+    unsetenv("ACTION");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err.find("ACTION is \"change\""), std::string::npos) << outcome.err;
+}
+
+TEST(CliUsageTest, PlayAllHelpSaysWhatItPlays)
+{
+    const std::string help = RunCli({"play-all", "--help"}).out;
+    EXPECT_NE(help.find("Play the stick from the first folder of its index."), std::string::npos) << help;
+    EXPECT_NE(help.find("first entry of its storage index"), std::string::npos) << help;
+    EXPECT_EQ(help.find("every song"), std::string::npos) << help;
+}

@@ -1,0 +1,55 @@
+# Installation (GNUInstallDirs) and the Debian package (CPack DEB):
+#   cmake --install build            daemon, client, unit, udev rule, docs
+#   cd build && cpack -G DEB         usb-media-service_<version>_<arch>.deb
+# Debian keeps a package's documents under its own name.
+set(CMAKE_INSTALL_DOCDIR share/doc/usb-media-service CACHE PATH "Documentation directory")
+include(GNUInstallDirs)
+
+install(TARGETS usb-media-service usb-media-ctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+# systemd's and udev's directories from their pkg-config files when present.
+set(unit_dir "${CMAKE_INSTALL_PREFIX}/lib/systemd/system")
+set(udev_dir "${CMAKE_INSTALL_PREFIX}/lib/udev")
+pkg_check_modules(SYSTEMD_PC QUIET systemd)
+if(SYSTEMD_PC_FOUND)
+  pkg_get_variable(unit_dir systemd systemdsystemunitdir)
+endif()
+pkg_check_modules(UDEV_PC QUIET udev)
+if(UDEV_PC_FOUND)
+  pkg_get_variable(udev_dir udev udevdir)
+endif()
+set(USBMEDIA_SYSTEMD_UNIT_DIR "${unit_dir}" CACHE PATH "Where the systemd unit is installed")
+set(USBMEDIA_UDEV_RULES_DIR "${udev_dir}/rules.d" CACHE PATH "Where the udev rule is installed")
+
+set(dist ${CMAKE_SOURCE_DIR}/dist)
+configure_file(${dist}/systemd/usb-media-service.service.in ${CMAKE_BINARY_DIR}/dist/usb-media-service.service @ONLY)
+configure_file(${dist}/udev/90-usb-media-service.rules.in ${CMAKE_BINARY_DIR}/dist/90-usb-media-service.rules @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/dist/usb-media-service.service DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
+install(FILES ${CMAKE_BINARY_DIR}/dist/90-usb-media-service.rules DESTINATION ${USBMEDIA_UDEV_RULES_DIR})
+install(FILES ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json DESTINATION ${CMAKE_INSTALL_DATADIR}/usb-media-service)
+install(FILES ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json
+              ${dist}/systemd/mnt-usb-stick1.mount.example
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+set(CPACK_PACKAGE_NAME usb-media-service)
+set(CPACK_PACKAGE_VERSION 1.0.0)
+set(CPACK_PACKAGE_CONTACT "USB media service developers <usb-media@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "USB media player daemon with a JSON-RPC control port")
+set(CPACK_PACKAGE_DESCRIPTION
+    "Plays .mp3, .wma and .wav files from USB sticks through GStreamer, controlled\n"
+    "by local clients over JSON-RPC 2.0 on 127.0.0.1:8885. Includes the\n"
+    "command-line client usb-media-ctl, a systemd unit and a udev rule.")
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The decoders and sinks are plugins, loaded at run time: no shared-library
+# dependency names them.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-alsa")
+set(CPACK_STRIP_FILES ON)
+# systemd and udev reread their files; the unit is left for the device's own
+# set-up to enable (systemctl enable --now usb-media-service).
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${dist}/debian/postinst ${dist}/debian/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)
