@@ -17,15 +17,28 @@ endif()
 pkg_check_modules(UDEV_PC QUIET udev)
 if(UDEV_PC_FOUND)
   pkg_get_variable(udev_dir udev udevdir)
+elseif(unit_dir MATCHES "^(.*)/systemd/system$")
+  set(udev_dir "${CMAKE_MATCH_1}/udev")  # udev lives beside systemd (/lib/udev)
 endif()
 set(USBMEDIA_SYSTEMD_UNIT_DIR "${unit_dir}" CACHE PATH "Where the systemd unit is installed")
 set(USBMEDIA_UDEV_RULES_DIR "${udev_dir}/rules.d" CACHE PATH "Where the udev rule is installed")
 
 set(dist ${CMAKE_SOURCE_DIR}/dist)
+# The unit and the rule name the installed binaries, so they are written at
+# install time, for the prefix in force then (cpack installs under /usr).
+# The copies in the build tree (for the tests) name the configured prefix.
 configure_file(${dist}/systemd/usb-media-service.service.in ${CMAKE_BINARY_DIR}/dist/usb-media-service.service @ONLY)
 configure_file(${dist}/udev/90-usb-media-service.rules.in ${CMAKE_BINARY_DIR}/dist/90-usb-media-service.rules @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/dist/usb-media-service.service DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
-install(FILES ${CMAKE_BINARY_DIR}/dist/90-usb-media-service.rules DESTINATION ${USBMEDIA_UDEV_RULES_DIR})
+install(CODE "
+  set(CMAKE_INSTALL_FULL_BINDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+  set(CMAKE_INSTALL_FULL_DOCDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+  configure_file(${dist}/systemd/usb-media-service.service.in
+                 ${CMAKE_BINARY_DIR}/dist/installed/usb-media-service.service @ONLY)
+  configure_file(${dist}/udev/90-usb-media-service.rules.in
+                 ${CMAKE_BINARY_DIR}/dist/installed/90-usb-media-service.rules @ONLY)
+")
+install(FILES ${CMAKE_BINARY_DIR}/dist/installed/usb-media-service.service DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
+install(FILES ${CMAKE_BINARY_DIR}/dist/installed/90-usb-media-service.rules DESTINATION ${USBMEDIA_UDEV_RULES_DIR})
 install(FILES ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json DESTINATION ${CMAKE_INSTALL_DATADIR}/usb-media-service)
 install(FILES ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json
               ${dist}/systemd/mnt-usb-stick1.mount.example
