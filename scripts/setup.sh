@@ -12,7 +12,7 @@ PACKAGES=(
   libglib2.0-dev libjsoncpp-dev zlib1g-dev
   libgtest-dev googletest
   python3 python3-mutagen
-  libsystemd-dev python3-jsonschema dpkg-dev
+  libsystemd-dev python3-jsonschema dpkg-dev file
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs every test: a normal build, then the same suites
-# under AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer,
-# then a bounded libFuzzer run of the control interface.
+# Sets up, builds and runs every test: a normal build, the Debian package built
+# from it (installed, asked "ping", removed), then the same suites under
+# AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer, then a
+# bounded libFuzzer run of the control interface.
 # USBMEDIA_TEST_BUILDS limits the builds (e.g. "normal" or "normal asan").
 set -euo pipefail
 cd "$(dirname "$0")/.."
