@@ -48,7 +48,7 @@ chmod 644 "$staged"/*.deb
 daemon_pid=""
 cleanup() {
   if [ -n "$daemon_pid" ]; then kill "$daemon_pid" 2>/dev/null || true; wait "$daemon_pid" 2>/dev/null || true; fi
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get remove -y -qq usb-media-service >/dev/null 2>&1 || true
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get purge -y -qq usb-media-service >/dev/null 2>&1 || true
   rm -rf "$staged"
 }
 trap cleanup EXIT
