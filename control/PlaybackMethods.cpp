@@ -27,23 +27,10 @@ Json::Value SingleMember(const char* key, const Json::Value& value)
     return object;
 }
 
-// The current track as clients see it, every text in UTF-8.
+// Built by the player, as for trackInfoNotification, so the two agree.
 Json::Value CurrentTrackInfo(CUsbMediaPlayer& player)
 {
-    const CTrackInfo track = player.GetCurrentTrack();
-    STrackInfoValues values;
-    values.title = Latin1ToUtf8(track.m_title);
-    values.artist = Latin1ToUtf8(track.m_artist);
-    values.album = Latin1ToUtf8(track.m_album);
-    values.index = player.GetCurrentTrackNumber();
-    values.count = player.GetPlaylistSize();
-    values.time = player.GetCurrentTrackTime();
-    values.duration = track.m_duration;
-    values.isPlaying = player.IsPlaying();
-    values.filePath = Latin1ToUtf8(track.m_path);
-    values.fileName = Latin1ToUtf8(track.m_name);
-    values.id = track.m_id;
-    return BuildTrackInfoObject(values);
+    return BuildTrackInfoObject(player.GetTrackInfoValues());
 }
 }  // namespace
 

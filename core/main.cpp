@@ -59,6 +59,13 @@ int main(int argc, char** argv)
         ApplyCommandLine(argc, argv, address);
     }
 
+    // GStreamer takes its own options (--gst-*) out of the command line here,
+    // before the request server exists: constructing it creates the player,
+    // whose initialisation of GStreamer without arguments would otherwise
+    // come first and leave those options unread. "--gst-version" prints the
+    // library's version and ends the process.
+    gst_init(&argc, &argv);
+
     // Termination is handled before the control port opens, so a client that
     // can connect can also stop the service cleanly.
     InstallTerminateHandler(SIGTERM, 123, "Error signal SIGTERM will not be handled\n");
@@ -76,7 +83,6 @@ int main(int argc, char** argv)
     }
     const bool listenerStarted = server.m_isRunning;
 
-    gst_init(&argc, &argv);
     g_mainLoop = g_main_loop_new(nullptr, FALSE);
 
     gettimeofday(&timer->end, nullptr);

@@ -49,7 +49,11 @@ void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
     }
 }
 
-void CUsbMediaPlayer::SendTrackInfoNotification()
+// The one place the current track is turned into what clients read, for the
+// notification and the getCurrentTrackInfoUSB reply alike. Tag texts are the
+// UTF-8 GStreamer handed over and go out as they are; name and path are the
+// stick's ISO8859-1 and are converted.
+STrackInfoValues CUsbMediaPlayer::GetTrackInfoValues()
 {
     const PlayerLock lock(m_playerMutex);
     STrackInfoValues track;
@@ -64,7 +68,13 @@ void CUsbMediaPlayer::SendTrackInfoNotification()
     track.filePath = Latin1ToUtf8(m_currentTrack.m_path);
     track.fileName = Latin1ToUtf8(m_currentTrack.m_name);
     track.id = m_currentTrack.m_id;
-    SendNotification(BuildTrackInfoNotification(track));
+    return track;
+}
+
+void CUsbMediaPlayer::SendTrackInfoNotification()
+{
+    const PlayerLock lock(m_playerMutex);
+    SendNotification(BuildTrackInfoNotification(GetTrackInfoValues()));
     m_trackInfoSent = true;
 }
 
@@ -112,10 +122,10 @@ void CUsbMediaPlayer::SendEndOfPlayListNotification()
     SendNotification(BuildEndOfPlayListNotification());
 }
 
-// The USB event handling logs its own line before calling this.
 void CUsbMediaPlayer::SendUsbConnectionNotification(const std::string& deviceName, bool connected,
                                                     const std::string& errorCode)
 {
     const PlayerLock lock(m_playerMutex);
+    LOG_AT(2071, LOG_INFO, "usbConnectionNotification sent\n");
     SendNotification(BuildUsbConnectionNotification(deviceName, connected, errorCode));
 }

@@ -11,7 +11,10 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 
 // Only the first three tag messages of a track are read; clients hear about
 // the track after the second (after every one of them for ".wav" files,
-// whose tags come in a single message).
+// whose tags come in a single message). Every message counts, codec-only
+// ones included: GStreamer posts those for every file, so a track without
+// title, artist or album (or a WMA, whose container and codec tags come
+// apart) is still announced, with whatever texts are known by then.
 constexpr uint32_t kTagMessagesRead = 3;
 constexpr uint32_t kTrackInfoMessage = 2;
 
@@ -19,20 +22,6 @@ struct TagListUnref {
     void operator()(GstTagList* tags) const { gst_tag_list_unref(tags); }
 };
 using TagListPtr = std::unique_ptr<GstTagList, TagListUnref>;
-
-// The sink posts a tag message for every tag event, codec and bitrate
-// updates included; a message counts only when it carries something the
-// track shows, so a file without tags never announces itself.
-bool CarriesTrackTags(const GstTagList* tags)
-{
-    for (const char* tag :
-         {GST_TAG_TITLE, GST_TAG_ARTIST, GST_TAG_ALBUM, GST_TAG_PREVIEW_IMAGE, GST_TAG_IMAGE}) {
-        if (gst_tag_list_get_tag_size(tags, tag) > 0) {
-            return true;
-        }
-    }
-    return false;
-}
 
 // Copies one text tag into `field` when the list has it.
 void ReadTextTag(const GstTagList* tags, const char* tag, const char* logText, std::string& field)
@@ -75,7 +64,7 @@ void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
     GstTagList* raw = nullptr;
     gst_message_parse_tag(message, &raw);
     const TagListPtr tags(raw);
-    if (!tags || !CarriesTrackTags(tags.get())) {
+    if (!tags) {
         return;
     }
     ++m_tagMessageCount;

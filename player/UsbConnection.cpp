@@ -35,7 +35,6 @@ void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool conne
         HandleUsbRemoval(device);
     }
     if (changed) {
-        LOG(LOG_INFO, "usbConnectionNotification sent\n");
         SendUsbConnectionNotification(device, connected, errorCode);
     }
 }

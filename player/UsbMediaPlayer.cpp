@@ -30,6 +30,9 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
 CUsbMediaPlayer::CUsbMediaPlayer()
 {
     gst_init(nullptr, nullptr);
+    // Nothing is loaded yet: no texts, no path, no duration (a default track
+    // record stands for the mount root instead).
+    m_currentTrack.ClearTrack();
     m_usbDevice1.m_deviceName = "usb1";
     m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath("/mnt/usb-stick1"));
     m_usbDevice1.m_errorCode = "";

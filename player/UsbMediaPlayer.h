@@ -1,5 +1,6 @@
 #pragma once
 
+#include "control/NotificationBuilders.h"
 #include "core/Error.h"
 #include "library/File.h"
 #include "library/FileList.h"
@@ -95,6 +96,8 @@ public:
     void SetTcpServer(Json::Rpc::TcpServer* server);
     void RefreshClients();
     void SendNotification(const Json::Value& notification);
+    // The current track as clients see it, read under the player lock.
+    STrackInfoValues GetTrackInfoValues();
     void SendTrackInfoNotification();
     void SendTrackAlbumArtNotification(const std::string& artFilePath);
     void SendPlayerStateChangedNotification();

@@ -16,11 +16,12 @@ using device_test::CountNamed;
 using device_test::DeviceTest;
 using device_test::MakeMp3;
 using device_test::MakeWav;
+using device_test::MakeWma;
 using device_test::TrackTags;
 using testing_support::ReadFile;
 
 namespace {
-const TrackTags kSongTags{"Song One", "Artist One", "Album One", ""};
+const TrackTags kSongTags{"Song One", "Artist One", "Album One", "", ""};
 
 Json::Value StoragePath(const std::string& path)
 {
@@ -37,6 +38,15 @@ const Json::Value* FirstNamed(const std::vector<Json::Value>& notifications, con
         }
     }
     return nullptr;
+}
+
+// A track without tags: titled with its file name, as any track is when
+// it is loaded, and no artist or album.
+void ExpectNoTagTexts(const Json::Value& info)
+{
+    EXPECT_EQ(info["trackTitle"].asString(), info["fileName"].asString());
+    EXPECT_EQ(info["trackArtist"].asString(), "");
+    EXPECT_EQ(info["trackAlbum"].asString(), "");
 }
 
 bool Exists(const std::string& path)
@@ -104,12 +114,29 @@ TEST_F(BusMessagesTest, TaggedMp3SendsTrackInfoOnce)
     EXPECT_TRUE(m_daemon->WaitForOutput("Sending Out TrackInfo Notification since some info was updated", 1000));
 }
 
-TEST_F(BusMessagesTest, Mp3WithoutTagsSendsNoTrackInfo)
+TEST_F(BusMessagesTest, UntaggedMp3IsAnnouncedOnceWithoutArtistOrAlbum)
 {
     MakeMp3(Stick1() + "/plain.mp3", 2.0);
     const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "plain.mp3");
     ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
-    EXPECT_EQ(CountNamed(seen, "trackInfoNotification"), 0u);
+    ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
+    const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
+    ExpectNoTagTexts(info);
+    EXPECT_EQ(info["fileName"], "plain.mp3");
+    EXPECT_EQ(info["filePath"], Stick1());
+    EXPECT_TRUE(info["isPlaying"].asBool());
+}
+
+TEST_F(BusMessagesTest, WmaIsAnnouncedOnce)
+{
+    MakeWma(Stick1() + "/Slow Rain.wma", 2.0, {"Slow Rain", "The Demo Trio", "Late Set", "", ""});
+    const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "Slow Rain.wma");
+    ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
+    ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
+    const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
+    EXPECT_EQ(info["fileName"], "Slow Rain.wma");
+    EXPECT_EQ(info["trackIndex"], 1);
+    EXPECT_TRUE(info["isPlaying"].asBool());
 }
 
 TEST_F(BusMessagesTest, WavWithOneTagMessageSendsTrackInfoAfterIt)
@@ -125,12 +152,21 @@ TEST_F(BusMessagesTest, WavWithOneTagMessageSendsTrackInfoAfterIt)
     EXPECT_EQ(info["trackDuration"], 2);
 }
 
-TEST_F(BusMessagesTest, WavWithoutTagsSendsNoTrackInfo)
+TEST_F(BusMessagesTest, UntaggedWavIsAnnouncedWithoutArtistOrAlbum)
 {
     MakeWav(Stick1() + "/plain.wav", 1.0, false);
     const std::vector<Json::Value> seen = PlayToEnd(Stick1(), "plain.wav");
     ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
-    EXPECT_EQ(CountNamed(seen, "trackInfoNotification"), 0u);
+    // One for each of the first three tag messages, however many there are.
+    const size_t count = CountNamed(seen, "trackInfoNotification");
+    EXPECT_GE(count, 1u);
+    EXPECT_LE(count, 3u);
+    for (const Json::Value& notification : seen) {
+        if (notification["method"] == "trackInfoNotification") {
+            ExpectNoTagTexts(notification["params"]["trackInfo"]);
+            EXPECT_EQ(notification["params"]["trackInfo"]["fileName"], "plain.wav");
+        }
+    }
 }
 
 TEST_F(BusMessagesTest, CoverArtIsWrittenToNewFilesInACreatedDirectory)
@@ -289,4 +325,101 @@ TEST_F(BusMessagesTest, UnreadableFileOnSecondStickIsNotAnnounced)
     const Json::Value reply = Call("isUSBconnected", device);
     EXPECT_TRUE(reply["result"]["connected"].asBool());
     EXPECT_EQ(reply["result"]["errorCode"], "");
+}
+
+TEST_F(BusMessagesTest, Utf8TagTextArrivesUnchangedInNotificationAndReply)
+{
+    MakeMp3(Stick1() + "/cafe.mp3", 6.0, {"Caf\xC3\xA9", "Bj\xC3\xB6rk", "\xC3\x89t\xC3\xA9", "", ""});
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "cafe.mp3")["result"]["success"].asBool());
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
+    const Json::Value& sent = notification["params"]["trackInfo"];
+    EXPECT_EQ(sent["trackTitle"], "Caf\xC3\xA9");
+    EXPECT_EQ(sent["trackArtist"], "Bj\xC3\xB6rk");
+    EXPECT_EQ(sent["trackAlbum"], "\xC3\x89t\xC3\xA9");
+
+    const Json::Value replied = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+    EXPECT_EQ(replied["trackTitle"], "Caf\xC3\xA9");
+    EXPECT_EQ(replied["trackArtist"], "Bj\xC3\xB6rk");
+    EXPECT_EQ(replied["trackAlbum"], "\xC3\x89t\xC3\xA9");
+}
+
+TEST_F(BusMessagesTest, Latin1FileNameArrivesAsUtf8InNotificationAndReply)
+{
+    // "été.mp3" in ISO8859-1 on the stick.
+    MakeMp3(Stick1() + "/music/\xE9t\xE9.mp3", 6.0, kSongTags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1() + "/music", "\xC3\xA9t\xC3\xA9.mp3")["result"]["success"].asBool());
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
+    const Json::Value& sent = notification["params"]["trackInfo"];
+    EXPECT_EQ(sent["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3");
+    EXPECT_EQ(sent["filePath"].asString(), Stick1() + "/music");
+
+    const Json::Value replied = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
+    EXPECT_EQ(replied["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3");
+    EXPECT_EQ(replied["filePath"].asString(), Stick1() + "/music");
+    EXPECT_EQ(replied["trackTitle"].asString(), "Song One");
+}
+
+TEST_F(BusMessagesTest, PreviewImageTakesPriorityOverImage)
+{
+    TrackTags tags = kSongTags;
+    tags.coverPath = device_test::CoverJpeg();
+    tags.previewPath = device_test::IconJpeg();
+    MakeMp3(Stick1() + "/both.mp3", 8.0, tags);
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "both.mp3")["result"]["success"].asBool());
+    const std::string art = RequestArt();
+    EXPECT_EQ(ReadFile(art), ReadFile(tags.previewPath));
+    EXPECT_TRUE(m_daemon->WaitForOutput("image width is: 16", 1000));
+}
+
+TEST_F(BusMessagesTest, DemuxErrorTakesTheReadErrorPath)
+{
+    device_test::MakeBrokenHeaderWav(Stick1() + "/broken.wav");
+    StartDaemon();
+    PlayFile(Stick1(), "broken.wav");
+
+    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
+    ASSERT_GE(seen.size(), 2u);
+    const Json::Value& report = seen.back();
+    ASSERT_EQ(report["method"], "usbConnectionNotification");
+    Json::Value expected;
+    expected["usbDeviceName"] = "usb1";
+    expected["connected"] = false;
+    expected["errorCode"] = "badFile";
+    EXPECT_EQ(report["params"], expected);
+    const Json::Value& info = seen[seen.size() - 2];
+    ASSERT_EQ(info["method"], "trackInfoNotification");
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
+    EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", 1000));
+    EXPECT_EQ(PlayerState(), 0);
+}
+
+TEST_F(BusMessagesTest, NotFoundCountSurvivesLaterTracks)
+{
+    const std::string music = Stick1() + "/music";
+    MakeMp3(music + "/a.mp3", 3.0);
+    MakeMp3(music + "/b.mp3", 1.0);
+    MakeMp3(music + "/c.mp3", 1.0);
+    MakeMp3(music + "/d.mp3", 3.0);
+    MakeMp3(music + "/e.mp3", 1.0);
+    StartDaemon();
+    ASSERT_TRUE(Call("indexUsbStorage", StoragePath(Stick1()))["result"]["success"].asBool());
+    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 5));
+
+    // The first miss plays the stick again from its root...
+    ASSERT_EQ(unlink((music + "/b.mp3").c_str()), 0);
+    ASSERT_TRUE(WaitForPlaylist("a.mp3", 4));
+    // ...whose tracks then play through, a, c and d, without a report...
+    ASSERT_TRUE(WaitForPlaylist("d.mp3", 4));
+    ASSERT_EQ(unlink((music + "/e.mp3").c_str()), 0);
+    // ...until the next miss, which is the second: the stick is reported.
+    Json::Value notification;
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
+    EXPECT_EQ(notification["params"]["errorCode"], "fileNotFound");
+    EXPECT_EQ(PlayerState(), 0);
 }

@@ -66,7 +66,7 @@ std::vector<std::string> ToneSource(double seconds)
 constexpr const char* kTagScript = R"(
 import sys
 from mutagen.id3 import ID3, TIT2, TPE1, TALB, APIC
-path, title, artist, album, cover = sys.argv[1:6]
+path, title, artist, album, cover, icon = sys.argv[1:7]
 tags = ID3()
 if title: tags.add(TIT2(encoding=3, text=title))
 if artist: tags.add(TPE1(encoding=3, text=artist))
@@ -74,12 +74,27 @@ if album: tags.add(TALB(encoding=3, text=album))
 if cover:
     with open(cover, 'rb') as image:
         tags.add(APIC(encoding=3, mime='image/jpeg', type=3, desc='Cover', data=image.read()))
+if icon:
+    with open(icon, 'rb') as image:
+        tags.add(APIC(encoding=3, mime='image/jpeg', type=1, desc='Icon', data=image.read()))
 tags.save(path)
+)";
+
+constexpr const char* kAsfTagScript = R"(
+import sys
+from mutagen.asf import ASF
+path, title, artist, album = sys.argv[1:5]
+media = ASF(path)
+if title: media["Title"] = title
+if artist: media["Author"] = artist
+if album: media["WM/AlbumTitle"] = album
+media.save()
 )";
 
 bool HasTags(const TrackTags& tags)
 {
-    return !tags.title.empty() || !tags.artist.empty() || !tags.album.empty() || !tags.coverPath.empty();
+    return !tags.title.empty() || !tags.artist.empty() || !tags.album.empty() || !tags.coverPath.empty() ||
+           !tags.previewPath.empty();
 }
 }  // namespace
 
@@ -96,7 +111,7 @@ void MakeMp3(const std::string& path, double seconds, const TrackTags& tags)
     Run(command);
     if (HasTags(tags)) {
         Run({"/usr/bin/python3", "-c", kTagScript, encoded, tags.title, tags.artist, tags.album,
-             tags.coverPath});
+             tags.coverPath, tags.previewPath});
     }
     if (std::rename(encoded.c_str(), path.c_str()) != 0) {
         throw std::runtime_error("cannot rename to " + path);
@@ -113,6 +128,30 @@ void MakeWav(const std::string& path, double seconds, bool withTags)
     }
     command.insert(command.end(), {"wavenc", "!", "filesink", "location=" + path});
     Run(command);
+}
+
+void MakeWma(const std::string& path, double seconds, const TrackTags& tags)
+{
+    const std::string directory = path.substr(0, path.rfind('/'));
+    const std::string encoded = directory + "/encoding.tmp";
+    MakeDirs(directory);
+    std::vector<std::string> command = ToneSource(seconds);
+    command.insert(command.end(), {"avenc_wmav2", "!", "avmux_asf", "!", "filesink", "location=" + encoded});
+    Run(command);
+    if (HasTags(tags)) {
+        Run({"/usr/bin/python3", "-c", kAsfTagScript, encoded, tags.title, tags.artist, tags.album});
+    }
+    if (std::rename(encoded.c_str(), path.c_str()) != 0) {
+        throw std::runtime_error("cannot rename to " + path);
+    }
+}
+
+void MakeBrokenHeaderWav(const std::string& path)
+{
+    // RIFF/WAVE with a 4-byte "fmt " chunk (a PCM format needs 16), then data.
+    std::string bytes("RIFF\x2c\x00\x00\x00WAVEfmt \x04\x00\x00\x00\x01\x00\x02\x00", 24);
+    bytes += std::string("data\x10\x00\x00\x00", 8) + std::string(16, '\x01');
+    WriteFile(path, bytes);
 }
 
 void MakeCorruptFile(const std::string& path, size_t size)
@@ -137,6 +176,18 @@ const std::string& CoverJpeg()
     return path;
 }
 
+const std::string& IconJpeg()
+{
+    static TempDir directory;
+    static const std::string path = [] {
+        const std::string jpeg = directory / "icon.jpg";
+        Run({"gst-launch-1.0", "-q", "videotestsrc", "pattern=snow", "num-buffers=1", "!",
+             "video/x-raw,width=16,height=16", "!", "jpegenc", "!", "filesink", "location=" + jpeg});
+        return jpeg;
+    }();
+    return path;
+}
+
 DeviceTest::DeviceTest()
 {
     MakeDirs(Stick1());
@@ -153,10 +204,10 @@ void DeviceTest::TearDown()
     EXPECT_EQ(status, 0) << "daemon output:\n" << m_daemon->Output();
 }
 
-void DeviceTest::StartDaemon()
+void DeviceTest::StartDaemon(const std::vector<std::string>& arguments)
 {
     DaemonProcess::Options options;
-    options.arguments = {"-l", "a"};
+    options.arguments = arguments;
     options.environment["USBMEDIA_ROOT"] = m_root.Path();
     // mpg123audiodec and the libav decoder share a rank; pin one so runs are
     // alike (the libav one also trips ThreadSanitizer inside FFmpeg).

@@ -21,16 +21,24 @@ struct TrackTags {
     std::string title;
     std::string artist;
     std::string album;
-    std::string coverPath;  // a JPEG to embed as the front cover, or ""
+    std::string coverPath;    // a JPEG to embed as the front cover, or ""
+    std::string previewPath;  // a JPEG to embed as the file icon (a preview image), or ""
 };
 
 // Audio made with gst-launch-1.0 (and python3-mutagen for ID3 tags).
 void MakeMp3(const std::string& path, double seconds, const TrackTags& tags = TrackTags());
 void MakeWav(const std::string& path, double seconds, bool withTags);
+// WMA as the demo stick has it: wmav2 in ASF, texts written by mutagen.
+void MakeWma(const std::string& path, double seconds, const TrackTags& tags = TrackTags());
+// A WAV whose format chunk is too short to describe any audio: the parser
+// fails with a demux error.
+void MakeBrokenHeaderWav(const std::string& path);
 // Bytes that no decoder recognises.
 void MakeCorruptFile(const std::string& path, size_t size);
 // A small JPEG (32x24), made once per process; its path.
 const std::string& CoverJpeg();
+// Another JPEG (16x16), made once per process; its path.
+const std::string& IconJpeg();
 
 class DeviceTest : public testing::Test {
 protected:
@@ -43,8 +51,9 @@ protected:
     std::string Stick2() const { return m_root / "mnt/usb-stick2"; }
     std::string ArtDirectory() const { return m_root / "home/root/art_dump"; }
 
-    // Starts the daemon on the fake root (all log levels on) and connects.
-    void StartDaemon();
+    // Starts the daemon on the fake root (all log levels on unless other
+    // arguments are given) and connects.
+    void StartDaemon(const std::vector<std::string>& arguments = {"-l", "a"});
 
     Json::Value Call(const std::string& method, const Json::Value& params = Json::Value());
     std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value());

@@ -378,3 +378,49 @@ TEST_F(PlaybackTest, OnlyTheFirstAudioStreamOfAFileIsPlayed)
     ASSERT_FALSE(Next("endOfPlayListNotification").isNull());
     EXPECT_EQ(Daemon().Output().find("E: "), std::string::npos) << Daemon().Output();
 }
+
+TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsEmpty)
+{
+    const Json::Value track = TrackInfo();
+    for (const char* key : {"trackTitle", "trackArtist", "trackAlbum", "filePath", "fileName"}) {
+        EXPECT_EQ(track[key].asString(), "") << key;
+    }
+    for (const char* key : {"trackIndex", "trackCount", "trackTime", "trackDuration"}) {
+        EXPECT_EQ(track[key].asUInt(), 0u) << key;
+    }
+    EXPECT_FALSE(track["isPlaying"].asBool());
+}
+
+namespace {
+// Browses `folder` of the stick as a client does, saying whether the list
+// is at the maximum depth.
+Json::Value BrowseParams(const std::string& path, bool atMaxDepth)
+{
+    Json::Value params;
+    params["path"] = path;
+    params["itemCount"] = 10;
+    params["startIndex"] = 0;
+    params["isMaxDepth"] = atMaxDepth;
+    return params;
+}
+}  // namespace
+
+TEST_F(PlaybackTest, PlaylistBuiltAtMaximumDepthTakesInTheSubfolders)
+{
+    PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
+    PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/Bonus/05.mp3");
+    ASSERT_TRUE(Result("getFileListUSB", BrowseParams(Stick() + "/Album", true)).isMember("filelist"));
+    StartPlaying("Album", "02.mp3");
+    const Json::Value track = TrackInfo();
+    EXPECT_EQ(track["trackCount"].asUInt(), 5u);
+    EXPECT_EQ(track["fileName"].asString(), "02.mp3");
+    EXPECT_EQ(track["trackIndex"].asUInt(), 2u);
+}
+
+TEST_F(PlaybackTest, PlaylistBuiltBelowMaximumDepthKeepsToTheFolder)
+{
+    PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
+    ASSERT_TRUE(Result("getFileListUSB", BrowseParams(Stick() + "/Album", false)).isMember("filelist"));
+    StartPlaying("Album", "02.mp3");
+    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 3u);
+}

@@ -3,6 +3,7 @@
 
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/RpcClient.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -114,4 +115,49 @@ TEST(ServiceStartupTest, UnparsableAddressFailsToBindButKeepsRunning)
     ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", 15000));
     EXPECT_TRUE(daemon.IsRunning());
     EXPECT_EQ(daemon.Stop(SIGTERM, 5000), 0);
+}
+
+TEST(ServiceStartupTest, GstVersionOptionPrintsGStreamersVersionAndEnds)
+{
+    DaemonProcess::Options options;
+    options.arguments = {"--gst-version"};
+    options.waitUntilServing = false;
+    DaemonProcess daemon(options);
+    // GStreamer prints its version and ends the process, before the
+    // control port opens: signal 0 only waits for that exit.
+    EXPECT_EQ(daemon.Stop(0, 15000), 0);
+    const std::string out = daemon.Output();
+    const std::regex version(R"(^USB Service Started. \nGStreamer Core Library version \d+\.\d+\.\d+)");
+    EXPECT_TRUE(std::regex_search(out, version)) << out;
+    EXPECT_EQ(out.find("USB Service Ended."), std::string::npos) << out;
+}
+
+TEST(ServiceStartupTest, GstDebugLevelOptionTurnsOnGStreamersDebugOutput)
+{
+    // A file no decoder recognises makes GStreamer warn about it.
+    testing_support::TempDir root;
+    testing_support::WriteFile(root / "mnt/usb-stick1/noise.mp3", std::string(4096, '\x5a'));
+    DaemonProcess::Options options;
+    options.arguments = {"--gst-debug-level=3", "-l", "d"};
+    options.environment["USBMEDIA_ROOT"] = root.Path();
+    options.environment["GST_DEBUG_NO_COLOR"] = "1";
+    DaemonProcess daemon(options);
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon.Port()));
+    // The service's own options are read as well.
+    EXPECT_TRUE(daemon.WaitForOutput("[DEBUG][UsbMediaRequestServer:218]", 5000)) << daemon.Output();
+
+    Json::Value params;
+    params["file"]["name"] = "noise.mp3";
+    params["file"]["path"] = root / "mnt/usb-stick1";
+    params["file"]["isFolder"] = false;
+    client.Call("playFileUSB", params);
+    // GStreamer's records: elapsed time, process id, thread, level.
+    const std::regex record(R"(\d+:\d\d:\d\d\.\d{9} +\d+ +0x[0-9a-f]+ +(ERROR|WARN|FIXME) )");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    while (!std::regex_search(daemon.Output(), record) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_TRUE(std::regex_search(daemon.Output(), record)) << daemon.Output();
+    EXPECT_EQ(daemon.Stop(SIGTERM, 15000), 0);
 }

@@ -135,3 +135,35 @@ TEST_F(SuspensionTest, SoftPowerOffAfterStopKeepsTheOlderSnapshot)
     EXPECT_TRUE(data["isSuspended"].asBool());
     EXPECT_EQ(data["fileName"], "song.mp3");
 }
+
+TEST_F(SuspensionTest, PendingSnapshotSurvivesASecondSoftPowerOffWhileStopped)
+{
+    StartPlaying(10.0);
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    Call("setSoftPowerOff", SoftPowerOff(false));  // pending now
+    Call("stopPlayingUSB");
+    ASSERT_EQ(PlayerState(), 0);
+    // Off again before anyone asked: nothing to capture, the pending
+    // snapshot stays and is still pending.
+    Call("setSoftPowerOff", SoftPowerOff(true));
+
+    const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["fileName"], "song.mp3");
+    EXPECT_EQ(data["playerState"], 4);
+}
+
+TEST_F(SuspensionTest, PendingSnapshotIsReplacedByASecondSoftPowerOffWhilePaused)
+{
+    StartPlaying(10.0);
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    Call("setSoftPowerOff", SoftPowerOff(false));
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    Call("setSoftPowerOff", SoftPowerOff(true));
+
+    // Still pending, without another wake-up: the newer snapshot is reported.
+    const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+    EXPECT_TRUE(data["isSuspended"].asBool());
+    EXPECT_EQ(data["playerState"], 3);
+    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+}

@@ -49,6 +49,18 @@ protected:
     }
 
     std::string Folder() const { return Stick() + "/Album"; }
+
+    // Long/01..03.mp3 of a minute, indexed: no track ends by itself while a
+    // test steps through them.
+    void PlaceLongTracks()
+    {
+        for (const std::string& name : kLongNames) {
+            PlaceOnStick(MediaFactory::Mp3(60), "Long/" + name);
+        }
+        IndexStick();
+    }
+
+    const std::vector<std::string> kLongNames{"01.mp3", "02.mp3", "03.mp3"};
 };
 }  // namespace
 
@@ -180,9 +192,8 @@ TEST_F(TrackNavigationTest, SetRepeatModeNotifiesEveryTime)
 }
 
 namespace {
-// The first order a fresh process's rand() gives, with the chosen entry
-// moved to the front, as the daemon builds it.
-std::vector<uint32_t> FirstShuffleOrder(uint32_t count, uint32_t chosen)
+// The first order a fresh process's rand() gives.
+std::vector<uint32_t> FirstRandOrder(uint32_t count)
 {
     std::srand(1);
     std::vector<uint32_t> order;
@@ -192,6 +203,14 @@ std::vector<uint32_t> FirstShuffleOrder(uint32_t count, uint32_t chosen)
     for (uint32_t i = 1; i < count; ++i) {
         std::swap(order[i], order[static_cast<uint32_t>(std::rand()) % (i + 1)]);
     }
+    return order;
+}
+
+// The same with the chosen entry moved to the front, as the daemon builds
+// it when a file is played with shuffle on.
+std::vector<uint32_t> FirstShuffleOrder(uint32_t count, uint32_t chosen)
+{
+    std::vector<uint32_t> order = FirstRandOrder(count);
     for (auto it = order.begin(); it != order.end(); ++it) {
         if (*it == chosen) {
             order.erase(it);
@@ -248,4 +267,58 @@ TEST_F(TrackNavigationTest, ShuffleWithOneTrack)
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
     EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
+}
+
+TEST_F(TrackNavigationTest, ShuffleTurnedOnMidPlaylistFollowsTheNewOrderFromItsStart)
+{
+    PlaceLongTracks();
+    StartPlaying("Long", "01.mp3");
+    EnableShuffle(true);
+    // The current entry is not moved to the front: next goes to the order's
+    // second position.
+    const std::vector<uint32_t> order = FirstRandOrder(3);
+    Step("nextUSB", kLongNames[order[1]]);
+    Step("nextUSB", kLongNames[order[2]]);
+    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
+}
+
+TEST_F(TrackNavigationTest, ShuffleWithRepeatOneStaysOnTheLastShuffledEntry)
+{
+    PlaceLongTracks();
+    EnableShuffle(true);
+    SetRepeat(1);
+    StartPlaying("Long", "02.mp3");
+    const std::vector<uint32_t> order = FirstShuffleOrder(3, 1);
+    Step("nextUSB", kLongNames[order[1]]);
+    Step("nextUSB", kLongNames[order[2]]);
+    // At the end of the order a next replays the entry there.
+    Step("nextUSB", kLongNames[order[2]]);
+    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 3u);
+}
+
+TEST_F(TrackNavigationTest, ShuffleWithRepeatAllStartsTheOrderAgain)
+{
+    PlaceLongTracks();
+    EnableShuffle(true);
+    SetRepeat(2);
+    StartPlaying("Long", "02.mp3");
+    const std::vector<uint32_t> order = FirstShuffleOrder(3, 1);
+    Step("nextUSB", kLongNames[order[1]]);
+    Step("nextUSB", kLongNames[order[2]]);
+    Step("nextUSB", "02.mp3");
+    Step("nextUSB", kLongNames[order[1]]);
+}
+
+TEST_F(TrackNavigationTest, EveryNextAfterTheEndSendsEndOfPlaylistAgain)
+{
+    PlaceLongTracks();
+    StartPlaying("Long", "03.mp3");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /")) << i;
+        const Json::Value end = Next("endOfPlayListNotification");
+        ASSERT_FALSE(end.isNull()) << i;
+        EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true));
+    }
+    EXPECT_EQ(PlayerState(), kStopped);
 }
