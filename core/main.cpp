@@ -7,6 +7,7 @@
 #include "core/CommandLine.h"
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
+#include "library/ScanStop.h"
 #include "player/UsbMediaPlayer.h"
 
 #include <glib-unix.h>
@@ -32,6 +33,7 @@ gboolean OnTerminateSignal(gpointer signalNumber)
     const int sig = GPOINTER_TO_INT(signalNumber);
     if (sig == SIGINT || sig == SIGTERM) {
         std::cout << "Exiting due to SIGINT/SIGTERM" << std::endl;
+        RequestScanStop();  // a scan on the listener thread ends now
         g_main_loop_quit(g_mainLoop);
     }
     return G_SOURCE_CONTINUE;

@@ -12,6 +12,7 @@ PACKAGES=(
   libglib2.0-dev libjsoncpp-dev zlib1g-dev
   libgtest-dev googletest
   python3 python3-mutagen
+  libfuse3-dev fuse3
 )
 
 missing=()
