@@ -286,7 +286,7 @@ TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
 
 TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourcePath)
 {
-    device_test::MakeMp3(Source("a.mp3"), 30.0);
+    device_test::MakeMp3(Source("a.mp3"), 60.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
     StartDaemon();
@@ -417,7 +417,7 @@ TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
     device_test::MakeMp3(Source("mix/a.mp3"), 1.0);
     device_test::MakeCorruptFile(Source("mix/b.mp3"), 50000);
     MakeLyingWav(Source("mix/c.wav"), 1.0);
-    device_test::MakeMp3(Source("mix/d.mp3"), 3.0);
+    device_test::MakeMp3(Source("mix/d.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
     StartDaemon();
     ASSERT_TRUE(PlayFolder(Stick1(), "mix")["result"]["success"].asBool());
