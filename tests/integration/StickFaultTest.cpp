@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -27,7 +28,6 @@ using device_test::DeviceTest;
 using stick_test::FaultStick;
 using testing_support::MakeDirs;
 using testing_support::RpcClient;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
@@ -63,6 +63,12 @@ void MakeWideTree(const std::string& root, int folders, int filesEach)
             WriteFile(folder + "/track" + std::to_string(i) + ".mp3", "");
         }
     }
+}
+
+std::string OneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
 }
 
 // A WAV whose header claims ten times the samples the file holds.
@@ -501,7 +507,7 @@ protected:
         }
         const double seconds = SecondsSince(start);
         std::printf("slow stick, %d files in %d folders: indexed in %.2f s (%s), %d progress reports meanwhile\n",
-                    folders * filesEach, folders, seconds, m_stick->Counters().substr(0, 40).c_str(),
+                    folders * filesEach, folders, seconds, OneLine(m_stick->Counters()).c_str(),
                     progressReports);
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
         // One report a second while the scan held the listener (a loose
@@ -550,7 +556,7 @@ TEST_F(StickFaultTest, SigtermDuringASlowScanStopsWithinASecond)
     double seconds = 0;
     const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
     std::printf("SIGTERM during a slow scan: status %d after %.2f s (%s)\n", status, seconds,
-                m_stick->Counters().substr(0, 40).c_str());
+                OneLine(m_stick->Counters()).c_str());
     EXPECT_EQ(status, 0) << m_daemon->Output();
     EXPECT_LT(seconds, kStopSeconds);
     m_daemon.reset();
