@@ -8,6 +8,7 @@
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
 #include "core/SystemdNotifier.h"
+#include "library/ScanStop.h"
 #include "player/UsbMediaPlayer.h"
 
 #include <glib-unix.h>
@@ -34,6 +35,7 @@ gboolean OnTerminateSignal(gpointer signalNumber)
     if (sig == SIGINT || sig == SIGTERM) {
         std::cout << "Exiting due to SIGINT/SIGTERM" << std::endl;
         SystemdNotifier::Get().Stopping();
+        RequestScanStop();  // a scan on the listener thread ends now
         g_main_loop_quit(g_mainLoop);
     }
     return G_SOURCE_CONTINUE;

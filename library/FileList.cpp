@@ -2,6 +2,7 @@
 
 #include "library/DirectoryManager.h"
 #include "library/FileId.h"
+#include "library/ScanStop.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -168,6 +169,9 @@ private:
     std::optional<bool> Step()
     {
         SFrame& frame = m_stack.back();
+        if (ScanStopRequested()) {
+            return EndResult(frame);  // the service is terminating
+        }
         std::string name;
         unsigned char type = DT_UNKNOWN;
         if (!NextEntry(frame, name, type)) {

@@ -13,6 +13,7 @@ PACKAGES=(
   libgtest-dev googletest
   python3 python3-mutagen
   libsystemd-dev python3-jsonschema dpkg-dev file
+  libfuse3-dev fuse3
 )
 
 missing=()

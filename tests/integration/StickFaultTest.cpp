@@ -1,0 +1,563 @@
+// A USB stick that misbehaves as real ones do, served by usbmedia-faultfs
+// over the first stick's mount point: reads failing with EIO halfway through
+// a song, every call failing once the stick is pulled, slow directory
+// operations, broken files, FAT names in ISO8859-1. Each fault is checked as
+// a client sees it, and the daemon keeps answering with its memory and
+// descriptors bounded.
+
+#include "tests/integration/DeviceFixture.h"
+#include "tests/integration/FaultStick.h"
+#include "tests/support/TempDir.h"
+
+#include "library/FileId.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+using device_test::DeviceTest;
+using stick_test::FaultStick;
+using testing_support::MakeDirs;
+using testing_support::RpcClient;
+using testing_support::WriteFile;
+
+namespace {
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTimeoutMs = 30000;
+constexpr int kStopped = 0;
+constexpr int kPaused = 3;
+constexpr int kPlaying = 4;
+constexpr int kFastForward = 5;
+constexpr int kOneTimeDescriptors = 2;
+
+// A scan stops within a second of SIGTERM; ThreadSanitizer adds a sleep of
+// its own (atexit_sleep_ms, 1 s) at exit.
+#if defined(__SANITIZE_THREAD__)
+constexpr double kStopSeconds = 2.0;
+#else
+constexpr double kStopSeconds = 1.0;
+#endif
+
+double SecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// `folders` folders of `filesEach` empty ".mp3" files below `root`.
+void MakeWideTree(const std::string& root, int folders, int filesEach)
+{
+    for (int f = 0; f < folders; ++f) {
+        const std::string folder = root + "/folder" + std::to_string(f);
+        MakeDirs(folder);
+        for (int i = 0; i < filesEach; ++i) {
+            WriteFile(folder + "/track" + std::to_string(i) + ".mp3", "");
+        }
+    }
+}
+
+std::string OneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+// A WAV whose header claims ten times the samples the file holds.
+void MakeLyingWav(const std::string& path, double seconds)
+{
+    device_test::MakeWav(path, seconds, false);
+    std::string bytes = testing_support::ReadFile(path);
+    const size_t data = bytes.find("data");
+    ASSERT_NE(data, std::string::npos);
+    uint32_t size = 0;
+    for (int i = 3; i >= 0; --i) {
+        size = (size << 8) | static_cast<unsigned char>(bytes[data + 4 + i]);
+    }
+    size *= 10;
+    for (int i = 0; i < 4; ++i) {
+        bytes[data + 4 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
+    }
+    WriteFile(path, bytes);
+}
+
+// The stick's source folder: in memory when /dev/shm is there (making and
+// removing thousands of files on disk is slow), removed at the end.
+class SourceFolder {
+public:
+    SourceFolder()
+    {
+        char pattern[] = "/dev/shm/usbmedia-stick-XXXXXX";
+        char fallback[] = "/tmp/usbmedia-stick-XXXXXX";
+        const char* made = ::mkdtemp(pattern);
+        m_path = made != nullptr ? made : ::mkdtemp(fallback);
+    }
+    ~SourceFolder() { testing_support::RemoveTree(m_path); }
+    SourceFolder(const SourceFolder&) = delete;
+    SourceFolder& operator=(const SourceFolder&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    std::string operator/(const std::string& relative) const { return m_path + "/" + relative; }
+
+private:
+    std::string m_path;
+};
+
+class StickFaultTest : public DeviceTest {
+protected:
+    // Mounts the fault file system over the first stick, mirroring m_source;
+    // false (with the reason in m_stick->Why()) when FUSE cannot mount here.
+    bool MountStick()
+    {
+        m_stick = std::make_unique<FaultStick>(m_source.Path(), Stick1());
+        return m_stick->Mounted();
+    }
+
+    void Command(const std::string& command) { ASSERT_TRUE(m_stick->Command(command)) << command; }
+
+    std::string Source(const std::string& relative) const { return m_source / relative; }
+
+    Json::Value Index(const std::string& path)
+    {
+        Json::Value params;
+        params["usbStoragePath"] = path;
+        return Call("indexUsbStorage", params);
+    }
+
+    Json::Value Browse(const std::string& path, int count = 100, int start = 0)
+    {
+        Json::Value params;
+        params["path"] = path;
+        params["itemCount"] = count;
+        params["startIndex"] = start;
+        params["isMaxDepth"] = false;
+        return Call("getFileListUSB", params);
+    }
+
+    Json::Value PlayFolder(const std::string& parent, const std::string& name)
+    {
+        Json::Value params;
+        params["file"]["name"] = name;
+        params["file"]["path"] = parent;
+        params["file"]["isFolder"] = true;
+        return Call("playFileUSB", params);
+    }
+
+    int OpenDescriptors() const
+    {
+        int count = 0;
+        if (DIR* dir = ::opendir(("/proc/" + std::to_string(m_daemon->Pid()) + "/fd").c_str())) {
+            while (const dirent* entry = ::readdir(dir)) {
+                count += entry->d_name[0] != '.' ? 1 : 0;
+            }
+            ::closedir(dir);
+        }
+        return count;
+    }
+
+    std::string DescriptorList() const
+    {
+        const std::string folder = "/proc/" + std::to_string(m_daemon->Pid()) + "/fd";
+        std::string list;
+        if (DIR* dir = ::opendir(folder.c_str())) {
+            while (const dirent* entry = ::readdir(dir)) {
+                char target[512] = {};
+                if (entry->d_name[0] != '.' &&
+                    ::readlink((folder + "/" + entry->d_name).c_str(), target, sizeof(target) - 1) > 0) {
+                    list += std::string(entry->d_name) + " -> " + target + "\n";
+                }
+            }
+            ::closedir(dir);
+        }
+        return list;
+    }
+
+    long ResidentKiB() const
+    {
+        const std::string status = testing_support::ReadFile("/proc/" + std::to_string(m_daemon->Pid()) + "/status");
+        const size_t at = status.find("VmRSS:");
+        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
+    }
+
+    // Descriptors before the fault (while playing, when the test plays);
+    // ExpectStillServing compares with them.
+    void NoteDescriptors() { m_descriptorsBefore = OpenDescriptors(); }
+
+    // The daemon answers this client and a new one, holds no more
+    // descriptors than before the fault (the pipeline of a stopped track and
+    // the folders of a broken scan are closed) and its memory stayed bounded.
+    void ExpectStillServing()
+    {
+        EXPECT_EQ(Call("ping")["result"], true);
+        if (m_descriptorsBefore > 0) {
+            const int now = OpenDescriptors();
+            // Slack for one-time opens of the daemon's libraries (GLib opens
+            // /dev/null once, lazily); a leak per file or folder is far more.
+            EXPECT_LE(now, m_descriptorsBefore + kOneTimeDescriptors) << DescriptorList();
+        }
+        RpcClient other;
+        ASSERT_TRUE(other.Connect(m_daemon->Port()));
+        EXPECT_EQ(other.Call("ping", Json::Value(), kTimeoutMs)["result"], true);
+        other.Close();
+        EXPECT_EQ(Call("ping")["result"], true);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        // Sanitizers keep their own shadow and quarantine memory; the bound
+        // is checked in the plain build.
+        EXPECT_LT(ResidentKiB(), 256 * 1024);
+#endif
+    }
+
+    // How many playerStateChangedNotification with "playing" are in `seen`.
+    static int StartsIn(const std::vector<Json::Value>& seen)
+    {
+        int starts = 0;
+        for (const Json::Value& notification : seen) {
+            starts += notification["method"] == "playerStateChangedNotification" &&
+                              notification["params"]["playerState"] == kPlaying
+                          ? 1
+                          : 0;
+        }
+        return starts;
+    }
+
+    // The read-error path as a client sees it: the stop, the emptied track,
+    // then "usb1" reported disconnected with "badFile"; the player stopped
+    // with no playlist left, and the stick's state readable.
+    void ExpectBadFileReport()
+    {
+        const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", kTimeoutMs);
+        ASSERT_GE(seen.size(), 2u);
+        const Json::Value& report = seen.back();
+        ASSERT_EQ(report["method"], "usbConnectionNotification");
+        Json::Value expected;
+        expected["usbDeviceName"] = "usb1";
+        expected["connected"] = false;
+        expected["errorCode"] = "badFile";
+        EXPECT_EQ(report["params"], expected);
+
+        const Json::Value& info = seen[seen.size() - 2];
+        ASSERT_EQ(info["method"], "trackInfoNotification");
+        EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
+        EXPECT_EQ(info["params"]["trackInfo"]["filePath"], "");
+        EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+        EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", kTimeoutMs));
+
+        // The stop emptied the track before the report, so the report finds
+        // no track on the stick to stop: the playlist itself stays.
+        EXPECT_EQ(PlayerState(), kStopped);
+        Json::Value device;
+        device["deviceName"] = "usb1";
+        const Json::Value state = Call("isUSBconnected", device)["result"];
+        EXPECT_FALSE(state["connected"].asBool());
+        EXPECT_EQ(state["errorCode"], "badFile");
+    }
+
+    SourceFolder m_source;
+    std::unique_ptr<FaultStick> m_stick;
+    int m_descriptorsBefore = 0;
+};
+
+#define MOUNT_STICK_OR_SKIP()                 \
+    do {                                      \
+        if (!MountStick()) {                  \
+            GTEST_SKIP() << m_stick->Why();   \
+        }                                     \
+    } while (false)
+
+}  // namespace
+
+TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
+{
+    device_test::MakeMp3(Source("music/a.mp3"), 8.0);
+    device_test::MakeMp3(Source("music/b.mp3"), 2.0);
+    MOUNT_STICK_OR_SKIP();
+    // EIO once half the song was read, as when the stick is pulled mid-song.
+    const size_t size = testing_support::ReadFile(Source("music/a.mp3")).size();
+    Command("fail-read music/a.mp3 " + std::to_string(size / 2));
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1() + "/music", "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    NoteDescriptors();
+    ExpectBadFileReport();
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourcePath)
+{
+    device_test::MakeMp3(Source("a.mp3"), 60.0);
+    device_test::MakeMp3(Source("b.mp3"), 2.0);
+    MOUNT_STICK_OR_SKIP();
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    NoteDescriptors();
+    Json::Value enable;
+    enable["enable"] = true;
+    ASSERT_TRUE(Call("seekForward", enable)["result"].asBool());
+    ASSERT_TRUE(WaitForState(kFastForward));
+    Command("pull eio");
+    ExpectBadFileReport();
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnResume)
+{
+    device_test::MakeMp3(Source("a.mp3"), 8.0);
+    device_test::MakeMp3(Source("b.mp3"), 2.0);
+    MOUNT_STICK_OR_SKIP();
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    NoteDescriptors();
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPaused));
+    Command("pull enodev");
+    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    ExpectBadFileReport();
+    ExpectStillServing();
+}
+
+// The stick goes as one track ends: the next file cannot even be opened, an
+// error other than a read error, so each remaining track is skipped until the
+// playlist ends. Nothing is reported for the stick.
+TEST_F(StickFaultTest, StickPulledBetweenTracksSkipsToTheEndOfThePlaylist)
+{
+    device_test::MakeMp3(Source("a.mp3"), 1.0);
+    device_test::MakeMp3(Source("b.mp3"), 2.0);
+    device_test::MakeMp3(Source("c.mp3"), 2.0);
+    MOUNT_STICK_OR_SKIP();
+    Command("pull-at /b.mp3 eio");
+    StartDaemon();
+    NoteDescriptors();
+    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
+    EXPECT_EQ(seen.back()["params"]["isEndOfPlaylist"], true);
+    // a, b and c each started; b and c could not be opened and were skipped.
+    EXPECT_EQ(StartsIn(seen), 3);
+    EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
+    EXPECT_TRUE(m_daemon->WaitForOutput("Error: ", kTimeoutMs));
+    EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos);
+    EXPECT_EQ(PlayerState(), kStopped);
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, StickPulledDuringIndexingGivesAPartialIndex)
+{
+    MakeWideTree(m_source.Path(), 20, 10);
+    MOUNT_STICK_OR_SKIP();
+    StartDaemon();
+    NoteDescriptors();
+    // Gone after 40 calls: some folders were read, the rest cannot be opened
+    // and count as empty.
+    Command("pull-after 40 eio");
+    const Json::Value reply = Index(Stick1());
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    const Json::Value root = Browse(Stick1(), 100)["result"];
+    EXPECT_GT(root["totalCount"].asInt(), 0);
+    EXPECT_LT(root["totalCount"].asInt(), 20);
+    ExpectStillServing();
+
+    // Gone: indexing it again fails as for a missing folder.
+    const Json::Value again = Index(Stick1());
+    EXPECT_FALSE(again["result"]["success"].asBool());
+    EXPECT_EQ(again["error"]["code"].asInt(), -1);
+    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1());
+
+    // Back: indexed whole.
+    Command("unpull");
+    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    EXPECT_EQ(Browse(Stick1(), 1)["result"]["totalCount"].asInt(), 20);
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, StickPulledDuringAFolderPlayScan)
+{
+    device_test::MakeMp3(Source("music/a.mp3"), 2.0);
+    MakeWideTree(Source("music"), 20, 10);
+    MOUNT_STICK_OR_SKIP();
+    StartDaemon();
+    NoteDescriptors();
+    // Gone after 30 calls, in the middle of the folder's scan: the playlist
+    // holds what was found, none of it opens any more, each track is skipped
+    // (not a read error) and the playlist ends.
+    Command("pull-after 30 enodev");
+    EXPECT_TRUE(PlayFolder(Stick1(), "music")["result"]["success"].asBool());
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
+    EXPECT_GT(StartsIn(seen), 0);
+    EXPECT_LT(StartsIn(seen), 201) << "the scan ended early";
+    EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
+    EXPECT_EQ(PlayerState(), kStopped);
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, UntypedDirectoryEntriesAreSkipped)
+{
+    device_test::MakeMp3(Source("a.mp3"), 1.0);
+    MakeDirs(Source("folder"));
+    device_test::MakeMp3(Source("folder/b.mp3"), 1.0);
+    MOUNT_STICK_OR_SKIP();
+    Command("types off");
+    StartDaemon();
+    const Json::Value reply = Index(Stick1());
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(Browse(Stick1())["result"]["totalCount"].asInt(), 0);
+    Command("types on");
+    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    EXPECT_EQ(Browse(Stick1())["result"]["totalCount"].asInt(), 2);
+}
+
+TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
+{
+    device_test::MakeMp3(Source("mix/a.mp3"), 1.0);
+    device_test::MakeCorruptFile(Source("mix/b.mp3"), 50000);
+    MakeLyingWav(Source("mix/c.wav"), 1.0);
+    device_test::MakeMp3(Source("mix/d.mp3"), 2.0);
+    MOUNT_STICK_OR_SKIP();
+    StartDaemon();
+    ASSERT_TRUE(PlayFolder(Stick1(), "mix")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+    NoteDescriptors();
+    // The random bytes are an error other than a read error: skipped. The WAV
+    // plays what it holds and ends; the last song plays.
+    EXPECT_TRUE(WaitForPlayingFile("d.mp3"));
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
+    EXPECT_EQ(StartsIn(seen), 3) << "b, c and d after a";
+    EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
+    EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos);
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, FatStickWithIsoNamesIsBrowsedAndPlayedWithIdsOfItsBytes)
+{
+    device_test::MakeMp3(Source("Caf\xc3\xa9.MP3"), 1.0);
+    device_test::MakeWav(Source("\xc3\x9c" "ber/Na\xc3\xafve.WAV"), 1.0, false);
+    MOUNT_STICK_OR_SKIP();
+    Command("latin1 on");
+    Command("fat on");
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    // Names reach clients as UTF-8; IDs are the hash of the stick's bytes.
+    const Json::Value root = Browse(Stick1())["result"]["filelist"];
+    ASSERT_EQ(root.size(), 2u);
+    EXPECT_EQ(root[0]["name"], "\xc3\x9c" "ber");
+    EXPECT_TRUE(root[0]["isFolder"].asBool());
+    EXPECT_EQ(root[0]["ID"].asUInt(), FileId(Stick1(), "\xdc" "ber"));
+    EXPECT_EQ(root[1]["name"], "Caf\xc3\xa9.MP3");
+    EXPECT_EQ(root[1]["ID"].asUInt(), FileId(Stick1(), "Caf\xe9.MP3"));
+    const Json::Value inner = Browse(Stick1() + "/\xc3\x9c" "ber")["result"]["filelist"];
+    ASSERT_EQ(inner.size(), 1u);
+    EXPECT_EQ(inner[0]["name"], "Na\xc3\xafve.WAV");
+    EXPECT_EQ(inner[0]["path"], Stick1() + "/\xc3\x9c" "ber");
+    EXPECT_EQ(inner[0]["ID"].asUInt(), FileId(Stick1() + "/\xdc" "ber", "Na\xefve.WAV"));
+
+    ASSERT_TRUE(PlayFile(Stick1(), "Caf\xc3\xa9.MP3")["result"]["success"].asBool());
+    EXPECT_TRUE(WaitForPlayingFile("Caf\xc3\xa9.MP3"));
+    ASSERT_TRUE(PlayFile(Stick1() + "/\xc3\x9c" "ber", "Na\xc3\xafve.WAV")["result"]["success"].asBool());
+    EXPECT_TRUE(WaitForPlayingFile("Na\xc3\xafve.WAV"));
+}
+
+namespace {
+class SlowStickTest : public StickFaultTest {
+protected:
+    // A cheap stick: 2 ms for each directory read and each lookup, holding
+    // `folders` folders of `filesEach` files. While it is indexed a song
+    // plays from the second stick: its progress reports go on every second,
+    // the index completes and the listener answers again afterwards.
+    void IndexAndBrowse(int folders, int filesEach)
+    {
+        MakeWideTree(m_source.Path(), folders, filesEach);
+        device_test::MakeMp3(Stick2() + "/long.mp3", 30.0);
+        if (!MountStick()) {
+            GTEST_SKIP() << m_stick->Why();
+        }
+        Command("delay readdir 2000");
+        Command("delay stat 2000");
+        StartDaemon();
+        ASSERT_TRUE(PlayFile(Stick2(), "long.mp3")["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(kPlaying));
+        NoteDescriptors();
+
+        ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":"slow","params":{)"
+                                     R"("usbStoragePath":")" + Stick1() + "\"}}\n"));
+        const auto start = Clock::now();
+        Json::Value reply;
+        int progressReports = 0;
+        std::string line;
+        while (reply.isNull() && m_client.ReadLine(line, 600000)) {
+            const Json::Value message = testing_support::ParseLine(line);
+            if (message["method"] == "trackTimeNotification") {
+                ++progressReports;
+            } else if (message["id"] == "slow") {
+                reply = message;
+            }
+        }
+        const double seconds = SecondsSince(start);
+        std::printf("slow stick, %d files in %d folders: indexed in %.2f s (%s), %d progress reports meanwhile\n",
+                    folders * filesEach, folders, seconds, OneLine(m_stick->Counters()).c_str(),
+                    progressReports);
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        // One report a second while the scan held the listener (a loose
+        // bound: the machine may be loaded).
+        EXPECT_GE(progressReports, static_cast<int>(seconds / 2) - 1);
+
+        const auto browseStart = Clock::now();
+        const Json::Value root = Browse(Stick1(), 50)["result"];
+        EXPECT_EQ(root["totalCount"].asInt(), folders);
+        EXPECT_EQ(root["filelist"].size(), static_cast<size_t>(std::min(folders, 50)));
+        const Json::Value page = Browse(Stick1() + "/folder7", 20, filesEach / 2)["result"];
+        EXPECT_EQ(page["totalCount"].asInt(), filesEach);
+        EXPECT_EQ(page["filelist"].size(), static_cast<size_t>(std::min(20, filesEach - filesEach / 2)));
+        std::printf("browse of two pages: %.3f s\n", SecondsSince(browseStart));
+        EXPECT_EQ(PlayerState(), kPlaying);
+        ExpectStillServing();
+    }
+};
+}  // namespace
+
+TEST_F(SlowStickTest, SlowStickOfTwoThousandFilesIsIndexedAndBrowsed)
+{
+    IndexAndBrowse(40, 50);
+}
+
+// The full size of a large stick; labelled "load" (left out of the sanitizer
+// builds).
+TEST_F(SlowStickTest, SlowStickOfTwentyThousandFilesIsIndexedAndBrowsed)
+{
+    IndexAndBrowse(200, 100);
+}
+
+// A scan that would take many seconds ends within a second of SIGTERM, and
+// the daemon exits cleanly.
+TEST_F(StickFaultTest, SigtermDuringASlowScanStopsWithinASecond)
+{
+    MakeWideTree(m_source.Path(), 100, 20);
+    MOUNT_STICK_OR_SKIP();
+    // About 100 x 3 calls of 20 ms each: six seconds of scanning.
+    Command("delay readdir 20000");
+    Command("delay stat 20000");
+    StartDaemon();
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":1,"params":{)"
+                                 R"("usbStoragePath":")" + Stick1() + "\"}}\n"));
+    Command("wait readdir 5");  // the scan is under way
+    double seconds = 0;
+    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    std::printf("SIGTERM during a slow scan: status %d after %.2f s (%s)\n", status, seconds,
+                OneLine(m_stick->Counters()).c_str());
+    EXPECT_EQ(status, 0) << m_daemon->Output();
+    EXPECT_LT(seconds, kStopSeconds);
+    m_daemon.reset();
+}
