@@ -53,8 +53,15 @@ Json::Value Server::ErrorReply(int code, const char* message, const Json::Value&
 
 std::string Server::Process(const std::string& text)
 {
+    bool malformed = false;
+    return Process(text, malformed);
+}
+
+std::string Server::Process(const std::string& text, bool& malformed)
+{
     Json::Value document;
-    if (!ParseJson(text, document)) {
+    malformed = !ParseJson(text, document);
+    if (malformed) {
         return ToWireText(ErrorReply(PARSE_ERROR, "Parse error", Json::Value::nullSingleton()));
     }
     if (!document.isArray()) {

@@ -239,7 +239,11 @@ void TcpServer::ReadFrom(Client& client)
         client.framer.Append(buffer, static_cast<size_t>(received));
         std::string text;
         while (client.framer.Next(text)) {
-            const std::string reply = Process(text);
+            bool malformed = false;
+            const std::string reply = Process(text, malformed);
+            if (malformed) {
+                client.framer.SkipMalformedRun();  // one error for the whole bad run
+            }
             if (!reply.empty()) {
                 std::lock_guard<std::mutex> lock(m_mutex);
                 Enqueue(client, reply);
