@@ -174,6 +174,11 @@ void TcpServer::WaitMessage(int timeoutMs)
         uint64_t count = 0;
         [[maybe_unused]] const ssize_t drained = read(m_wakeEvent.Get(), &count, sizeof count);
     }
+    // New clients first: a client that connected before a request arrived
+    // is then known when that request's notifications go out.
+    if (watched[0].revents != 0) {
+        AcceptClients();
+    }
     for (size_t i = 2; i < watched.size(); ++i) {
         const short revents = watched[i].revents;
         if (revents == 0) {
@@ -192,9 +197,6 @@ void TcpServer::WaitMessage(int timeoutMs)
             std::lock_guard<std::mutex> lock(m_mutex);
             FlushLocked(client);
         }
-    }
-    if (watched[0].revents != 0) {
-        AcceptClients();
     }
     CloseFinishedClients();
 }
