@@ -3,6 +3,7 @@
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/Paging.h"
+#include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/Logger.h"
 #include "core/TextConversion.h"
@@ -69,7 +70,7 @@ private:
 void FillBrowseResult(const std::vector<CFile>& files, const Json::Value& params, int itemCount,
                       Json::ValueType emptyPage, Json::Value& result)
 {
-    const SBrowsePage page = BrowsePage(files.size(), params["startIndex"].asInt(), itemCount);
+    const SBrowsePage page = BrowsePage(files.size(), ReadInt(params, "startIndex"), itemCount);
     result = Json::Value(Json::objectValue);
     result["currIndex"] = Json::UInt(page.currIndex);
     Json::Value& filelist = result["filelist"];
@@ -86,17 +87,16 @@ bool UsbMediaRequestHandler::getFileListUSB(const Json::Value& request, Json::Va
 {
     BeginReply(request, response);
     const Json::Value& params = Params(request);
-    const std::string path = Utf8ToLatin1(params["path"].asString().c_str());
-    const int itemCount = params["itemCount"].asInt();
-    const bool isMaxDepth = params["isMaxDepth"].asBool();
+    const std::string path = Utf8ToLatin1(ReadString(params, "path").c_str());
+    const int itemCount = ReadInt(params, "itemCount");
+    const bool isMaxDepth = ReadBool(params, "isMaxDepth");
     LOG(LOG_INFO, "%s\n", kStarLine.c_str());
     LOG(LOG_INFO, "Path to get index of %s\n", path.c_str());
     LOG(LOG_INFO, "Max number of files to send: %d\n", itemCount);
 
-    const std::vector<CFile> files = m_pPlayer->GetFileListByPath(path, isMaxDepth);
-    if (files.empty()) {
-        response["error"] = PlayerErrorObject(*m_pPlayer);
-    }
+    const auto listed = m_pPlayer->RunWithStatus([&] { return m_pPlayer->GetFileListByPath(path, isMaxDepth); });
+    const std::vector<CFile>& files = listed.value;
+    SetErrorIfFailed(listed, files.empty(), response);
     LOG(LOG_INFO, "Got the list of files. List size: %d\n", static_cast<int>(files.size()));
     FillBrowseResult(files, params, itemCount, Json::nullValue, response["result"]);
     LOG(LOG_INFO, "%s\n", kStarLine.c_str());
@@ -107,14 +107,14 @@ bool UsbMediaRequestHandler::getFileListByGroupID(const Json::Value& request, Js
 {
     BeginReply(request, response);
     const Json::Value& params = Params(request);
-    const uint32_t groupId = params["groupID"].asUInt();
-    const int itemCount = params["itemCount"].asInt();
-    const bool isMaxDepth = params["isMaxDepth"].asBool();
+    const uint32_t groupId = ReadUInt(params, "groupID");
+    const int itemCount = ReadInt(params, "itemCount");
+    const bool isMaxDepth = ReadBool(params, "isMaxDepth");
 
-    const std::vector<CFile> files = m_pPlayer->_getFileListByGroupID(groupId, isMaxDepth);
-    if (files.empty()) {
-        response["error"] = PlayerErrorObject(*m_pPlayer);
-    }
+    const auto listed =
+        m_pPlayer->RunWithStatus([&] { return m_pPlayer->_getFileListByGroupID(groupId, isMaxDepth); });
+    const std::vector<CFile>& files = listed.value;
+    SetErrorIfFailed(listed, files.empty(), response);
     FillBrowseResult(files, params, itemCount, Json::arrayValue, response["result"]);
     return true;
 }
@@ -123,15 +123,14 @@ bool UsbMediaRequestHandler::searchFilesUSB(const Json::Value& request, Json::Va
 {
     BeginReply(request, response);
     const Json::Value& params = Params(request);
-    const std::string searchText = params["searchText"].asString();
-    const std::string path = params["path"].asString();
-    const int itemCount = params["itemCount"].asInt();
-    const int startIndex = params["startIndex"].asInt();
+    const std::string searchText = ReadString(params, "searchText");
+    const std::string path = ReadString(params, "path");
+    const int itemCount = ReadInt(params, "itemCount");
+    const int startIndex = ReadInt(params, "startIndex");
 
-    const std::vector<CFile> files = m_pPlayer->SearchFiles(path, searchText);
-    if (files.empty()) {
-        response["error"] = PlayerErrorObject(*m_pPlayer);
-    }
+    const auto found = m_pPlayer->RunWithStatus([&] { return m_pPlayer->SearchFiles(path, searchText); });
+    const std::vector<CFile>& files = found.value;
+    SetErrorIfFailed(found, files.empty(), response);
     const SSearchPage page = SearchPage(files.size(), startIndex, itemCount);
     Json::Value& result = response["result"];
     result = Json::Value(Json::objectValue);

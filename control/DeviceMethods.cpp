@@ -2,6 +2,7 @@
 // playback snapshot kept across a soft power-off.
 #include "control/UsbMediaRequestHandler.h"
 
+#include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/TextConversion.h"
 #include "player/SuspensionData.h"
@@ -11,10 +12,10 @@ namespace {
 // The error text of a device event: unsupported wins over unreadable.
 std::string DeviceErrorText(const Json::Value& params)
 {
-    if (!params["isSupported"].asBool()) {
+    if (!ReadBool(params, "isSupported")) {
         return "not_supported";
     }
-    if (!params["isReadable"].asBool()) {
+    if (!ReadBool(params, "isReadable")) {
         return "unreadable";
     }
     return std::string();
@@ -37,7 +38,7 @@ Json::Value SuspensionReport(const SSuspensionData& data)
 bool UsbMediaRequestHandler::isUSBconnected(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const std::string deviceName = Params(request)["deviceName"].asString();
+    const std::string deviceName = ReadString(Params(request), "deviceName");
     Json::Value result(Json::objectValue);
     result["connected"] = m_pPlayer->IsUsbConnected(deviceName);
     result["errorCode"] = m_pPlayer->GetUsbErrorCode();
@@ -48,8 +49,8 @@ bool UsbMediaRequestHandler::isUSBconnected(const Json::Value& request, Json::Va
 bool UsbMediaRequestHandler::usbConnectionEvent(const Json::Value& request, Json::Value& response)
 {
     const Json::Value& params = Params(request);
-    const std::string device = params["usbDevice"].asString();
-    const bool connected = params["usbConnected"].asBool();
+    const std::string device = ReadString(params, "usbDevice");
+    const bool connected = ReadBool(params, "usbConnected");
     const std::string errorText = DeviceErrorText(params);
     BeginReply(request, response);
     m_pPlayer->OnUsbConnectionEvent(device, connected, errorText);
@@ -62,7 +63,7 @@ bool UsbMediaRequestHandler::setSoftPowerOff(const Json::Value& request, Json::V
     Json::Value result(Json::objectValue);
     result["setSoftPowerOff"] = true;
     response["result"] = result;
-    if (Params(request)["softPowerOff"].asBool()) {
+    if (ReadBool(Params(request), "softPowerOff")) {
         SaveSuspension();
         return true;
     }

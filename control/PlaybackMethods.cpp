@@ -3,23 +3,13 @@
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/NotificationBuilders.h"
+#include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/TextConversion.h"
 #include "library/File.h"
 #include "player/UsbMediaPlayer.h"
 
 namespace {
-// {"success": bool}, with the player's status as "error" on failure.
-void ReplySuccess(CUsbMediaPlayer& player, bool success, Json::Value& response)
-{
-    if (!success) {
-        response["error"] = PlayerErrorObject(player);
-    }
-    Json::Value result(Json::objectValue);
-    result["success"] = success;
-    response["result"] = result;
-}
-
 Json::Value SingleMember(const char* key, const Json::Value& value)
 {
     Json::Value object(Json::objectValue);
@@ -37,7 +27,7 @@ Json::Value CurrentTrackInfo(CUsbMediaPlayer& player)
 bool UsbMediaRequestHandler::setRepeatModeUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    m_pPlayer->SetRepeatMode(Params(request)["mode"].asInt());
+    m_pPlayer->SetRepeatMode(ReadInt(Params(request), "mode"));
     response["result"] = SingleMember("mode", m_pPlayer->GetRepeatMode());
     return true;
 }
@@ -52,7 +42,7 @@ bool UsbMediaRequestHandler::getRepeatModeUSB(const Json::Value& request, Json::
 bool UsbMediaRequestHandler::enableShuffleUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    m_pPlayer->EnableShuffle(Params(request)["enable"].asBool());
+    m_pPlayer->EnableShuffle(ReadBool(Params(request), "enable"));
     response["result"] = SingleMember("enabled", m_pPlayer->IsShuffle());
     return true;
 }
@@ -69,20 +59,19 @@ bool UsbMediaRequestHandler::isShuffleEnabledUSB(const Json::Value& request, Jso
 bool UsbMediaRequestHandler::playFileUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const Json::Value file = Params(request)["file"];
-    const std::string name = Utf8ToLatin1(file["name"].asString().c_str());
-    const std::string path = Utf8ToLatin1(file["path"].asString().c_str());
-    const CFile record(kNoEntryId, name, path, file["isFolder"].asBool());
-    ReplySuccess(*m_pPlayer, m_pPlayer->PlayList(record, false), response);
+    const Json::Value& file = Member(Params(request), "file");
+    const std::string name = Utf8ToLatin1(ReadString(file, "name").c_str());
+    const std::string path = Utf8ToLatin1(ReadString(file, "path").c_str());
+    const CFile record(kNoEntryId, name, path, ReadBool(file, "isFolder"));
+    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayList(record, false); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::getCurrentTrackInfoUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    if (!m_pPlayer->ValidateCurrentTrack()) {
-        response["error"] = PlayerErrorObject(*m_pPlayer);
-    }
+    const auto check = m_pPlayer->RunWithStatus([this] { return m_pPlayer->ValidateCurrentTrack(); });
+    SetErrorIfFailed(check, !check.value, response);
     response["result"] = SingleMember("trackInfo", CurrentTrackInfo(*m_pPlayer));
     return true;
 }
@@ -90,42 +79,42 @@ bool UsbMediaRequestHandler::getCurrentTrackInfoUSB(const Json::Value& request, 
 bool UsbMediaRequestHandler::playUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->Play(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Play(); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::pauseUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->Pause(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Pause(); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::nextUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->_nextUSB(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->_nextUSB(); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::previousUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->PreviousTrack(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->PreviousTrack(); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::stopPlayingUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->Stop(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Stop(); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::restartSongUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->RestartTrack(), response);
+    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->RestartTrack(); }), response);
     return true;
 }
 
@@ -148,8 +137,8 @@ bool UsbMediaRequestHandler::getBufferedAlbumArt(const Json::Value& request, Jso
 bool UsbMediaRequestHandler::playAllSongsUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const bool success = m_pPlayer->PlayAllSongs(Params(request)["usbRootPath"].asString());
-    ReplySuccess(*m_pPlayer, success, response);
+    const std::string rootPath = ReadString(Params(request), "usbRootPath");
+    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayAllSongs(rootPath); }), response);
     return true;
 }
 
@@ -163,14 +152,14 @@ bool UsbMediaRequestHandler::getCurrentPlayerState(const Json::Value& request, J
 bool UsbMediaRequestHandler::seekForward(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    response["result"] = m_pPlayer->SeekForward(Params(request)["enable"].asBool());
+    response["result"] = m_pPlayer->SeekForward(ReadBool(Params(request), "enable"));
     return true;
 }
 
 bool UsbMediaRequestHandler::seekBackward(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    response["result"] = m_pPlayer->SeekBackward(Params(request)["enable"].asBool());
+    response["result"] = m_pPlayer->SeekBackward(ReadBool(Params(request), "enable"));
     return true;
 }
 
@@ -178,14 +167,15 @@ bool UsbMediaRequestHandler::seekBackward(const Json::Value& request, Json::Valu
 bool UsbMediaRequestHandler::playFileIndex(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(*m_pPlayer, m_pPlayer->PlayFileById(Params(request)["index"].asUInt(), false), response);
+    const uint32_t id = ReadUInt(Params(request), "index");
+    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayFileById(id, false); }), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::seek(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const int64_t seconds = Params(request)["timeSec"].asInt();
+    const int64_t seconds = ReadInt(Params(request), "timeSec");
     response["result"] = m_pPlayer->SeekToTime(seconds);
     return true;
 }

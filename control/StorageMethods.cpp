@@ -1,6 +1,7 @@
 // The storage index of a stick and its checksum.
 #include "control/UsbMediaRequestHandler.h"
 
+#include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/TextConversion.h"
 #include "player/UsbMediaPlayer.h"
@@ -11,14 +12,8 @@
 bool UsbMediaRequestHandler::indexUsbStorage(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const std::string path = Utf8ToLatin1(Params(request)["usbStoragePath"].asString().c_str());
-    const bool success = m_pPlayer->IndexStorage(path);
-    if (!success) {
-        response["error"] = PlayerErrorObject(*m_pPlayer);
-    }
-    Json::Value result(Json::objectValue);
-    result["success"] = success;
-    response["result"] = result;
+    const std::string path = Utf8ToLatin1(ReadString(Params(request), "usbStoragePath").c_str());
+    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->IndexStorage(path); }), response);
     return true;
 }
 

@@ -1,27 +1,9 @@
+// The test methods "print", "notify" and "ping", and the handler's lifetime.
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/ReplyHelpers.h"
 #include "player/SuspensionData.h"
 #include "player/UsbMediaPlayer.h"
-
-void BeginReply(const Json::Value& request, Json::Value& response)
-{
-    response["jsonrpc"] = "2.0";
-    response["id"] = request.isObject() ? request["id"] : Json::Value::nullSingleton();
-}
-
-Json::Value PlayerErrorObject(CUsbMediaPlayer& player)
-{
-    Json::Value error(Json::objectValue);
-    error["code"] = player.GetErrorCode();
-    error["message"] = player.GetErrorMessage();
-    return error;
-}
-
-const Json::Value& Params(const Json::Value& request)
-{
-    return request.isObject() ? request["params"] : Json::Value::nullSingleton();
-}
 
 UsbMediaRequestHandler::UsbMediaRequestHandler() : m_pPlayer(&CUsbMediaPlayer::GetInstance())
 {

@@ -9,8 +9,9 @@ class SSuspensionData;
 // "id", then "error" beside "result" when the player's operation failed),
 // reads its parameters leniently (missing means 0, false or "") and always
 // returns true: failures travel inside the reply.
-// Sources: UsbMediaRequestHandler.cpp (test methods, shared reply helpers),
-// PlaybackMethods.cpp, BrowsingMethods.cpp, DeviceMethods.cpp, StorageMethods.cpp.
+// Sources: UsbMediaRequestHandler.cpp (test methods), PlaybackMethods.cpp,
+// BrowsingMethods.cpp, DeviceMethods.cpp, StorageMethods.cpp; the shared
+// reply steps are in ReplyHelpers.cpp, the parameter readers in ParamReading.cpp.
 class UsbMediaRequestHandler {
 public:
     UsbMediaRequestHandler();

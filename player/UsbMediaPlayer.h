@@ -18,6 +18,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace Json {
@@ -47,6 +48,15 @@ enum RepeatMode : int32_t {
     REPEAT_NONE = 0,
     REPEAT_ONE = 1,
     REPEAT_ALL = 2,
+};
+
+// What one player operation returned together with the status (code and
+// message, "Success" for 0) that it left behind, read as one.
+template <typename Result>
+struct SPlayerOutcome {
+    Result value;
+    int code;
+    std::string message;
 };
 
 // The one object that owns playback: current track, playlist and position,
@@ -91,6 +101,18 @@ public:
     CTrackInfo GetCurrentTrack();
     int GetErrorCode();
     std::string GetErrorMessage();
+    // Runs `operation` (a call of one of this player's operations) and reads
+    // the status it left, all under one hold of the player lock: the bus
+    // watch and the worker threads set and clear the same status, and
+    // between two separate reads a reply could pick up their code or text.
+    // The lock is recursive, so the operation takes it again as usual.
+    template <typename Operation>
+    auto RunWithStatus(Operation operation) -> SPlayerOutcome<decltype(operation())>
+    {
+        const std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+        auto value = operation();
+        return {std::move(value), m_errorCode, GetErrorText()};
+    }
 
     // --- Notifications (Notifications.cpp) ---
     void SetTcpServer(Json::Rpc::TcpServer* server);

@@ -22,11 +22,20 @@ void JsonStreamFramer::Append(const char* data, size_t size)
 
 bool JsonStreamFramer::Overflowed() const
 {
-    return m_kind != Kind::None && PendingBytes() > m_maxPending;
+    return m_kind != Kind::None && m_kind != Kind::Skipping && PendingBytes() > m_maxPending;
+}
+
+void JsonStreamFramer::SkipMalformedRun()
+{
+    m_kind = Kind::Skipping;
 }
 
 bool JsonStreamFramer::Next(std::string& value)
 {
+    if (m_kind == Kind::Skipping && !SkipRun()) {
+        Compact();
+        return false;
+    }
     if (m_kind == Kind::None) {
         while (m_pos < m_buffer.size() && IsWhitespace(m_buffer[m_pos])) {
             ++m_pos;
@@ -61,7 +70,8 @@ bool JsonStreamFramer::Next(std::string& value)
     case Kind::Container: complete = ScanContainer(); break;
     case Kind::String: complete = ScanString(); break;
     case Kind::Bare: complete = ScanBare(); break;
-    case Kind::None: break;
+    case Kind::None:
+    case Kind::Skipping: break;
     }
     if (!complete) {
         Compact();
@@ -126,6 +136,27 @@ bool JsonStreamFramer::ScanBare()
         ++m_pos;
     }
     return false;
+}
+
+// True when the run has ended: the framer is then back to looking for a
+// value. Skipped bytes count as consumed, so a long run holds no memory.
+bool JsonStreamFramer::SkipRun()
+{
+    bool ended = false;
+    while (m_pos < m_buffer.size() && !ended) {
+        const char c = m_buffer[m_pos];
+        if (c == '{' || c == '[') {
+            ended = true;  // left in place: it starts the next value
+        } else {
+            ended = c == '\n';
+            ++m_pos;
+        }
+    }
+    m_start = m_pos;
+    if (ended) {
+        m_kind = Kind::None;
+    }
+    return ended;
 }
 
 void JsonStreamFramer::Compact()

@@ -53,8 +53,15 @@ Json::Value Server::ErrorReply(int code, const char* message, const Json::Value&
 
 std::string Server::Process(const std::string& text)
 {
+    bool malformed = false;
+    return Process(text, malformed);
+}
+
+std::string Server::Process(const std::string& text, bool& malformed)
+{
     Json::Value document;
-    if (!ParseJson(text, document)) {
+    malformed = !ParseJson(text, document);
+    if (malformed) {
         return ToWireText(ErrorReply(PARSE_ERROR, "Parse error", Json::Value::nullSingleton()));
     }
     if (!document.isArray()) {
@@ -87,8 +94,8 @@ Json::Value Server::ProcessRequest(const Json::Value& request)
     try {
         found->second->Call(request, response);
     } catch (const Json::Exception&) {
-        // A parameter of a type the method cannot read (a text where a number
-        // belongs, an array for "params").
+        // A method that reads its parameters with the library's throwing
+        // accessors (the service's own methods read leniently and never do).
         return ErrorReply(INVALID_PARAMS, "Invalid params", RequestId(request));
     }
     return response;

@@ -33,6 +33,9 @@ public:
     // Answers one complete JSON text (a request or a batch). Returns the
     // reply's wire text, or "" when nothing is to be written back.
     std::string Process(const std::string& text);
+    // The same; `malformed` tells whether the text was no JSON at all (the
+    // reply is then the parse error), so a stream can skip the rest of it.
+    std::string Process(const std::string& text, bool& malformed);
 
     // Error reply for `id`, as the server writes it.
     static Json::Value ErrorReply(int code, const char* message, const Json::Value& id);

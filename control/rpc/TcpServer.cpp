@@ -174,6 +174,11 @@ void TcpServer::WaitMessage(int timeoutMs)
         uint64_t count = 0;
         [[maybe_unused]] const ssize_t drained = read(m_wakeEvent.Get(), &count, sizeof count);
     }
+    // New clients first: a client that connected before a request arrived
+    // is then known when that request's notifications go out.
+    if (watched[0].revents != 0) {
+        AcceptClients();
+    }
     for (size_t i = 2; i < watched.size(); ++i) {
         const short revents = watched[i].revents;
         if (revents == 0) {
@@ -192,9 +197,6 @@ void TcpServer::WaitMessage(int timeoutMs)
             std::lock_guard<std::mutex> lock(m_mutex);
             FlushLocked(client);
         }
-    }
-    if (watched[0].revents != 0) {
-        AcceptClients();
     }
     CloseFinishedClients();
 }
@@ -239,7 +241,11 @@ void TcpServer::ReadFrom(Client& client)
         client.framer.Append(buffer, static_cast<size_t>(received));
         std::string text;
         while (client.framer.Next(text)) {
-            const std::string reply = Process(text);
+            bool malformed = false;
+            const std::string reply = Process(text, malformed);
+            if (malformed) {
+                client.framer.SkipMalformedRun();  // one error for the whole bad run
+            }
             if (!reply.empty()) {
                 std::lock_guard<std::mutex> lock(m_mutex);
                 Enqueue(client, reply);

@@ -364,7 +364,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         offset += length;
         std::string text;
         while (framer.Next(text)) {
-            g_service->server.Process(ConfinedText(text));
+            bool malformed = false;
+            g_service->server.Process(ConfinedText(text), malformed);
+            if (malformed) {
+                framer.SkipMalformedRun();  // as the TCP server does
+            }
         }
         if (framer.Overflowed()) {
             break;  // the server closes such a connection

@@ -47,6 +47,30 @@ TEST_F(TransportTest, PrintAnswersSuccess)
     EXPECT_EQ(ReadLine(client), R"({"id":"p","jsonrpc":"2.0","result":"success"})");
 }
 
+TEST(PrintTest, PrintLogsNothing)
+{
+    DaemonProcess::Options options;
+    options.arguments = {"-l", "a"};  // every level: whatever it logged would show
+    DaemonProcess daemon(options);
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon.Port()));
+    ASSERT_TRUE(client.SendRaw(kPing));
+    std::string line;
+    ASSERT_TRUE(client.ReadLine(line));
+    const std::string before = daemon.Output();
+
+    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"print","id":"p","params":{"text":"hello"}})"));
+    ASSERT_TRUE(client.ReadLine(line));
+    EXPECT_EQ(line, R"({"id":"p","jsonrpc":"2.0","result":"success"})");
+    // A method logs before its reply is written, so by now it would show.
+    EXPECT_EQ(daemon.Output(), before);
+
+    // The same daemon does log what a method logs at these levels.
+    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"getFileListUSB","id":1,"params":{"path":"/nowhere"}})"));
+    ASSERT_TRUE(client.ReadLine(line));
+    EXPECT_NE(daemon.Output().find("Path to get index of /nowhere"), std::string::npos);
+}
+
 TEST_F(TransportTest, NotifySendsNoReply)
 {
     ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"notify","id":1})" + kPing));
@@ -97,6 +121,30 @@ TEST_F(TransportTest, ErrorRepliesKeepTheConnectionUsable)
     ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"noSuchMethod","id":6})"));
     EXPECT_EQ(ReadLine(client), R"({"error":{"code":-32601,"message":"Method not found"},"id":6,"jsonrpc":"2.0"})");
     ASSERT_TRUE(client.SendRaw(kPing));
+    EXPECT_EQ(ReadLine(client), kPingReply);
+}
+
+TEST_F(TransportTest, MalformedLineGetsOneParseError)
+{
+    const std::string parseError = R"({"error":{"code":-32700,"message":"Parse error"},"id":null,"jsonrpc":"2.0"})";
+    ASSERT_TRUE(client.SendRaw("this is not json\n" + kPing));
+    EXPECT_EQ(ReadLine(client), parseError);
+    EXPECT_EQ(ReadLine(client), kPingReply);  // not a second parse error
+
+    // On one line the run ends where a request starts.
+    ASSERT_TRUE(client.SendRaw("garbage, more garbage " + kPing + " trailing words\n" + kPing));
+    EXPECT_EQ(ReadLine(client), parseError);
+    EXPECT_EQ(ReadLine(client), kPingReply);
+    EXPECT_EQ(ReadLine(client), parseError);
+    EXPECT_EQ(ReadLine(client), kPingReply);
+}
+
+TEST_F(TransportTest, MalformedRunSentInPiecesGetsOneParseError)
+{
+    ASSERT_TRUE(client.SendRaw("this is "));
+    EXPECT_EQ(ReadLine(client), R"({"error":{"code":-32700,"message":"Parse error"},"id":null,"jsonrpc":"2.0"})");
+    ASSERT_TRUE(client.SendRaw("not json either"));
+    ASSERT_TRUE(client.SendRaw("\n" + kPing));
     EXPECT_EQ(ReadLine(client), kPingReply);
 }
 

@@ -135,3 +135,105 @@ TEST(JsonStreamFramerTest, DeepNestingIsFramed)
     ASSERT_EQ(values.size(), 1u);
     EXPECT_EQ(values[0].size(), deep.size());
 }
+
+namespace {
+// Frames `stream` as the transport does: a value that is not JSON (here:
+// one that does not start with '{', '[' or '"', or a stray closer) makes
+// the framer skip the rest of its run.
+std::vector<std::string> FrameSkippingMalformed(JsonStreamFramer& framer)
+{
+    std::vector<std::string> values;
+    std::string value;
+    while (framer.Next(value)) {
+        values.push_back(value);
+        const char first = value[0];
+        if (first != '{' && first != '[' && first != '"') {
+            framer.SkipMalformedRun();
+        }
+    }
+    return values;
+}
+}  // namespace
+
+TEST(JsonStreamFramerTest, MalformedLineIsOneValue)
+{
+    JsonStreamFramer framer(1 << 20);
+    const std::string stream = "this is not json\n{\"a\":1}\n";
+    framer.Append(stream.data(), stream.size());
+    const auto values = FrameSkippingMalformed(framer);
+    ASSERT_EQ(values.size(), 2u);
+    EXPECT_EQ(values[0], "this");
+    EXPECT_EQ(values[1], "{\"a\":1}");
+}
+
+TEST(JsonStreamFramerTest, MalformedRunEndsAtTheNextObjectOrArray)
+{
+    JsonStreamFramer framer(1 << 20);
+    const std::string stream = "oops more junk{\"a\":1} bad again [2]";
+    framer.Append(stream.data(), stream.size());
+    const auto values = FrameSkippingMalformed(framer);
+    ASSERT_EQ(values.size(), 4u);
+    EXPECT_EQ(values[0], "oops");
+    EXPECT_EQ(values[1], "{\"a\":1}");
+    EXPECT_EQ(values[2], "bad");
+    EXPECT_EQ(values[3], "[2]");
+}
+
+TEST(JsonStreamFramerTest, LineBreakBeforeABracketEndsTheRun)
+{
+    JsonStreamFramer framer(1 << 20);
+    const std::string stream = "junk \"quoted\"\nnext line {\"a\":1}";
+    framer.Append(stream.data(), stream.size());
+    const auto values = FrameSkippingMalformed(framer);
+    // The run of "junk" ends at the line break; "next" starts a run of its own.
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_EQ(values[0], "junk");
+    EXPECT_EQ(values[1], "next");
+    EXPECT_EQ(values[2], "{\"a\":1}");
+}
+
+TEST(JsonStreamFramerTest, MalformedRunGoesOnOverLaterReads)
+{
+    JsonStreamFramer framer(1 << 20);
+    const std::string first = "this is ";
+    framer.Append(first.data(), first.size());
+    auto values = FrameSkippingMalformed(framer);
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_EQ(values[0], "this");
+    const std::string second = "not json";
+    framer.Append(second.data(), second.size());
+    EXPECT_TRUE(FrameSkippingMalformed(framer).empty());
+    const std::string third = " at all\n{}";
+    framer.Append(third.data(), third.size());
+    values = FrameSkippingMalformed(framer);
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_EQ(values[0], "{}");
+}
+
+TEST(JsonStreamFramerTest, SkippedBytesAreNotKept)
+{
+    JsonStreamFramer framer(64);
+    std::string value;
+    framer.Append("x", 1);
+    framer.Append(" ", 1);
+    ASSERT_TRUE(framer.Next(value));
+    framer.SkipMalformedRun();
+    const std::string junk(1000, 'j');
+    for (int i = 0; i < 100; ++i) {
+        framer.Append(junk.data(), junk.size());
+        EXPECT_FALSE(framer.Next(value));
+        EXPECT_FALSE(framer.Overflowed());
+    }
+    EXPECT_LE(framer.PendingBytes(), junk.size());
+}
+
+TEST(JsonStreamFramerTest, StrayCloserStartsARunToo)
+{
+    JsonStreamFramer framer(1 << 20);
+    const std::string stream = "} ] trailing\n[1]";
+    framer.Append(stream.data(), stream.size());
+    const auto values = FrameSkippingMalformed(framer);
+    ASSERT_EQ(values.size(), 2u);
+    EXPECT_EQ(values[0], "}");
+    EXPECT_EQ(values[1], "[1]");
+}

@@ -79,6 +79,19 @@ TEST_F(ServerTest, NotJsonIsParseError)
               "{\"error\":{\"code\":-32700,\"message\":\"Parse error\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
 }
 
+TEST_F(ServerTest, OnlyTextThatIsNoJsonCountsAsMalformed)
+{
+    bool malformed = false;
+    server.Process("this", malformed);
+    EXPECT_TRUE(malformed);
+    server.Process("42", malformed);
+    EXPECT_FALSE(malformed);  // JSON, though not a request
+    server.Process(R"({"jsonrpc":"2.0","method":"ping","id":1})", malformed);
+    EXPECT_FALSE(malformed);
+    server.Process("{oops}", malformed);
+    EXPECT_TRUE(malformed);
+}
+
 TEST_F(ServerTest, NotARequestIsInvalidRequest)
 {
     const std::string invalid =

@@ -1,0 +1,128 @@
+// The "error" of a reply as the running daemon sends it: the status of the
+// operation that the request ran, its message in UTF-8 even when it names a
+// path from the stick.
+
+#include "tests/integration/DeviceFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+using device_test::DeviceTest;
+
+namespace {
+const std::string kUnknown = "\xC3\x9Cnknown";  // "Ünknown" in UTF-8
+
+Json::Value Single(const char* key, const Json::Value& value)
+{
+    Json::Value params(Json::objectValue);
+    params[key] = value;
+    return params;
+}
+
+Json::Value BrowseParams(const std::string& path)
+{
+    Json::Value params;
+    params["path"] = path;
+    params["itemCount"] = 10;
+    params["isMaxDepth"] = false;
+    params["startIndex"] = 0;
+    return params;
+}
+
+class ErrorReplyTest : public DeviceTest {
+protected:
+    // Waits until the daemon has written `text` at least `count` times;
+    // false when that does not happen within the time-out.
+    bool WaitForOutputCount(const std::string& text, size_t count, int timeoutMs)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (Occurrences(m_daemon->Output(), text) < count) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return true;
+    }
+
+    static size_t Occurrences(const std::string& text, const std::string& what)
+{
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+};
+}  // namespace
+
+TEST_F(ErrorReplyTest, ErrorMessageCarriesTheStickPathAsSent)
+{
+    device_test::MakeMp3(Stick1() + "/music/a.mp3", 1.0);
+    StartDaemon();
+    const std::string missing = Stick1() + "/" + kUnknown;
+    const Json::Value reply = Call("indexUsbStorage", Single("usbStoragePath", missing));
+    ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["code"], -1);
+    EXPECT_EQ(reply["error"]["message"], "E: While opendir " + missing);
+    EXPECT_EQ(reply["result"]["success"], false);
+}
+
+// Every request runs on the listener thread, but the main loop's bus watch
+// sets and clears the same player status whenever a track fails to decode.
+// Here the bus keeps skipping undecodable files (repeat all) while clients
+// browse an empty folder: each reply's "error" must be that browse's own
+// status, never a status the bus left meanwhile (code 0 with "Success" or a
+// code with another operation's text). The race cannot be forced from
+// outside, so the test keeps both sides busy until many bus errors have
+// happened during the requests; a reply that mixes statuses fails it.
+TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
+{
+    const std::string mix = Stick1() + "/mix";
+    for (const char* name : {"a.mp3", "b.mp3", "c.mp3"}) {
+        device_test::MakeCorruptFile(mix + "/" + name, 4000);
+    }
+    const std::string empty = Stick1() + "/empty";
+    device_test::MakeCorruptFile(empty + "/notes.txt", 10);
+    StartDaemon();
+    Call("setRepeatModeUSB", Single("mode", 2));
+    Json::Value file;
+    file["file"]["name"] = "a.mp3";
+    file["file"]["path"] = mix;
+    file["file"]["isFolder"] = false;
+    Call("playFileUSB", file);
+
+    constexpr size_t kBusErrorsWanted = 200;
+    std::atomic<bool> done{false};
+    std::atomic<int> replies{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.emplace_back([&] {
+            testing_support::RpcClient client;
+            ASSERT_TRUE(client.Connect(m_daemon->Port()));
+            while (!done) {
+                const Json::Value reply = client.Call("getFileListUSB", BrowseParams(empty), 20000);
+                ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
+                const Json::Value& error = reply["error"];
+                ASSERT_EQ(error["code"].asInt(), -10) << error.toStyledString();
+                ASSERT_EQ(error["message"].asString(), "E: No Items In This Group!") << error.toStyledString();
+                ++replies;
+                client.DrainNotifications(0);
+            }
+        });
+    }
+    // The requests go on until the bus has failed that often meanwhile.
+    const bool busFailedOften = WaitForOutputCount("\tError: ", kBusErrorsWanted, 240000);
+    done = true;
+    for (auto& client : clients) {
+        client.join();
+    }
+    EXPECT_TRUE(busFailedOften);
+    EXPECT_GT(replies.load(), 0);
+    Call("stopPlayingUSB");
+}
