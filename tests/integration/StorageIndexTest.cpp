@@ -141,8 +141,10 @@ TEST_F(StorageIndexTest, Utf8PathFindsTheLatin1Folder)
     EXPECT_TRUE(reply["result"]["success"].asBool());
     EXPECT_FALSE(reply.isMember("error"));
     EXPECT_EQ(Crc(), ExpectedCrc(Stick() + "/Cl\xe9"));
-    // Group 0 is now that folder.
-    EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    // The folder's content is listed under its Latin-1 path; group 0 stays
+    // the stick's mount point, which this index holds nothing of.
+    EXPECT_EQ(PageNames(ListPath(Stick() + "/Cl\xc3\xa9", 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{}));
 }
 
 TEST_F(StorageIndexTest, TrailingSlashIsKeptForIdsButNotForTheRoot)
