@@ -49,9 +49,15 @@ std::string Utf8ToLatin1(const char* text)
         if (nextContinues) {
             continue;
         }
-        if (!continuation) {
-            result += static_cast<char>(codePoint);
-        } else if (codePoint <= 0x10FFFF && codePoint <= 0xFF) {
+        const bool keep = !continuation || (codePoint <= 0x10FFFF && codePoint <= 0xFF);
+        if (keep && codePoint == 0) {
+            // A lone lead byte (0xE0, 0xF0), an overlong form or a stray
+            // continuation can decode to NUL. The text ends there, as the C
+            // string it stands for would: a path with a NUL inside names
+            // one folder to opendir and another to everything else.
+            break;
+        }
+        if (keep) {
             result += static_cast<char>(codePoint);
         }
     }

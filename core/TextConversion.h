@@ -11,4 +11,5 @@ std::string Latin1ToUtf8(const std::string& text);
 // UTF-8 to ISO8859-1, byte for byte as clients' paths are matched against
 // the storage: characters up to U+00FF become their single byte, characters
 // above vanish, a lead byte without continuation yields its payload bits.
+// The result ends before the first character that decodes to NUL.
 std::string Utf8ToLatin1(const char* text);

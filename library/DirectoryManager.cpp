@@ -1,5 +1,7 @@
 #include "library/DirectoryManager.h"
 
+#include <sys/stat.h>
+
 #include <utility>
 
 CDirectoryManager::CDirectoryManager(const std::string& path) : m_path(path), m_dir(opendir(path.c_str()))
@@ -29,6 +31,17 @@ CDirectoryManager& CDirectoryManager::operator=(CDirectoryManager&& other) noexc
 const dirent* CDirectoryManager::ReadEntry()
 {
     return m_dir != nullptr ? readdir(m_dir) : nullptr;
+}
+
+bool CDirectoryManager::Identity(SDirectoryIdentity& identity) const
+{
+    struct stat status {};
+    if (m_dir == nullptr || fstat(dirfd(m_dir), &status) != 0) {
+        return false;
+    }
+    identity.device = status.st_dev;
+    identity.inode = status.st_ino;
+    return true;
 }
 
 void CDirectoryManager::Close()

@@ -1,8 +1,22 @@
 #pragma once
 
 #include <dirent.h>
+#include <sys/types.h>
 
 #include <string>
+#include <tuple>
+
+// Where a folder lives: the same pair means the same folder, whatever path
+// led to it (bind mounts, links, a path cut short by a NUL byte).
+struct SDirectoryIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    bool operator<(const SDirectoryIdentity& other) const
+    {
+        return std::tie(device, inode) < std::tie(other.device, other.inode);
+    }
+};
 
 // Owns one open directory stream: opened in the constructor, closed in the
 // destructor (or earlier by Close). Movable, not copyable.
@@ -22,6 +36,10 @@ public:
     // which: the caller sets it to 0 before the call). Valid until the next
     // call or until the directory is closed.
     const dirent* ReadEntry();
+
+    // The open folder's device and inode; false when it is not open or
+    // cannot be examined.
+    bool Identity(SDirectoryIdentity& identity) const;
 
     void Close();
 

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace {
@@ -30,9 +31,13 @@ struct SEntry {
 // The walk's state for one open folder: what a call of the recursive walk
 // would hold in its frame.
 struct SFrame {
-    SFrame(CDirectoryManager&& directory, int frameLevel) : dir(std::move(directory)), level(frameLevel) {}
+    SFrame(CDirectoryManager&& directory, const SDirectoryIdentity& folder, int frameLevel)
+        : dir(std::move(directory)), identity(folder), level(frameLevel)
+    {
+    }
 
     CDirectoryManager dir;
+    SDirectoryIdentity identity;
     int level;
     bool found = false;
     std::string childName;  // the subfolder being walked below this one
@@ -94,26 +99,35 @@ public:
 
 private:
     // Opens a folder and makes it the current frame; false when it cannot
-    // be opened (reported only for the starting level).
+    // be opened (reported only for the starting level) or when it is one of
+    // the folders the walk is already inside. Like find, the walk compares
+    // device and inode with its ancestors, so a bind mount of a folder below
+    // itself, or a child path that opendir reads as its parent's (a NUL byte
+    // cuts it short), cannot keep it descending for ever.
     bool Enter(const std::string& path, int level)
     {
         if (OpenCount() >= kMaxOpenDirectories) {
             ReadAheadOutermost();
         }
         CDirectoryManager dir(path);
-        if (!dir.IsOpen()) {
+        SDirectoryIdentity identity;
+        if (!dir.IsOpen() || !dir.Identity(identity)) {
             if (level == 0) {
                 std::fputs("dp == NULL && 0 == dirLevel\n", stderr);
                 m_list.SetError("While opendir " + path, -1);
             }
             return false;
         }
-        m_stack.emplace_back(std::move(dir), level);
+        if (!m_ancestors.insert(identity).second) {
+            return false;  // back in a folder of the walk: it holds nothing new
+        }
+        m_stack.emplace_back(std::move(dir), identity, level);
         return true;
     }
 
     void Leave()
     {
+        m_ancestors.erase(m_stack.back().identity);
         m_stack.pop_back();
         m_firstOpen = std::min(m_firstOpen, m_stack.size());
     }
@@ -267,6 +281,7 @@ private:
     const bool m_recursive;
     const bool m_withFolders;
     std::vector<SFrame> m_stack;
+    std::set<SDirectoryIdentity> m_ancestors;  // the folders of m_stack
     size_t m_firstOpen = 0;  // frames below this index were read ahead and closed
 };
 

@@ -22,9 +22,11 @@ public:
     // Walks `path` and collects the audio files (".mp3", ".wma", ".wav", any
     // case) whose lower-cased name holds the lower-cased `searchText`, and the
     // folders that hold audio: all of them with `recursive` and `withFolders`,
-    // only the first level without `recursive`. Hidden names, links and
-    // unreadable subfolders are skipped. Sorts the result when the walk
-    // succeeded. The walk keeps its own stack, so any depth is safe.
+    // only the first level without `recursive`. Hidden names, links, other
+    // non-regular entries and unreadable subfolders are skipped, and so is a
+    // folder the walk is already inside (a bind mount loop). Sorts the result
+    // when the walk succeeded. The walk keeps its own stack, so any depth is
+    // safe.
     bool Scan(const std::string& path, const std::string& searchText, bool recursive, bool withFolders,
               bool flag, int dirLevel = 0);
 

@@ -25,7 +25,8 @@ public:
     CFileList m_usbFileList;
     std::string m_groupPath;
     bool m_groupDirty = true;
-    // The folder group 0 stands for: where the storage index was last built
-    // from, without trailing "/"; empty before the first build.
+    // The mount point group 0 stands for, as its built-in path
+    // ("/mnt/usb-stick1" or "/mnt/usb-stick2"): the stick the storage index
+    // was last built from; empty before the first build.
     std::string m_rootPath;
 };

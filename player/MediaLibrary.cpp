@@ -9,18 +9,31 @@
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 constexpr const char* kFirstStick = "/mnt/usb-stick1";
+constexpr const char* kSecondStick = "/mnt/usb-stick2";
 
-// The folder's records from the index (cached by path); an empty folder sets
-// `status` to -10, also when it is answered from the cache, so asking twice
-// gives the same reply.
+// The folder's records from the index, cached by path. Only a rebuilt empty
+// list sets -10 (and prints it): a folder answered from the cache keeps the
+// status the caller cleared, so asking again reads as success.
 std::vector<CFile> FolderList(CFolderGroups& groups, const CFileList& index, CError& status,
                               const std::string& folderPath)
 {
+    const bool rebuilt = !groups.IsCached(folderPath);
     const CFileList& folder = groups.ListFolder(index, folderPath);
-    if (folder.Empty()) {
+    if (rebuilt && folder.Empty()) {
         status.SetError("No Items In This Group!", -10);
     }
     return folder.m_files;
+}
+
+// The built-in mount point of the stick an indexed path belongs to: the
+// second stick for its mount point and anything below it, else the first.
+const char* StickOf(const std::string& indexedPath)
+{
+    const std::string second = SystemPath(kSecondStick);
+    const std::string path = StripTrailingSlashes(indexedPath);
+    const bool onSecond = path.compare(0, second.size(), second) == 0 &&
+                          (path.size() == second.size() || path[second.size()] == '/');
+    return onSecond ? kSecondStick : kFirstStick;
 }
 }  // namespace
 
@@ -65,7 +78,7 @@ bool CUsbMediaPlayer::IndexStorage(const std::string& path)
     std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     const bool found = BuildStorageIndex(m_folderList, path);
     m_folderGroups.MarkDirty();
-    m_folderGroups.m_rootPath = StripTrailingSlashes(path);
+    m_folderGroups.m_rootPath = StickOf(path);
     if (m_folderList.m_errorCode != 0) {
         // The scan's failure becomes the player's status for the reply; it
         // was printed once already.
@@ -94,5 +107,5 @@ std::string CUsbMediaPlayer::GetCurrentRootPath()
 {
     std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     const std::string& root = m_folderGroups.m_rootPath;
-    return root.empty() ? SystemPath(kFirstStick) : root;
+    return SystemPath(root.empty() ? kFirstStick : root);
 }

@@ -251,10 +251,15 @@ TEST_F(BrowsingTest, GroupIdMadeStaleByANewIndexFallsBackToRoot)
     const uint32_t rock = FileId(Stick(), "Rock");
     EXPECT_EQ(PageNames(ListGroup(rock, 10, 0)), (std::vector<std::string>{"a.mp3"}));
 
-    // Index another storage: Rock's id is gone and group 0 is the new root.
+    // Index a folder of the stick: Rock's id is gone, so it falls back to
+    // group 0, which stays the stick's mount point (no records of its own in
+    // this index); the new index's folders have their own ids.
     ASSERT_TRUE(Index(Stick() + "/Other")["result"]["success"].asBool());
-    EXPECT_EQ(PageNames(ListGroup(rock, 10, 0)), (std::vector<std::string>{"Sub", "o.mp3"}));
-    EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"Sub", "o.mp3"}));
+    Json::Value reply = ListGroup(rock, 10, 0);
+    EXPECT_EQ(reply["error"]["code"].asInt(), -10);
+    EXPECT_EQ(PageNames(reply), (std::vector<std::string>{}));
+    EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{}));
+    EXPECT_EQ(PageNames(ListGroup(FileId(Stick() + "/Other", "Sub"), 10, 0)), (std::vector<std::string>{"s.mp3"}));
 }
 
 TEST_F(BrowsingTest, ListsComeFromTheIndexUntilItIsRebuilt)

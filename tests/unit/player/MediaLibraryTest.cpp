@@ -59,14 +59,34 @@ TEST_F(MediaLibraryTest, IndexDeviceUsb2LeavesTheIndexAsItWas)
     EXPECT_FALSE(player.IndexDevice("usb2"));
     EXPECT_FALSE(player.IndexDevice(""));
     EXPECT_EQ(player.GetStorageCrc32(), crc);
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick() + "/Rock");
+    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
 }
 
-TEST_F(MediaLibraryTest, RootPathFollowsTheLastIndexWithoutTrailingSlash)
+TEST_F(MediaLibraryTest, RootIsTheMountPointOfTheIndexedStick)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock//"));
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick() + "/Rock");
-    EXPECT_EQ(Names(player._getFileListByGroupID(0, true)), (std::vector<std::string>{"Live", "a.mp3"}));
+    const std::string second = root.Path() + "/mnt/usb-stick2";
+    WriteFile(second + "/Music/m.mp3", "abc");
+    WriteFile(second + "/s.mp3", "abc");
+    ASSERT_TRUE(player.IndexStorage(second + "/Music//"));
+    EXPECT_EQ(player.GetCurrentRootPath(), second);
+    ASSERT_TRUE(player.IndexStorage(second + "/"));
+    EXPECT_EQ(player.GetCurrentRootPath(), second);
+    EXPECT_EQ(Names(player._getFileListByGroupID(0, false)), (std::vector<std::string>{"Music", "s.mp3"}));
+
+    // Below the first stick, or anywhere else, the root is the first stick.
+    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock"));
+    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
+    ASSERT_TRUE(player.IndexStorage(second));
+    EXPECT_FALSE(player.IndexStorage(second + "-old"));
+    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
+}
+
+TEST_F(MediaLibraryTest, GroupZeroOfAnIndexBelowTheRootIsTheEmptyRoot)
+{
+    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock"));
+    EXPECT_TRUE(player._getFileListByGroupID(0, true).empty());
+    EXPECT_EQ(player.GetErrorCode(), -10);
+    EXPECT_EQ(Names(player.GetFileListByPath(Stick() + "/Rock", false)), (std::vector<std::string>{"Live", "a.mp3"}));
 }
 
 TEST_F(MediaLibraryTest, MissingPathEmptiesTheIndexAndSetsMinusOne)
@@ -94,9 +114,10 @@ TEST_F(MediaLibraryTest, CachedFolderIsAnsweredWithoutRebuilding)
     ASSERT_TRUE(player.IndexStorage(Stick()));
     EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());
     EXPECT_EQ(player.GetErrorCode(), -10);
-    // The same folder again comes from the cache and gives the same answer.
+    // The same folder again comes from the cache: the status cleared on the
+    // way in stays clear.
     EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());
-    EXPECT_EQ(player.GetErrorCode(), -10);
+    EXPECT_EQ(player.GetErrorCode(), 0);
     // A new index marks the cache dirty, so the folder is rebuilt.
     ASSERT_TRUE(player.IndexStorage(Stick()));
     EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());

@@ -1,0 +1,130 @@
+// Paths that are not valid UTF-8, as the control-interface fuzzer sent them:
+// "/mnt/\xE0usb-stick2" decodes to a path with a NUL byte inside. Playing,
+// browsing or indexing it must give a normal reply while the daemon keeps
+// serving others with its memory bounded.
+
+#include "tests/integration/LibraryFixture.h"
+
+#include <string>
+
+using library_test::LibraryTest;
+using testing_support::MakeDirs;
+using testing_support::ParseLine;
+using testing_support::RpcClient;
+
+namespace {
+
+constexpr int kReplyTimeoutMs = 30000;
+// The fuzzer's finding: a lone 3-byte lead byte before a letter.
+const std::string kInvalid = "\xE0usb-stick2";
+
+class HostilePathTest : public LibraryTest {
+protected:
+    // A stick with folders but no audio, so a play ends in a plain failure
+    // reply instead of starting a pipeline.
+    void MakeSilentStick()
+    {
+        MakeDirs(Stick() + "/Docs/Old");
+        testing_support::WriteFile(Stick() + "/Docs/readme.txt", "text");
+        MakeDirs(m_root / "mnt/usb-stick2/Empty");
+    }
+
+    // Sends one request as raw bytes (the path is not valid UTF-8, so it is
+    // written by hand) and returns its reply, notifications skipped.
+    Json::Value RawCall(const std::string& method, const std::string& params)
+    {
+        const std::string request =
+            R"({"jsonrpc":"2.0","id":7,"method":")" + method + R"(","params":)" + params + "}\n";
+        EXPECT_TRUE(m_client.SendRaw(request));
+        std::string line;
+        while (m_client.ReadLine(line, kReplyTimeoutMs)) {
+            const Json::Value message = ParseLine(line);
+            if (!message.isMember("method")) {
+                return message;
+            }
+        }
+        ADD_FAILURE() << "no reply to " << method;
+        return Json::Value();
+    }
+
+    Json::Value PlayFolder(const std::string& path, const std::string& name)
+    {
+        return RawCall("playFileUSB",
+                       R"({"file":{"path":")" + path + R"(","name":")" + name + R"(","isFolder":true}})");
+    }
+
+    long ResidentKiB() const
+    {
+        const std::string status =
+            testing_support::ReadFile("/proc/" + std::to_string(m_daemon->Pid()) + "/status");
+        const size_t at = status.find("VmRSS:");
+        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
+    }
+
+    // Another client is answered and the daemon's memory stayed bounded.
+    void ExpectOthersServed()
+    {
+        RpcClient other;
+        ASSERT_TRUE(other.Connect(m_daemon->Port()));
+        EXPECT_EQ(other.Call("ping", Json::Value(), kReplyTimeoutMs)["result"], true);
+        EXPECT_EQ(Call("ping")["result"], true);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        // Sanitizers keep shadow and quarantine memory of their own.
+        EXPECT_LT(ResidentKiB(), 256 * 1024);
+#endif
+    }
+};
+
+}  // namespace
+
+TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidByteIsAnswered)
+{
+    MakeSilentStick();
+    StartDaemon();
+    // The path ends where the invalid byte decodes to NUL: "<root>/mnt/",
+    // which holds no audio.
+    Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
+    EXPECT_EQ(reply["id"], 7);
+    EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["success"], false);
+    // The same byte in the folder's name.
+    reply = PlayFolder(m_root / "mnt", kInvalid);
+    EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
+    ExpectOthersServed();
+}
+
+TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidBytePlaysWhatIsBelowTheCut)
+{
+    Touch("Songs/a.mp3");
+    StartDaemon();
+    const Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
+    EXPECT_EQ(reply["id"], 7);
+    EXPECT_TRUE(reply.isMember("result")) << reply.toStyledString();
+    ExpectOthersServed();
+}
+
+TEST_F(HostilePathTest, BrowsingAPathWithAnInvalidByteIsAnEmptyList)
+{
+    MakeSilentStick();
+    Touch("Songs/a.mp3");
+    StartDaemon();
+    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    for (const std::string& path : {"/mnt/" + kInvalid, m_root / "mnt/" + kInvalid}) {
+        const Json::Value reply =
+            RawCall("getFileListUSB", R"({"path":")" + path + R"(","itemCount":10,"startIndex":0})");
+        EXPECT_EQ(reply["error"]["code"].asInt(), -10) << path;
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << path;
+    }
+    ExpectOthersServed();
+}
+
+TEST_F(HostilePathTest, IndexingAPathWithAnInvalidByteIndexesWhatIsBelowTheCut)
+{
+    Touch("Songs/a.mp3");
+    StartDaemon();
+    const Json::Value reply =
+        RawCall("indexUsbStorage", R"({"usbStoragePath":")" + (m_root / "mnt/" + kInvalid) + R"("})");
+    EXPECT_EQ(reply["result"]["success"], true) << reply.toStyledString();
+    EXPECT_FALSE(reply.isMember("error"));
+    ExpectOthersServed();
+}

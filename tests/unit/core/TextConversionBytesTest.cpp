@@ -1,0 +1,111 @@
+// Byte-level cases of the two converters: how the hand-written UTF-8 decoder
+// treats malformed input, and what Latin1ToUtf8 gives when iconv is not
+// available.
+#include "core/TextConversion.h"
+
+#include <gtest/gtest.h>
+
+#include <iconv.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace {
+// Set in the copy of this program that runs without file descriptors.
+constexpr const char* kNoDescriptorsMark = "USBMEDIA_TEST_NO_DESCRIPTORS";
+}  // namespace
+
+TEST(Utf8ToLatin1BytesTest, LoneThreeByteLeadYieldsItsPayloadBits)
+{
+    EXPECT_EQ(Utf8ToLatin1("\xE9" "A"), std::string("\x09" "A"));
+    EXPECT_EQ(Utf8ToLatin1("a\xEF"), std::string("a\x0F"));
+}
+
+TEST(Utf8ToLatin1BytesTest, LoneFourByteLeadYieldsItsPayloadBits)
+{
+    EXPECT_EQ(Utf8ToLatin1("\xF5" "x"), std::string("\x05" "x"));
+    EXPECT_EQ(Utf8ToLatin1("x\xF7"), std::string("x\x07"));
+}
+
+TEST(Utf8ToLatin1BytesTest, CodePointsAboveTheUnicodeRangeAreDropped)
+{
+    // F4 90 80 80 is 0x110000, F7 BF BF BF is 0x1FFFFF.
+    EXPECT_EQ(Utf8ToLatin1("a\xF4\x90\x80\x80" "b"), "ab");
+    EXPECT_EQ(Utf8ToLatin1("\xF7\xBF\xBF\xBF"), "");
+    // A long run of continuations keeps shifting and stays dropped.
+    EXPECT_EQ(Utf8ToLatin1("c\xF7\xBF\xBF\xBF\xBF\xBF\xBF\xBF" "d"), "cd");
+}
+
+TEST(Utf8ToLatin1BytesTest, OverlongFormsDecodeToTheirValue)
+{
+    // C0 AF is an overlong "/": paths are matched byte for byte, so it
+    // becomes the plain byte.
+    EXPECT_EQ(Utf8ToLatin1("\xC0\xAF"), "/");
+    EXPECT_EQ(Utf8ToLatin1("a\xC0\xAF" "b"), "a/b");
+}
+
+TEST(Utf8ToLatin1BytesTest, LeadingContinuationByteAccumulatesFromZero)
+{
+    // 0x80 alone decodes to 0, which ends the text.
+    EXPECT_EQ(Utf8ToLatin1("\x80"), "");
+    EXPECT_EQ(Utf8ToLatin1("\x80" "abc"), "");
+    EXPECT_EQ(Utf8ToLatin1("\x80\x41"), std::string(""));
+    EXPECT_EQ(Utf8ToLatin1("\x80\xBF" "z"), std::string("\x3F" "z"));
+}
+
+TEST(Utf8ToLatin1BytesTest, TextEndsAtTheFirstDecodedNul)
+{
+    // The fuzzer's input: a lone 0xE0 before a letter decodes to NUL.
+    EXPECT_EQ(Utf8ToLatin1("/mnt/\xE0usb-stick2"), "/mnt/");
+    EXPECT_EQ(Utf8ToLatin1("\xE0usb"), "");
+    // The same from a lone 4-byte lead, a 2-byte lead and an overlong NUL.
+    EXPECT_EQ(Utf8ToLatin1("ab\xF0" "cd"), "ab");
+    EXPECT_EQ(Utf8ToLatin1("ab\xC0" "cd"), "ab");
+    EXPECT_EQ(Utf8ToLatin1("ab\xC0\x80" "cd"), "ab");
+    EXPECT_EQ(Utf8ToLatin1("ab\xE0\x80\x80" "cd"), "ab");
+    // Nothing of the result is a NUL byte.
+    for (int lead = 0xC0; lead <= 0xFF; ++lead) {
+        const char text[] = {'x', static_cast<char>(lead), 'y', '\0'};
+        EXPECT_EQ(Utf8ToLatin1(text).find('\0'), std::string::npos) << lead;
+    }
+}
+
+// iconv loads its converters from files; with no file descriptor left it
+// cannot open one, as on a device that ran out of descriptors. A converter
+// once loaded stays loaded for the life of the process, so the check runs in
+// a fresh copy of this program that never converted anything before.
+TEST(Latin1ToUtf8BytesTest, GivesEmptyWhenIconvCannotOpen)
+{
+    if (std::getenv(kNoDescriptorsMark) != nullptr) {
+        // Only the soft limit drops, so it can be given back before the
+        // results are checked (the test framework and the sanitizers need
+        // descriptors of their own).
+        rlimit saved{};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+        const rlimit none{0, saved.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        const bool iconvOpened = iconv_open("UTF-8", "ISO8859-1") != reinterpret_cast<iconv_t>(-1);
+        const std::string accented = Latin1ToUtf8("Caf\xE9");
+        const std::string plain = Latin1ToUtf8("plain");
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+        ASSERT_FALSE(iconvOpened) << "iconv opened without descriptors";
+        EXPECT_EQ(accented, "");
+        EXPECT_EQ(plain, "");
+        return;
+    }
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv(kNoDescriptorsMark, "1", 1);
+        execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=Latin1ToUtf8BytesTest.GivesEmptyWhenIconvCannotOpen",
+              static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the check without descriptors failed (see its output above)";
+}
