@@ -24,16 +24,6 @@ Json::Value Single(const char* key, const Json::Value& value)
     return params;
 }
 
-Json::Value BrowseParams(const std::string& path)
-{
-    Json::Value params;
-    params["path"] = path;
-    params["itemCount"] = 10;
-    params["isMaxDepth"] = false;
-    params["startIndex"] = 0;
-    return params;
-}
-
 class ErrorReplyTest : public DeviceTest {
 protected:
     // Waits until the daemon has written `text` at least `count` times;
@@ -76,9 +66,9 @@ TEST_F(ErrorReplyTest, ErrorMessageCarriesTheStickPathAsSent)
 // Every request runs on the listener thread, but the main loop's bus watch
 // sets and clears the same player status whenever a track fails to decode.
 // Here the bus keeps skipping undecodable files (repeat all) while clients
-// browse an empty folder: each reply's "error" must be that browse's own
-// status, never a status the bus left meanwhile (code 0 with "Success" or a
-// code with another operation's text). The race cannot be forced from
+// each index a folder of their own that does not exist: each reply's "error"
+// must be that request's own status, never a status the bus or another
+// client left meanwhile (code 0 with "Success", or another path's text). The race cannot be forced from
 // outside, so the test keeps both sides busy until many bus errors have
 // happened during the requests; a reply that mixes statuses fails it.
 TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
@@ -87,8 +77,6 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
     for (const char* name : {"a.mp3", "b.mp3", "c.mp3"}) {
         device_test::MakeCorruptFile(mix + "/" + name, 4000);
     }
-    const std::string empty = Stick1() + "/empty";
-    device_test::MakeCorruptFile(empty + "/notes.txt", 10);
     StartDaemon();
     Call("setRepeatModeUSB", Single("mode", 2));
     Json::Value file;
@@ -102,15 +90,18 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
     std::atomic<int> replies{0};
     std::vector<std::thread> clients;
     for (int i = 0; i < 3; ++i) {
-        clients.emplace_back([&] {
+        const std::string missing = Stick1() + "/missing-" + std::to_string(i);
+        clients.emplace_back([&, missing] {
             testing_support::RpcClient client;
             ASSERT_TRUE(client.Connect(m_daemon->Port()));
             while (!done) {
-                const Json::Value reply = client.Call("getFileListUSB", BrowseParams(empty), 20000);
+                const Json::Value reply =
+                    client.Call("indexUsbStorage", Single("usbStoragePath", missing), 20000);
                 ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
                 const Json::Value& error = reply["error"];
-                ASSERT_EQ(error["code"].asInt(), -10) << error.toStyledString();
-                ASSERT_EQ(error["message"].asString(), "E: No Items In This Group!") << error.toStyledString();
+                ASSERT_EQ(error["code"].asInt(), -1) << error.toStyledString();
+                ASSERT_EQ(error["message"].asString(), "E: While opendir " + missing)
+                    << error.toStyledString();
                 ++replies;
                 client.DrainNotifications(0);
             }
