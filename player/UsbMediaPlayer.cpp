@@ -3,6 +3,7 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Environment.h"
+#include "player/DecoderRanks.h"
 
 #include <dirent.h>
 
@@ -30,6 +31,7 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
 CUsbMediaPlayer::CUsbMediaPlayer()
 {
     gst_init(nullptr, nullptr);
+    PreferCheaperDecoders();
     m_usbDevice1.m_deviceName = "usb1";
     m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath("/mnt/usb-stick1"));
     m_usbDevice1.m_errorCode = "";
