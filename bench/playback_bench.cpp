@@ -58,11 +58,14 @@ void Row(const std::string& figure, const std::string& value, const std::string&
                 ratio.c_str(), target.c_str());
 }
 
-std::string Format(const char* format, double value)
+// `value` with `decimals` digits after the point, then `unit`.
+std::string Format(double value, int decimals, const std::string& unit)
 {
-    char text[64];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
+    std::ostringstream text;
+    text.setf(std::ios::fixed);
+    text.precision(decimals);
+    text << value << unit;
+    return text.str();
 }
 
 SOptions ParseOptions(int argc, char** argv)
@@ -174,8 +177,8 @@ void MeasureStartLatency(const TempDir& root, const std::string& folder, const s
     }
     std::printf("playFileUSB -> playerStateChangedNotification 4: p50 %.2f ms, p90 %.2f ms, max %.2f ms (%d runs)\n",
                 Percentile(latencies, 0.5), Percentile(latencies, 0.9), Percentile(latencies, 1.0), kLatencyRuns);
-    Row(label + "play -> playing state p50", Format("%.2f ms", Percentile(latencies, 0.5)),
-        Format("p90 %.2f ms", Percentile(latencies, 0.9)), "-", "-");
+    Row(label + "play -> playing state p50", Format(Percentile(latencies, 0.5), 2, " ms"),
+        "p90 " + Format(Percentile(latencies, 0.9), 2, " ms"), "-", "-");
 }
 
 double DaemonPlaybackCpu(const TempDir& root, const std::string& folder)
@@ -218,7 +221,7 @@ double ReferencePlaybackCpu(const std::string& file, const std::string& gstLaunc
     if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         throw std::runtime_error("gst-launch-1.0 failed");
     }
-    const auto seconds = [](const timeval& tv) { return static_cast<double>(tv.tv_sec) + tv.tv_usec / 1e6; };
+    const auto seconds = [](const timeval& tv) { return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6; };
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 }  // namespace
@@ -244,8 +247,8 @@ int main(int argc, char** argv)
                     "ratio %.2f (target <= 0.6)\n",
                     options.seconds, daemonCpu, referenceCpu, ratio);
         const double perMinute = 60.0 / options.seconds;
-        Row(options.label + "MP3 playback CPU per minute", Format("%.3f s", daemonCpu * perMinute),
-            Format("gst-launch %.3f s", referenceCpu * perMinute), Format("%.2f", ratio), "<= 0.6");
+        Row(options.label + "MP3 playback CPU per minute", Format(daemonCpu * perMinute, 3, " s"),
+            "gst-launch " + Format(referenceCpu * perMinute, 3, " s"), Format(ratio, 2, ""), "<= 0.6");
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "playback_bench: %s\n", error.what());

@@ -8,7 +8,8 @@
 #   1. host packages: Debian's cross compiler, qemu-user, mmdebstrap (apt);
 #   2. a sysroot of Debian 12 armhf packages (USBMEDIA_SYSROOT, by default
 #      ~/.cache/usb-media-service/sysroot-armhf), made from the host's own apt
-#      source and reused while its stamp matches the package list;
+#      source and reused while its stamp matches the package list (a sysroot
+#      this script did not make, e.g. a device maker's, is used as it is);
 #   3. a build in build-armhf/ with cmake/toolchain-armhf.cmake;
 #   4. ctest under emulation: unit and integration suites, then the load
 #      tests one at a time, then the smoke test (label "smoke").
@@ -82,7 +83,7 @@ host_source() {
 
 # The extract variant runs no maintainer scripts; do what they would have.
 fix_sysroot() {
-  local link target
+  local sysroot=$1 link target
   # Absolute symbolic links point into the host; make them relative.
   while IFS= read -r -d '' link; do
     target=$(readlink "$link")
@@ -105,15 +106,21 @@ fix_sysroot() {
 stage "sysroot"
 if [ -f "$sysroot/.usbmedia-stamp" ] && [ "$(cat "$sysroot/.usbmedia-stamp")" = "$stamp_text" ]; then
   echo "cross-armhf: reusing $sysroot"
+elif [ ! -f "$sysroot/.usbmedia-stamp" ] && [ -n "$(ls -A "$sysroot" 2>/dev/null)" ]; then
+  echo "cross-armhf: using $sysroot as it is (not made here)"
 else
+  # Made aside and moved into place once complete: an interrupted run
+  # leaves nothing that looks reusable.
   echo "cross-armhf: making $sysroot"
-  rm -rf "$sysroot"
   mkdir -p "$(dirname "$sysroot")"
+  rm -rf "$sysroot.new"
   include=$(IFS=,; echo "${SYSROOT_PACKAGES[*]}")
   host_source | mmdebstrap --quiet --variant=extract --architectures=armhf \
-    --include="$include" "$suite" "$sysroot" -
-  fix_sysroot
-  echo "$stamp_text" > "$sysroot/.usbmedia-stamp"
+    --include="$include" "$suite" "$sysroot.new" -
+  fix_sysroot "$sysroot.new"
+  echo "$stamp_text" > "$sysroot.new/.usbmedia-stamp"
+  rm -rf "$sysroot"
+  mv "$sysroot.new" "$sysroot"
 fi
 
 if [ $sysroot_only -eq 1 ]; then
