@@ -63,9 +63,11 @@ row "idle RSS: daemon armhf under qemu-arm" "$rss_qemu KiB" "x86-64 native $rss_
 # A minute of MP3 playback under the emulator: the daemon (mpg123audiodec)
 # against the target's gst-launch-1.0 with decodebin's default (avdec_mp3).
 echo "=== playback CPU under qemu-arm ($seconds s of MP3)" >&2
-USBMEDIA_TEST_DAEMON=$PWD/$armhf/usb-media-service USBMEDIA_TEST_EMULATOR="$(IFS='|'; echo "${emulator[*]}")" \
+playback=$(USBMEDIA_TEST_DAEMON=$PWD/$armhf/usb-media-service USBMEDIA_TEST_EMULATOR="$(IFS='|'; echo "${emulator[*]}")" \
   "$native/bench/playback_bench" --cpu-only --seconds "$seconds" --label "armhf (qemu-arm)" \
-  --gst-launch "$sysroot/usr/bin/gst-launch-1.0" | tee /dev/stderr | grep -E '^\| '
+  --gst-launch "$sysroot/usr/bin/gst-launch-1.0")
+echo "$playback" | grep -vE '^\| ' >&2
+echo "$playback" | grep -E '^\| '
 
 # Guest instructions per second of MP3 playback, counted by a qemu plugin:
 # the daemon (serving, one client watching, playing the file to its end)
@@ -115,7 +117,8 @@ for _ in $(seq $(( insn_seconds * 10 + 300 ))); do
   sleep 0.1
 done
 kill -TERM "$pid"; wait "$pid" || true; pid=""
-kill "$watch" 2>/dev/null; wait "$watch" 2>/dev/null || true
+kill "$watch" 2>/dev/null || true  # it may have left with the daemon
+wait "$watch" 2>/dev/null || true
 daemon_insns=$(count_of "$work/daemon")
 
 per_second() { awk -v n="$1" -v s="$insn_seconds" 'BEGIN { printf "%.1f M/s", n / s / 1e6 }'; }
