@@ -47,7 +47,6 @@ public:
     // build (empty natively), or USBMEDIA_TEST_EMULATOR's ("|"-separated);
     // the daemon and the client are started with it.
     static std::vector<std::string> EmulatorPrefix();
-    static bool Emulated() { return !EmulatorPrefix().empty(); }
     // In a child about to run a host program (gst-launch-1.0, python3):
     // unsets the variables the emulator set for target programs only.
     static void ForgetEmulatorEnvironment();
