@@ -17,7 +17,9 @@ int TimevalSubtract(struct timeval* result, const struct timeval* end, const str
 
 void PrintTimeval(const struct timeval* value)
 {
-    std::printf("%ld.%06ld", static_cast<long>(value->tv_sec), static_cast<long>(value->tv_usec));
+    // time_t is 64 bits on every target (_TIME_BITS=64 on 32-bit ones), long
+    // only 32 on armhf: print the seconds as long long, or they wrap in 2038.
+    std::printf("%lld.%06ld", static_cast<long long>(value->tv_sec), static_cast<long>(value->tv_usec));
     const time_t seconds = value->tv_sec;
     std::tm local{};
     localtime_r(&seconds, &local);

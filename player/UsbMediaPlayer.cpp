@@ -3,6 +3,7 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Environment.h"
+#include "player/DecoderRanks.h"
 
 #include <dirent.h>
 
@@ -30,6 +31,7 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
 CUsbMediaPlayer::CUsbMediaPlayer()
 {
     gst_init(nullptr, nullptr);
+    PreferCheaperDecoders();
     // Nothing is loaded yet: no texts, no path, no duration (a default track
     // record stands for the mount root instead).
     m_currentTrack.ClearTrack();

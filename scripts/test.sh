@@ -2,14 +2,15 @@
 # Sets up, builds and runs every test: a normal build, the Debian package built
 # from it (installed, asked "ping", removed), then the same suites under
 # AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer, then a
-# bounded libFuzzer run of the control interface.
-# USBMEDIA_TEST_BUILDS limits the builds (e.g. "normal" or "normal asan").
+# bounded libFuzzer run of the control interface, then the 32-bit ARM build
+# with its suites and a daemon smoke test under qemu-arm (scripts/cross-armhf.sh).
+# USBMEDIA_TEST_BUILDS limits the builds (e.g. "normal" or "normal armhf").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
-builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz}
+builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz armhf}
 jobs=$(nproc)
 status=0
 
@@ -40,6 +41,14 @@ for build in $builds; do
     tsan) run_suite tsan build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_SANITIZE=thread ;;
     # The control interface under libFuzzer for a bounded time (clang).
     fuzz) bash scripts/fuzz.sh || status=1 ;;
+    # The device's build (armhf) under qemu-arm: unit, integration, load
+    # (one at a time) and smoke tests.
+    armhf)
+      echo "=== armhf: cross build and tests under emulation"
+      armhf_start=$SECONDS
+      USBMEDIA_JOBS=$jobs bash scripts/cross-armhf.sh || status=1
+      echo "=== armhf: stage took $(( SECONDS - armhf_start )) s"
+      ;;
     *) echo "unknown build: $build" >&2; exit 2 ;;
   esac
 done

@@ -1,5 +1,7 @@
 #include "tests/integration/CliProcess.h"
 
+#include "tests/support/DaemonProcess.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -36,7 +38,8 @@ int RemainingMs(Clock::time_point deadline)
     if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0) {
         _exit(126);
     }
-    std::vector<std::string> argv{CliProcess::BinaryPath()};
+    std::vector<std::string> argv = testing_support::DaemonProcess::EmulatorPrefix();
+    argv.push_back(CliProcess::BinaryPath());
     argv.insert(argv.end(), options.arguments.begin(), options.arguments.end());
     std::vector<char*> raw;
     for (std::string& argument : argv) {

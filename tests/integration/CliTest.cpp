@@ -85,6 +85,7 @@ std::string WithCover(const std::string& mp3, const std::string& destination)
                          "tags.save(sys.argv[1])\n";
     const pid_t pid = fork();
     if (pid == 0) {
+        testing_support::DaemonProcess::ForgetEmulatorEnvironment();
         execl("/usr/bin/python3", "python3", "-c", script, (destination + ".tmp").c_str(), cover.c_str(),
               static_cast<char*>(nullptr));
         _exit(127);

@@ -29,6 +29,7 @@ void Run(std::vector<std::string> argv)
 {
     const pid_t pid = fork();
     if (pid == 0) {
+        testing_support::DaemonProcess::ForgetEmulatorEnvironment();
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, STDOUT_FILENO);
         dup2(null, STDERR_FILENO);

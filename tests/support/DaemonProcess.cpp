@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
@@ -24,7 +25,41 @@ using Clock = std::chrono::steady_clock;
 
 std::string DaemonProcess::BinaryPath()
 {
-    return USBMEDIA_DAEMON_PATH;
+    const char* other = std::getenv("USBMEDIA_TEST_DAEMON");
+    return other != nullptr && *other != '\0' ? other : USBMEDIA_DAEMON_PATH;
+}
+
+std::vector<std::string> DaemonProcess::EmulatorPrefix()
+{
+    std::vector<std::string> prefix;
+    const char* other = std::getenv("USBMEDIA_TEST_EMULATOR");
+    const std::string text = other != nullptr ? other : USBMEDIA_EMULATOR;
+    size_t start = 0;
+    while (start < text.size()) {
+        const size_t end = std::min(text.find('|', start), text.size());
+        if (end > start) {
+            prefix.push_back(text.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    return prefix;
+}
+
+void DaemonProcess::ForgetEmulatorEnvironment()
+{
+    const char* names = std::getenv("USBMEDIA_GUEST_ENV");
+    if (names == nullptr) {
+        return;
+    }
+    const std::string list = names;  // a copy: unsetenv may free the original
+    size_t start = 0;
+    while (start < list.size()) {
+        const size_t end = std::min(list.find(' ', start), list.size());
+        if (end > start) {
+            unsetenv(list.substr(start, end - start).c_str());
+        }
+        start = end + 1;
+    }
 }
 
 int DaemonProcess::FreePort()
@@ -54,7 +89,8 @@ DaemonProcess::DaemonProcess(const Options& options)
     }
     m_outputPath = pattern;
 
-    std::vector<std::string> argv{BinaryPath()};
+    std::vector<std::string> argv = EmulatorPrefix();
+    argv.push_back(BinaryPath());
     argv.insert(argv.end(), options.arguments.begin(), options.arguments.end());
 
     m_pid = fork();

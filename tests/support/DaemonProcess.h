@@ -39,7 +39,17 @@ public:
     bool WaitForOutput(const std::string& text, int timeoutMs);
 
     static int FreePort();
+    // The daemon of this build, or the one USBMEDIA_TEST_DAEMON names (the
+    // benchmarks measure the armhf daemon from a native build that way).
     static std::string BinaryPath();
+
+    // The emulator command line target programs run through in a cross
+    // build (empty natively), or USBMEDIA_TEST_EMULATOR's ("|"-separated);
+    // the daemon and the client are started with it.
+    static std::vector<std::string> EmulatorPrefix();
+    // In a child about to run a host program (gst-launch-1.0, python3):
+    // unsets the variables the emulator set for target programs only.
+    static void ForgetEmulatorEnvironment();
 
 private:
     pid_t m_pid = -1;

@@ -1,5 +1,7 @@
 #include "tests/support/MediaFactory.h"
 
+#include "tests/support/DaemonProcess.h"
+
 #include "tests/support/TempDir.h"
 
 #include <sys/stat.h>
@@ -57,6 +59,7 @@ bool RunLaunch(const std::vector<std::string>& arguments)
         return false;
     }
     if (pid == 0) {
+        DaemonProcess::ForgetEmulatorEnvironment();
         std::vector<char*> raw;
         for (std::string& argument : argv) {
             raw.push_back(argument.data());

@@ -79,3 +79,19 @@ TEST(StartupTimerTest, PrintTimevalFormat)
     fflush(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "90061.000042 = 01-02-1970  01:01:01.000042\n");
 }
+
+// Past 2038: time_t is 64 bits on every build (also armhf), and so is what
+// gets printed.
+TEST(StartupTimerTest, PrintTimevalAfter2038)
+{
+    static_assert(sizeof(time_t) == 8, "64-bit time_t on every target");
+    setenv("TZ", "UTC", 1);
+    tzset();
+    timeval value{};
+    value.tv_sec = static_cast<time_t>(4102444800LL);  // 2100-01-01
+    value.tv_usec = 7;
+    testing::internal::CaptureStdout();
+    PrintTimeval(&value);
+    fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "4102444800.000007 = 01-01-2100  00:00:00.000007\n");
+}
