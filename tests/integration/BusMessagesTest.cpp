@@ -292,7 +292,7 @@ TEST_F(BusMessagesTest, UnreadableFileStopsAndReportsItsStick)
     const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
     ASSERT_FALSE(seen.empty());
     const Json::Value& report = seen.back();
-    ASSERT_EQ(report["method"], "usbConnectionNotification");
+    ASSERT_EQ(report["method"], "usbConnectionNotification") << m_daemon->Output();
     Json::Value expected;
     expected["usbDeviceName"] = "usb1";
     expected["connected"] = false;
@@ -385,7 +385,7 @@ TEST_F(BusMessagesTest, DemuxErrorTakesTheReadErrorPath)
     const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
     ASSERT_GE(seen.size(), 2u);
     const Json::Value& report = seen.back();
-    ASSERT_EQ(report["method"], "usbConnectionNotification");
+    ASSERT_EQ(report["method"], "usbConnectionNotification") << m_daemon->Output();
     Json::Value expected;
     expected["usbDeviceName"] = "usb1";
     expected["connected"] = false;
