@@ -14,7 +14,7 @@ constexpr const char* kSecondStick = "/mnt/usb-stick2";
 // The folder's records from the index, cached by path. Only a rebuilt empty
 // list sets -10 (and prints it): a folder answered from the cache keeps the
 // status the caller cleared, so asking again reads as success.
-std::vector<CFile> FolderList(CFolderGroups& groups, const CFileList& index, CError& status,
+std::vector<CFile> FolderList(CFolderGroups& groups, const CStorageIndex& index, CError& status,
                               const std::string& folderPath)
 {
     const bool rebuilt = !groups.IsCached(folderPath);

@@ -21,7 +21,7 @@ void CUsbMediaPlayer::BuildPlayList(const CFile& target, bool fullUsb)
     const CFileList* source = &scanned;
     if (fullUsb) {
         LOG(LOG_INFO, "Full USB playlist\n");
-        source = &m_folderList;
+        scanned.m_files = m_folderList.Records();
     } else if (m_atMaxDepth) {
         LOG(LOG_INFO, "At max depth, the file path is: %s\n", target.m_path.c_str());
         if (!target.m_path.empty()) {
@@ -133,7 +133,7 @@ bool CUsbMediaPlayer::PlayAllSongs(const std::string&)
     if (m_folderList.Empty()) {
         SetError("No Songs on USB!", -6);
     } else {
-        const CFile first = m_folderList.m_files.front();
+        const CFile first = m_folderList.At(0);
         PlayList(first, true);
     }
     return m_errorCode == 0 && m_folderList.m_errorCode == 0;

@@ -220,7 +220,7 @@ private:
     std::recursive_mutex m_playerMutex;
 
     CTrackInfo m_currentTrack;
-    CFileList m_folderList;  // the storage index: every folder and file of the stick
+    CStorageIndex m_folderList;  // the storage index: every folder and file of the stick
     Json::Rpc::TcpServer* m_pTcpServer = nullptr;
     std::list<int> m_clients;
     CFileList m_playlist;

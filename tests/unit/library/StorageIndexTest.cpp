@@ -2,6 +2,7 @@
 #include "library/StorageIndex.h"
 
 #include "library/FileId.h"
+#include "library/FolderGroups.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -146,4 +147,192 @@ TEST(StorageIndexTest, BuildOnATreeWithoutMediaFails)
     EXPECT_FALSE(BuildStorageIndex(index, dir.Path()));
     EXPECT_EQ(index.m_errorCode, 0);
     EXPECT_EQ(Crc(index), 0u);
+}
+
+// The compact index and its folder-to-records map, against the plain scan.
+namespace {
+
+// Many equal names in many folders, so the order of equal names left by the
+// sorts is exercised as well.
+std::vector<std::string> ManyEqualNames()
+{
+    std::vector<std::string> files = kTree;
+    for (int artist = 0; artist < 6; ++artist) {
+        for (int album = 0; album < 5; ++album) {
+            for (int track = 0; track < 7; ++track) {
+                files.push_back("Artist " + std::to_string(artist) + "/CD" + std::to_string(album) + "/0" +
+                                std::to_string(track) + ".mp3");
+            }
+        }
+        files.push_back("Artist " + std::to_string(artist) + "/01.mp3");
+    }
+    files.push_back("Docs/readme.txt");  // a folder without media
+    return files;
+}
+
+void ExpectSameRecord(const CFile& actual, const CFile& expected)
+{
+    EXPECT_EQ(actual.m_id, expected.m_id);
+    EXPECT_EQ(actual.m_name, expected.m_name);
+    EXPECT_EQ(actual.m_path, expected.m_path);
+    EXPECT_EQ(actual.m_isFolder, expected.m_isFolder);
+}
+
+void ExpectSameRecords(const std::vector<CFile>& actual, const std::vector<CFile>& expected)
+{
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i) {
+        ExpectSameRecord(actual[i], expected[i]);
+    }
+}
+
+std::vector<CFile> Children(const CStorageIndex& index, const std::string& folderPath)
+{
+    std::vector<CFile> records;
+    for (const uint32_t position : index.ChildrenOf(folderPath)) {
+        records.push_back(index.At(position));
+    }
+    return records;
+}
+
+// What the full walk over the scanned list finds for the folder.
+std::vector<CFile> ScannedChildren(const CFileList& list, const std::string& folderPath)
+{
+    std::vector<CFile> records;
+    for (const CFile& file : list.m_files) {
+        if (file.m_path == folderPath) {
+            records.push_back(file);
+        }
+    }
+    return records;
+}
+
+class CompactIndexTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        WriteTree(dir.Path(), ManyEqualNames());
+        ASSERT_TRUE(BuildStorageIndex(scanned, dir.Path()));
+        ASSERT_TRUE(BuildStorageIndex(index, dir.Path()));
+    }
+
+    TempDir dir;
+    CFileList scanned;
+    CStorageIndex index;
+};
+
+}  // namespace
+
+TEST_F(CompactIndexTest, HoldsTheScannedRecordsInTheScanOrder)
+{
+    EXPECT_EQ(index.Size(), scanned.Size());
+    EXPECT_EQ(index.RootPath(), dir.Path());
+    ExpectSameRecords(index.Records(), scanned.m_files);
+    EXPECT_EQ(StorageIndexCrc32(index), StorageIndexCrc32(scanned));
+    EXPECT_NE(StorageIndexCrc32(index), 0u);
+}
+
+TEST_F(CompactIndexTest, AStartingPathWithTrailingSlashesKeepsTheScanRecords)
+{
+    ASSERT_TRUE(BuildStorageIndex(scanned, dir.Path() + "//"));
+    ASSERT_TRUE(BuildStorageIndex(index, dir.Path() + "//"));
+    ExpectSameRecords(index.Records(), scanned.m_files);
+    EXPECT_EQ(StorageIndexCrc32(index), StorageIndexCrc32(scanned));
+    ExpectSameRecords(Children(index, dir.Path()), ScannedChildren(scanned, dir.Path()));
+}
+
+TEST_F(CompactIndexTest, EveryFoldersChildrenAreWhatTheFullWalkFindsInTheSameOrder)
+{
+    std::vector<std::string> folders = {dir.Path()};
+    for (const CFile& file : scanned.m_files) {
+        if (file.m_isFolder) {
+            folders.push_back(file.m_path + "/" + file.m_name);
+        }
+    }
+    size_t total = 0;
+    for (const std::string& folder : folders) {
+        SCOPED_TRACE(folder);
+        const std::vector<CFile> expected = ScannedChildren(scanned, folder);
+        EXPECT_FALSE(expected.empty());
+        ExpectSameRecords(Children(index, folder), expected);
+        total += expected.size();
+    }
+    EXPECT_EQ(total, index.Size());  // every record belongs to one folder
+}
+
+TEST_F(CompactIndexTest, TheRootFolderHoldsTheTopLevelRecords)
+{
+    const std::vector<CFile> root = Children(index, dir.Path());
+    std::vector<std::string> names;
+    for (const CFile& file : root) {
+        names.push_back(file.m_name);
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"Artist 0", "Artist 1", "Artist 2", "Artist 3", "Artist 4",
+                                               "Artist 5", "Jazz", "Pop", "Rock", "top.mp3"}));
+}
+
+TEST_F(CompactIndexTest, AFolderWithoutMediaHasNoChildren)
+{
+    EXPECT_TRUE(index.ChildrenOf(dir / "Docs").empty());
+    EXPECT_EQ(index.ChildrenOf(dir / "Docs").size(), 0u);
+}
+
+TEST_F(CompactIndexTest, AnUnknownFolderHasNoChildren)
+{
+    EXPECT_TRUE(index.ChildrenOf(dir / "nowhere").empty());
+    EXPECT_TRUE(index.ChildrenOf("").empty());
+    EXPECT_TRUE(index.ChildrenOf(dir.Path() + "/").empty());  // no normalising of the path
+    EXPECT_TRUE(index.ChildrenOf(dir / "Rock/Live/b.wav").empty());
+}
+
+TEST_F(CompactIndexTest, FolderGroupsListTheSameFromBothIndexes)
+{
+    CFolderGroups fromScan;
+    CFolderGroups fromIndex;
+    for (const std::string& folder : {dir.Path(), dir / "Rock", dir / "Artist 3/CD2", dir / "Docs", dir / "x"}) {
+        SCOPED_TRACE(folder);
+        ExpectSameRecords(fromIndex.ListFolder(index, folder).m_files, fromScan.ListFolder(scanned, folder).m_files);
+        EXPECT_TRUE(fromIndex.IsCached(folder));
+    }
+}
+
+TEST_F(CompactIndexTest, FindByIdGivesTheFirstRecordWithTheIdOrTheRoot)
+{
+    for (size_t i = 0; i < scanned.Size(); i += 7) {
+        ExpectSameRecord(index.FindById(scanned.m_files[i].m_id), scanned.FindById(scanned.m_files[i].m_id));
+    }
+    ExpectSameRecord(index.FindById(12345), CFile::Root());
+    ExpectSameRecord(index.FindById(kNoEntryId), CFile::Root());
+}
+
+TEST_F(CompactIndexTest, AFailedBuildLeavesAnEmptyIndexWithTheStatus)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(BuildStorageIndex(index, dir / "missing"));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(index.m_errorCode, -1);
+    EXPECT_EQ(index.GetErrorText(), "E: While opendir " + (dir / "missing"));
+    EXPECT_TRUE(index.Empty());
+    EXPECT_TRUE(index.ChildrenOf(dir.Path()).empty());
+    EXPECT_EQ(StorageIndexCrc32(index), 0u);
+}
+
+TEST_F(CompactIndexTest, ClearEmptiesTheIndexAndTheMap)
+{
+    index.Clear();
+    EXPECT_TRUE(index.Empty());
+    EXPECT_EQ(index.RootPath(), "");
+    EXPECT_TRUE(index.ChildrenOf(dir.Path()).empty());
+    EXPECT_EQ(StorageIndexCrc32(index), 0u);
+    EXPECT_TRUE(BuildStorageIndex(index, dir.Path()));
+    ExpectSameRecords(index.Records(), scanned.m_files);
+}
+
+TEST(CompactIndexEmptyTest, AFreshIndexIsEmpty)
+{
+    const CStorageIndex index;
+    EXPECT_TRUE(index.Empty());
+    EXPECT_TRUE(index.ChildrenOf("/mnt/usb-stick1").empty());
+    EXPECT_EQ(StorageIndexCrc32(index), 0u);
+    ExpectSameRecord(index.FindById(1), CFile::Root());
 }
