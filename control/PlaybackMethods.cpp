@@ -2,7 +2,7 @@
 // with what the player did, "error" beside "result" when it failed.
 #include "control/UsbMediaRequestHandler.h"
 
-#include "control/NotificationBuilders.h"
+#include "player/NotificationBuilders.h"
 #include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/TextConversion.h"

@@ -1,7 +1,7 @@
 #include "control/UsbMediaRequestServer.h"
 
+#include "control/NotifyingTcpServer.h"
 #include "control/rpc/Networking.h"
-#include "control/rpc/TcpServer.h"
 #include "core/Environment.h"
 #include "core/Logger.h"
 #include "core/SystemdNotifier.h"
@@ -64,7 +64,7 @@ const SRegistration kRegistry[] = {
 void UsbMediaRequestServer::Init(const std::string& address)
 {
     const std::string listenAddress = address.empty() ? kDefaultAddress : address;
-    m_pServer = new Json::Rpc::TcpServer(listenAddress, static_cast<uint16_t>(RpcPort()));
+    m_pServer = new NotifyingTcpServer(listenAddress, static_cast<uint16_t>(RpcPort()));
     m_handler.Player()->SetTcpServer(m_pServer);
     if (!networking::init()) {
         LOG_AT(72, LOG_ERROR, "Networking initialization failed\n");

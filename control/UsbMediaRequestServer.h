@@ -8,10 +8,11 @@
 #include <set>
 #include <string>
 
+class NotifyingTcpServer;
+
 namespace Json {
 namespace Rpc {
 class Server;
-class TcpServer;
 }  // namespace Rpc
 }  // namespace Json
 
@@ -43,7 +44,7 @@ public:
 
     // Created by Init and deliberately never deleted: the player may still
     // push notifications through it until the process ends.
-    Json::Rpc::TcpServer* m_pServer = nullptr;
+    NotifyingTcpServer* m_pServer = nullptr;
     UsbMediaRequestHandler m_handler;
     pthread_t m_thread{};
     std::atomic<bool> m_isRunning{false};

@@ -2,8 +2,8 @@
 // server and its listener thread, then the GLib main loop until SIGINT or
 // SIGTERM.
 
+#include "control/NotifyingTcpServer.h"
 #include "control/UsbMediaRequestServer.h"
-#include "control/rpc/TcpServer.h"
 #include "core/CommandLine.h"
 #include "core/Logger.h"
 #include "core/StartupTimer.h"

@@ -1,11 +1,9 @@
 // Pushing notifications to every connected client.
 #include "player/UsbMediaPlayer.h"
 
-#include "control/NotificationBuilders.h"
-#include "control/rpc/JsonText.h"
-#include "control/rpc/TcpServer.h"
 #include "core/Logger.h"
 #include "core/TextConversion.h"
+#include "player/NotificationBuilders.h"
 
 #include <csignal>
 
@@ -14,7 +12,7 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 using PlayerLock = std::lock_guard<std::recursive_mutex>;
 }  // namespace
 
-void CUsbMediaPlayer::SetTcpServer(Json::Rpc::TcpServer* server)
+void CUsbMediaPlayer::SetTcpServer(INotificationSink* server)
 {
     const PlayerLock lock(m_playerMutex);
     m_pTcpServer = server;
@@ -40,7 +38,7 @@ void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
         StopPlaying();
         return;
     }
-    const std::string text = Json::Rpc::ToWireText(notification);
+    const std::string text = m_pTcpServer->WireText(notification);
     const std::lock_guard<std::mutex> notifyLock(m_notifyMutex);
     for (const int client : m_clients) {
         signal(SIGPIPE, SIG_IGN);

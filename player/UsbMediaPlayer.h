@@ -1,11 +1,12 @@
 #pragma once
 
-#include "control/NotificationBuilders.h"
 #include "core/Error.h"
 #include "library/File.h"
 #include "library/FileList.h"
 #include "library/FolderGroups.h"
 #include "player/GstHandles.h"
+#include "player/NotificationBuilders.h"
+#include "player/NotificationSink.h"
 #include "player/UsbDeviceStatus.h"
 
 #include <gst/gst.h>
@@ -20,12 +21,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-namespace Json {
-namespace Rpc {
-class TcpServer;
-}
-}  // namespace Json
 
 // Player states as clients see them ("playerState").
 enum PlayerState : int32_t {
@@ -115,7 +110,7 @@ public:
     }
 
     // --- Notifications (Notifications.cpp) ---
-    void SetTcpServer(Json::Rpc::TcpServer* server);
+    void SetTcpServer(INotificationSink* server);
     void RefreshClients();
     void SendNotification(const Json::Value& notification);
     // The current track as clients see it, read under the player lock.
@@ -221,7 +216,7 @@ private:
 
     CTrackInfo m_currentTrack;
     CStorageIndex m_folderList;  // the storage index: every folder and file of the stick
-    Json::Rpc::TcpServer* m_pTcpServer = nullptr;
+    INotificationSink* m_pTcpServer = nullptr;
     std::list<int> m_clients;
     CFileList m_playlist;
     CFolderGroups m_folderGroups;  // holds m_usbFileList, the folder last browsed

@@ -3,6 +3,7 @@
 // dispatched through the service's real method table, with the player running
 // on a small temporary stick.
 
+#include "control/NotifyingTcpServer.h"
 #include "control/UsbMediaRequestHandler.h"
 #include "control/UsbMediaRequestServer.h"
 #include "control/rpc/FileDescriptor.h"
@@ -144,7 +145,7 @@ public:
         }
     }
 
-    Json::Rpc::TcpServer& Server() { return m_tcp; }
+    NotifyingTcpServer& Server() { return m_tcp; }
 
     // Sends queued notifications, reads them off, and reconnects a client
     // that the server dropped.
@@ -184,7 +185,7 @@ private:
         }
     }
 
-    Json::Rpc::TcpServer m_tcp;
+    NotifyingTcpServer m_tcp;
     Json::Rpc::FileDescriptor m_client;
 };
 

@@ -1,7 +1,7 @@
 // docs/protocol/openrpc.json against the code: the registered method table
 // and the notification builders. (What goes over the wire is checked against
 // it by tests/protocol after the integration tests.)
-#include "control/NotificationBuilders.h"
+#include "player/NotificationBuilders.h"
 #include "control/UsbMediaRequestHandler.h"
 #include "control/UsbMediaRequestServer.h"
 #include "control/rpc/JsonText.h"

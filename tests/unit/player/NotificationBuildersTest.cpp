@@ -1,6 +1,6 @@
 // Every notification byte for byte as clients receive it.
 
-#include "control/NotificationBuilders.h"
+#include "player/NotificationBuilders.h"
 #include "control/rpc/JsonText.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "control/NotificationBuilders.h"
+#include "player/NotificationBuilders.h"
 
 namespace {
 Json::Value Envelope(const char* method, const Json::Value& params)

@@ -1,0 +1,260 @@
+// The TCP transport on loopback, server and clients in this process: output
+// queued past what the socket takes (partial writes) and flushed as the
+// client reads, the per-client queue limit, and a descriptor that a new
+// client reuses after the old one has gone.
+#include "control/rpc/TcpServer.h"
+
+#include "control/rpc/FileDescriptor.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+using Json::Rpc::FileDescriptor;
+using Json::Rpc::TcpServer;
+
+namespace {
+
+constexpr size_t kChunk = 64 * 1024;
+
+uint16_t FreeLoopbackPort()
+{
+    const FileDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (!probe.IsValid() || bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        getsockname(probe.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return 0;
+    }
+    return ntohs(address.sin_port);
+}
+
+// A chunk whose every byte tells where it is in the stream.
+std::string Chunk(size_t index)
+{
+    std::string text(kChunk, '\0');
+    for (size_t i = 0; i < text.size(); ++i) {
+        text[i] = static_cast<char>('a' + (index + i) % 26);
+    }
+    return text;
+}
+
+class TcpServerTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        const uint16_t port = FreeLoopbackPort();
+        ASSERT_NE(port, 0);
+        server = std::make_unique<TcpServer>("127.0.0.1", port);
+        ASSERT_TRUE(server->Bind());
+        ASSERT_TRUE(server->Listen());  // this thread serves
+    }
+
+    // An unconnected client socket with a small receive buffer, so that
+    // little of what the server sends fits in the kernel.
+    static FileDescriptor NewSocket()
+    {
+        FileDescriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const int small = 4096;
+        setsockopt(fd.Get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        return fd;
+    }
+
+    // Connects `fd` and serves until the server knows the new client;
+    // returns the server's descriptor for it, -1 when it never appeared.
+    int Connect(const FileDescriptor& fd)
+    {
+        const std::list<int> before = server->GetClients();
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(server->GetPort());
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            return -1;
+        }
+        for (int round = 0; round < 200; ++round) {
+            server->WaitMessage(10);
+            for (const int client : server->GetClients()) {
+                if (std::find(before.begin(), before.end(), client) == before.end()) {
+                    return client;
+                }
+            }
+        }
+        return -1;
+    }
+
+    // Serves while reading from `fd` until `bytes` have come, the peer has
+    // closed, or ten seconds have passed.
+    std::string Receive(const FileDescriptor& fd, size_t bytes, bool* closed = nullptr)
+    {
+        std::string received;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        char buffer[kChunk];
+        while (received.size() < bytes && std::chrono::steady_clock::now() < deadline) {
+            server->WaitMessage(0);
+            pollfd watched{fd.Get(), POLLIN, 0};
+            if (poll(&watched, 1, 5) <= 0) {
+                continue;
+            }
+            const ssize_t got = recv(fd.Get(), buffer, sizeof buffer, MSG_DONTWAIT);
+            if (got > 0) {
+                received.append(buffer, static_cast<size_t>(got));
+            } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
+                if (closed != nullptr) {
+                    *closed = true;
+                }
+                break;
+            }
+        }
+        return received;
+    }
+
+    // Serves until the server lists `count` clients.
+    bool ServeUntilClients(size_t count)
+    {
+        for (int round = 0; round < 500; ++round) {
+            if (server->GetClients().size() == count) {
+                return true;
+            }
+            server->WaitMessage(10);
+        }
+        return server->GetClients().size() == count;
+    }
+
+    std::unique_ptr<TcpServer> server;
+};
+
+}  // namespace
+
+// Three megabytes to a client that does not read: far more than its socket
+// takes, so most of it waits in the server's queue, and every Send still
+// succeeds. When the client reads, the queue drains in order and whole.
+TEST_F(TcpServerTest, QueueOfAClientThatDoesNotReadDrainsWhenItReads)
+{
+    const FileDescriptor client = NewSocket();
+    const int fd = Connect(client);
+    ASSERT_GE(fd, 0);
+
+    std::string expected;
+    for (size_t i = 0; i < 48; ++i) {
+        const std::string chunk = Chunk(i);
+        ASSERT_TRUE(server->Send(fd, chunk)) << "chunk " << i;
+        expected += chunk;
+    }
+    server->WaitMessage(0);
+    EXPECT_EQ(server->GetClients(), std::list<int>{fd});
+
+    const std::string received = Receive(client, expected.size());
+    ASSERT_EQ(received.size(), expected.size());
+    EXPECT_TRUE(received == expected);
+
+    // Drained: the client takes more as before.
+    ASSERT_TRUE(server->Send(fd, "after\n"));
+    EXPECT_EQ(Receive(client, 6), "after\n");
+}
+
+// A client that stops reading is dropped once what waits for it would pass
+// the limit: the Send that would pass it fails, the client leaves the list at
+// once, and its connection is closed. Another client is not held up.
+TEST_F(TcpServerTest, ClientPastTheQueueLimitIsDisconnected)
+{
+    const FileDescriptor stalled = NewSocket();
+    const int stalledFd = Connect(stalled);
+    ASSERT_GE(stalledFd, 0);
+    const FileDescriptor reader = NewSocket();
+    const int readerFd = Connect(reader);
+    ASSERT_GE(readerFd, 0);
+
+    size_t accepted = 0;
+    bool dropped = false;
+    for (size_t i = 0; i < 4 * TcpServer::kMaxQueuedBytes / kChunk; ++i) {
+        if (!server->Send(stalledFd, Chunk(i))) {
+            dropped = true;
+            break;
+        }
+        accepted += kChunk;
+    }
+    ASSERT_TRUE(dropped);
+    EXPECT_GT(accepted, TcpServer::kMaxQueuedBytes - kChunk);
+    EXPECT_EQ(server->GetClients(), std::list<int>{readerFd});
+    EXPECT_FALSE(server->Send(stalledFd, "more\n"));
+
+    ASSERT_TRUE(server->Send(readerFd, "still here\n"));
+    EXPECT_EQ(Receive(reader, 11), "still here\n");
+
+    // The stalled client reads what its socket had taken, then the end: the
+    // rest of its queue was thrown away.
+    bool closed = false;
+    const std::string received = Receive(stalled, accepted, &closed);
+    EXPECT_TRUE(closed);
+    EXPECT_LT(received.size(), accepted);
+}
+
+// One message larger than the limit drops even an idle client.
+TEST_F(TcpServerTest, SingleMessagePastTheLimitDisconnects)
+{
+    const FileDescriptor client = NewSocket();
+    const int fd = Connect(client);
+    ASSERT_GE(fd, 0);
+    EXPECT_FALSE(server->Send(fd, std::string(TcpServer::kMaxQueuedBytes + 1, 'x')));
+    EXPECT_TRUE(server->GetClients().empty());
+    bool closed = false;
+    EXPECT_EQ(Receive(client, 1, &closed), "");
+    EXPECT_TRUE(closed);
+}
+
+// A client goes with output still queued; the next client is given the same
+// descriptor. It receives only what is sent to it after it connected.
+TEST_F(TcpServerTest, ReusedDescriptorDoesNotInheritTheOldQueue)
+{
+    FileDescriptor next = NewSocket();
+
+    FileDescriptor old = NewSocket();
+    const int oldFd = Connect(old);
+    ASSERT_GE(oldFd, 0);
+    for (size_t i = 0; i < 32; ++i) {
+        ASSERT_TRUE(server->Send(oldFd, Chunk(i)));
+    }
+    old.Reset();  // unread data: the peer is reset
+    ASSERT_TRUE(ServeUntilClients(0));
+    EXPECT_FALSE(server->Send(oldFd, "stale\n"));
+
+    // Client and server share this process: hold every lower free descriptor
+    // (the old client's own among them), so that the server's accept gets
+    // the one it just closed.
+    std::vector<FileDescriptor> held;
+    for (;;) {
+        FileDescriptor placeholder(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        ASSERT_TRUE(placeholder.IsValid());
+        if (placeholder.Get() >= oldFd) {
+            break;
+        }
+        held.push_back(std::move(placeholder));
+    }
+
+    const int nextFd = Connect(next);
+    ASSERT_EQ(nextFd, oldFd) << "the descriptor was not reused; the test proves nothing";
+    ASSERT_TRUE(server->Send(nextFd, "fresh\n"));
+    EXPECT_EQ(Receive(next, 6), "fresh\n");
+
+    // Nothing else arrives.
+    server->WaitMessage(50);
+    char byte = 0;
+    EXPECT_LT(recv(next.Get(), &byte, 1, MSG_DONTWAIT), 0);
+}
