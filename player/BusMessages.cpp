@@ -11,7 +11,7 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 gboolean CUsbMediaPlayer::OnBusMessage(GstBus* bus, GstMessage* message, gpointer player)
 {
     CUsbMediaPlayer& self = *static_cast<CUsbMediaPlayer*>(player);
-    const std::lock_guard<std::recursive_mutex> lock(self.m_playerMutex);
+    const CLockGuard<CRecursiveMutex> lock(self.m_playerMutex);
     if (!self.m_pipeline) {
         return TRUE;
     }

@@ -4,14 +4,13 @@
 #include "control/NotificationBuilders.h"
 #include "control/rpc/JsonText.h"
 #include "control/rpc/TcpServer.h"
+#include "core/LogLines.h"
 #include "core/Logger.h"
 #include "core/TextConversion.h"
 
-#include <csignal>
-
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CRecursiveMutex>;
 }  // namespace
 
 void CUsbMediaPlayer::SetTcpServer(Json::Rpc::TcpServer* server)
@@ -31,19 +30,17 @@ void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
 {
     const PlayerLock lock(m_playerMutex);
     if (m_pTcpServer == nullptr) {
-        LOG_AT(1863, LOG_WARN, "m_pTcpServer = NULL\n");
+        LOG_AT(LogLine::kNoTcpServer, LOG_WARN, "m_pTcpServer = NULL\n");
         return;
     }
     m_clients = m_pTcpServer->GetClients();
     if (m_clients.empty()) {
-        LOG_AT(1873, LOG_ERROR, "Usb Service Error: don't know whom to notify so its stopping playback!\n");
+        LOG_AT(LogLine::kNoClientToNotify, LOG_ERROR, "Usb Service Error: don't know whom to notify so its stopping playback!\n");
         StopPlaying();
         return;
     }
     const std::string text = Json::Rpc::ToWireText(notification);
-    const std::lock_guard<std::mutex> notifyLock(m_notifyMutex);
     for (const int client : m_clients) {
-        signal(SIGPIPE, SIG_IGN);
         // A client that has gone does not keep the others from hearing.
         static_cast<void>(m_pTcpServer->Send(client, text));
     }
@@ -81,28 +78,28 @@ void CUsbMediaPlayer::SendTrackInfoNotification()
 void CUsbMediaPlayer::SendTrackAlbumArtNotification(const std::string& artFilePath)
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(1929, LOG_INFO, "trackAlbumArtNotification sent\n");
+    LOG_AT(LogLine::kTrackAlbumArtSent, LOG_INFO, "trackAlbumArtNotification sent\n");
     SendNotification(BuildTrackAlbumArtNotification(GetCurrentTrackNumber(), artFilePath));
 }
 
 void CUsbMediaPlayer::SendPlayerStateChangedNotification()
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(1946, LOG_INFO, "playerStateChangedNotification sent\n");
+    LOG_AT(LogLine::kPlayerStateChangedSent, LOG_INFO, "playerStateChangedNotification sent\n");
     SendNotification(BuildPlayerStateChangedNotification(GetPlayerState()));
 }
 
 void CUsbMediaPlayer::SendRepeatModeChangedNotification()
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(1962, LOG_INFO, "repeatModeChangedNotification sent\n");
+    LOG_AT(LogLine::kRepeatModeChangedSent, LOG_INFO, "repeatModeChangedNotification sent\n");
     SendNotification(BuildRepeatModeChangedNotification(m_repeatMode));
 }
 
 void CUsbMediaPlayer::SendShuffleModeChangedNotification()
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(1978, LOG_INFO, "shuffleModeChangedNotification sent\n");
+    LOG_AT(LogLine::kShuffleModeChangedSent, LOG_INFO, "shuffleModeChangedNotification sent\n");
     SendNotification(BuildShuffleModeChangedNotification(m_isShuffle));
 }
 
@@ -110,7 +107,7 @@ void CUsbMediaPlayer::SendShuffleModeChangedNotification()
 void CUsbMediaPlayer::SendTrackTimeNotification()
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(1994, LOG_INFO, "trackTimeNotification sent\n");
+    LOG_AT(LogLine::kTrackTimeSent, LOG_INFO, "trackTimeNotification sent\n");
     m_trackDuration = m_currentTrack.m_duration;
     SendNotification(BuildTrackTimeNotification(GetCurrentTrackTime(), m_trackDuration));
 }
@@ -118,7 +115,7 @@ void CUsbMediaPlayer::SendTrackTimeNotification()
 void CUsbMediaPlayer::SendEndOfPlayListNotification()
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(2010, LOG_INFO, "endOfPlayListNotification sent\n");
+    LOG_AT(LogLine::kEndOfPlayListSent, LOG_INFO, "endOfPlayListNotification sent\n");
     SendNotification(BuildEndOfPlayListNotification());
 }
 
@@ -126,6 +123,6 @@ void CUsbMediaPlayer::SendUsbConnectionNotification(const std::string& deviceNam
                                                     const std::string& errorCode)
 {
     const PlayerLock lock(m_playerMutex);
-    LOG_AT(2071, LOG_INFO, "usbConnectionNotification sent\n");
+    LOG_AT(LogLine::kUsbConnectionSent, LOG_INFO, "usbConnectionNotification sent\n");
     SendNotification(BuildUsbConnectionNotification(deviceName, connected, errorCode));
 }

@@ -9,7 +9,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CRecursiveMutex>;
 }  // namespace
 
 // Collects the audio files around `target` into m_playlist and points

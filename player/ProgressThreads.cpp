@@ -6,7 +6,7 @@
 #include <chrono>
 
 namespace {
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CRecursiveMutex>;
 using std::chrono::microseconds;
 
 constexpr int64_t kSeekStepNs = 15 * GST_SECOND;
@@ -20,11 +20,11 @@ bool IsSeekingState(int32_t state)
 }
 
 // Sleeps for `period`, cut short only by the stop flag.
-void SleepUnlessStopping(std::mutex& mutex, std::condition_variable& wake, microseconds period,
+void SleepUnlessStopping(CMutex& mutex, std::condition_variable& wake, microseconds period,
                          const std::atomic<bool>& stop)
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    wake.wait_for(lock, period, [&stop] { return stop.load(); });
+    CUniqueLock lock(mutex);
+    wake.wait_for(lock.Native(), period, [&stop] { return stop.load(); });
 }
 }  // namespace
 
@@ -32,13 +32,13 @@ void SleepUnlessStopping(std::mutex& mutex, std::condition_variable& wake, micro
 // about to wait either sees the new state or gets the wake.
 void CUsbMediaPlayer::WakeProgressThread()
 {
-    { const std::lock_guard<std::mutex> lock(m_progressMutex); }
+    { const CLockGuard<CMutex> lock(m_progressMutex); }
     m_progressCond.notify_all();
 }
 
 void CUsbMediaPlayer::WakeSeekThread()
 {
-    { const std::lock_guard<std::mutex> lock(m_seekMutex); }
+    { const CLockGuard<CMutex> lock(m_seekMutex); }
     m_seekCond.notify_all();
 }
 
@@ -50,8 +50,8 @@ void CUsbMediaPlayer::TrackProgressUpdate(CUsbMediaPlayer* player)
             SleepUnlessStopping(self.m_progressMutex, self.m_progressCond, kProgressPeriod, self.m_stopThreads);
             continue;
         }
-        std::unique_lock<std::mutex> lock(self.m_progressMutex);
-        self.m_progressCond.wait(lock, [&self] {
+        CUniqueLock lock(self.m_progressMutex);
+        self.m_progressCond.wait(lock.Native(), [&self] {
             return self.m_stopThreads || IsPlayingState(self.CachedPlayerState());
         });
     }
@@ -79,8 +79,8 @@ void CUsbMediaPlayer::SeekFastForwardRewind(CUsbMediaPlayer* player)
             SleepUnlessStopping(self.m_seekMutex, self.m_seekCond, kSeekPeriod, self.m_stopThreads);
             continue;
         }
-        std::unique_lock<std::mutex> lock(self.m_seekMutex);
-        self.m_seekCond.wait(lock, [&self] {
+        CUniqueLock lock(self.m_seekMutex);
+        self.m_seekCond.wait(lock.Native(), [&self] {
             return self.m_stopThreads || IsSeekingState(self.CachedPlayerState());
         });
     }

@@ -7,7 +7,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CRecursiveMutex>;
 
 std::string NoFileSelected(const CTrackInfo& track)
 {

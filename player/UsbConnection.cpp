@@ -4,29 +4,21 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Logger.h"
+#include "player/UsbSticks.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-
-// True when a track in `directory` lives on the stick named `device`.
-bool TrackIsOnDevice(const std::string& directory, const std::string& device)
-{
-    const auto contains = [&directory](const char* text) {
-        return directory.find(text) != std::string::npos;
-    };
-    return (device == "usb1" && contains("usb-stick1")) || (device == "usb2" && contains("usb-stick2"));
-}
 }  // namespace
 
 void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool connected,
                                            const std::string& errorCode)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     LOG(LOG_DEBUG, "UsbConnectionNotification received. %s isConnected = %d errorcode: %s\n",
         device.c_str(), connected, errorCode.c_str());
 
     bool changed = false;
-    if (device == "usb1") {
+    if (device == kFirstStick.deviceName) {
         changed = connected != m_usbDevice1.m_isConnected;
         m_usbDevice1.m_isConnected = connected;
         m_usbDevice1.m_errorCode = errorCode;
@@ -57,20 +49,20 @@ void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 
 bool CUsbMediaPlayer::IsUsbConnected(const std::string& deviceName)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     RefreshClients();
     ClearError();
-    return deviceName == "usb1" && m_usbDevice1.m_isConnected;
+    return deviceName == kFirstStick.deviceName && m_usbDevice1.m_isConnected;
 }
 
 std::string CUsbMediaPlayer::GetUsbErrorCode()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     return m_usbDevice1.m_errorCode;
 }
 
 CUsbDeviceStatus CUsbMediaPlayer::GetUsbDevice1()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     return m_usbDevice1;
 }

@@ -3,21 +3,15 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Environment.h"
-
-#include <dirent.h>
-
-#include <memory>
+#include "core/PosixHandles.h"
+#include "player/UsbSticks.h"
 
 namespace {
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
-
-struct DirClose {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
+using PlayerLock = CLockGuard<CRecursiveMutex>;
 
 bool OpensAsDirectory(const std::string& path)
 {
-    return std::unique_ptr<DIR, DirClose>(opendir(path.c_str())) != nullptr;
+    return DirPtr(opendir(path.c_str())) != nullptr;
 }
 }  // namespace
 
@@ -33,8 +27,8 @@ CUsbMediaPlayer::CUsbMediaPlayer()
     // Nothing is loaded yet: no texts, no path, no duration (a default track
     // record stands for the mount root instead).
     m_currentTrack.ClearTrack();
-    m_usbDevice1.m_deviceName = "usb1";
-    m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath("/mnt/usb-stick1"));
+    m_usbDevice1.m_deviceName = kFirstStick.deviceName;
+    m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath(kFirstStick.mountPoint));
     m_usbDevice1.m_errorCode = "";
     // Every member and mutex exists by now, so the threads may use them at once.
     m_progressThread = std::thread(&CUsbMediaPlayer::TrackProgressUpdate, this);
@@ -66,7 +60,7 @@ void CUsbMediaPlayer::Shutdown()
 int32_t CUsbMediaPlayer::GetPlayerState()
 {
     const PlayerLock lock(m_playerMutex);
-    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    const CLockGuard<CMutex> stateLock(m_stateMutex);
     if (m_playerState != STATE_UNKNOWN) {
         return m_playerState;
     }
@@ -89,7 +83,7 @@ void CUsbMediaPlayer::SetPlayerState(int32_t state)
     const PlayerLock lock(m_playerMutex);
     const int32_t before = GetPlayerState();
     {
-        const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+        const CLockGuard<CMutex> stateLock(m_stateMutex);
         m_playerState = state;
     }
     if (GetPlayerState() != before) {
@@ -99,7 +93,7 @@ void CUsbMediaPlayer::SetPlayerState(int32_t state)
 
 int32_t CUsbMediaPlayer::CachedPlayerState()
 {
-    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    const CLockGuard<CMutex> stateLock(m_stateMutex);
     return m_playerState;
 }
 
@@ -110,13 +104,13 @@ bool CUsbMediaPlayer::IsPlaying()
 
 uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
 {
-    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_currentTime;
 }
 
 void CUsbMediaPlayer::SetCurrentTrackTimeValue(uint32_t seconds)
 {
-    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
+    const PlayerLock lock(m_playerMutex);
     m_currentTime = seconds;
 }
 

@@ -2,10 +2,13 @@
 
 #include "control/NotificationBuilders.h"
 #include "core/Error.h"
+#include "core/Mutex.h"
 #include "library/File.h"
 #include "library/FileList.h"
 #include "library/FolderGroups.h"
 #include "player/GstHandles.h"
+#include "player/PlayerOutcome.h"
+#include "player/PlayerState.h"
 #include "player/UsbDeviceStatus.h"
 
 #include <gst/gst.h>
@@ -15,7 +18,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <list>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -27,51 +29,38 @@ class TcpServer;
 }
 }  // namespace Json
 
-// Player states as clients see them ("playerState").
-enum PlayerState : int32_t {
-    STATE_UNKNOWN = -1,
-    STATE_STOPPED = 0,
-    STATE_PAUSED = 3,
-    STATE_PLAYING = 4,
-    STATE_FAST_FORWARD = 5,
-    STATE_REWIND = 6,
-};
-
-// "Playing" in the wide sense: playing, fast forward or rewind.
-inline bool IsPlayingState(int32_t state)
-{
-    return state == STATE_PLAYING || state == STATE_FAST_FORWARD || state == STATE_REWIND;
-}
-
-// Repeat modes ("mode"); other values are stored as given and act like none.
-enum RepeatMode : int32_t {
-    REPEAT_NONE = 0,
-    REPEAT_ONE = 1,
-    REPEAT_ALL = 2,
-};
-
-// What one player operation returned together with the status (code and
-// message, "Success" for 0) that it left behind, read as one.
-template <typename Result>
-struct SPlayerOutcome {
-    Result value;
-    int code;
-    std::string message;
-};
-
 // The one object that owns playback: current track, playlist and position,
 // repeat and shuffle, the decoding pipeline, the state clients see, the
 // progress and seek threads, the USB stick records and the media lists.
 //
-// Locking: every operation takes m_playerMutex (recursive, as operations
-// call each other) for its whole run, except while sleeping or waiting, so
-// the request thread, the main loop's bus watch, the worker threads and the
-// album-art workers never touch the player's members at the same time.
-// m_stateMutex and m_timeMutex are leaf locks for the two values clients
-// poll. The decoder's pad callback runs on a streaming thread and touches
-// no player member, so tearing a pipeline down under the lock is safe.
-// Notifications are queued to the server without blocking, so they are
-// sent with the player lock held.
+// Locking (checked by clang's -Wthread-safety, see core/ThreadAnnotations.h):
+// every public operation takes m_playerMutex for its whole run, except while
+// sleeping or waiting, so the request thread, the main loop's bus watch, the
+// worker threads and the album-art workers never touch the player's members
+// at the same time. Private helpers marked REQUIRES(m_playerMutex) assume the
+// caller holds it. Lock order: m_playerMutex, then any of m_stateMutex,
+// m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
+// none of them is held while another lock is taken).
+// m_stateMutex guards the state alone, so the worker threads can read it in
+// their wait conditions while holding their wake mutex (taking the player
+// lock there would invert the order, as the player wakes them under it).
+// m_albumArtMutex lets an album-art worker copy the image without the player
+// lock. The decoder's pad callback runs on a streaming thread and touches no
+// player member, so tearing a pipeline down under the lock is safe.
+// Notifications are queued to the server without blocking, so they are sent
+// with the player lock held.
+//
+// Why m_playerMutex is recursive: the public operations are also the
+// building blocks of one another and are re-entered on the same thread.
+// PlayList -> PlayTrack -> ResetPlaying -> StopPlaying -> SetPlayerState ->
+// SendPlayerStateChangedNotification -> SendNotification, which, with no
+// client connected, calls StopPlaying again; goToTrackIndex calls
+// StopPlaying, PlayTrack and Pause; OnEndOfStream and HandleBusError call
+// goToTrackIndex, _nextUSB, PlayAllSongs (-> PlayList) and
+// OnUsbConnectionEvent; RunWithStatus holds the lock around any of them.
+// A plain mutex needs a ...Locked twin of each of those operations (about
+// thirty) with the public ones reduced to "lock, call the twin"; until that
+// split is made, the lock stays recursive.
 // The operations are grouped by concern in separate sources: UsbMediaPlayer.cpp
 // (state, lifecycle, accessors), Pipeline.cpp, Transport.cpp, Playlist.cpp,
 // ProgressThreads.cpp, Notifications.cpp, BusMessages.cpp (dispatch and end of
@@ -109,7 +98,7 @@ public:
     template <typename Operation>
     auto RunWithStatus(Operation operation) -> SPlayerOutcome<decltype(operation())>
     {
-        const std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+        const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
         auto value = operation();
         return {std::move(value), m_errorCode, GetErrorText()};
     }
@@ -195,13 +184,14 @@ private:
     static void TrackProgressUpdate(CUsbMediaPlayer* player);
     static void SeekFastForwardRewind(CUsbMediaPlayer* player);
     bool SeekStep(int64_t targetNs);
-    void WakeProgressThread();
-    void WakeSeekThread();
+    void WakeProgressThread() EXCLUDES(m_progressMutex);
+    void WakeSeekThread() EXCLUDES(m_seekMutex);
     bool ReportProgress();
     int32_t StepFastForwardRewind();
-    int64_t ForwardSeekTarget();
-    int64_t BackwardSeekTarget();
-    int32_t CachedPlayerState();
+    int64_t ForwardSeekTarget() REQUIRES(m_playerMutex);
+    int64_t BackwardSeekTarget() REQUIRES(m_playerMutex);
+    // The state as last set, without asking the pipeline or the player lock.
+    int32_t CachedPlayerState() EXCLUDES(m_stateMutex);
     void HandleBusError(GstMessage* message);
     void HandleBusTag(GstMessage* message);
     // Album art (AlbumArt.cpp). ReleaseAlbumArt drops the held image, the
@@ -209,66 +199,59 @@ private:
     // WaitForAlbumArtWorkers blocks until no worker runs; call it without
     // holding m_playerMutex, as workers take it to notify (Shutdown).
     void ReleaseAlbumArt();
-    void WaitForAlbumArtWorkers();
-    void RunAlbumArtWorker();
-    std::vector<uint8_t> GetAlbumArtBytes(uint64_t& generation);
-    void HandleUsbRemoval(const std::string& device);
+    void WaitForAlbumArtWorkers() EXCLUDES(m_playerMutex, m_artWorkersMutex);
+    void RunAlbumArtWorker() EXCLUDES(m_playerMutex);
+    std::vector<uint8_t> GetAlbumArtBytes(uint64_t& generation) EXCLUDES(m_albumArtMutex);
+    void HandleUsbRemoval(const std::string& device) REQUIRES(m_playerMutex);
     void EndPlaylist();
-    bool PlayFolder(const CFile& folder);
+    bool PlayFolder(const CFile& folder) REQUIRES(m_playerMutex);
     void MoveToFrontOfShuffleOrder(uint32_t index);
 
-    std::recursive_mutex m_playerMutex;
+    CRecursiveMutex m_playerMutex;
 
-    CTrackInfo m_currentTrack;
-    CFileList m_folderList;  // the storage index: every folder and file of the stick
-    Json::Rpc::TcpServer* m_pTcpServer = nullptr;
-    std::list<int> m_clients;
-    CFileList m_playlist;
-    CFolderGroups m_folderGroups;  // holds m_usbFileList, the folder last browsed
-    bool m_isShuffle = false;
-    int32_t m_repeatMode = REPEAT_NONE;
-    uint32_t m_playlistSize = 0;
-    uint32_t m_index = 0;
-    uint32_t m_currentTime = 0;         // guarded by m_timeMutex
-    int32_t m_playerState = STATE_UNKNOWN;  // guarded by m_stateMutex
-    uint32_t m_trackDuration = 0;
-    bool m_trackInfoSent = true;
-    bool m_atMaxDepth = false;
-    GstPipelinePtr m_pipeline;  // owns the pipeline; the elements below are views into it
-    GstElement* m_source = nullptr;
-    GstElement* m_decoder = nullptr;
-    GstElement* m_audioBin = nullptr;
-    GstElement* m_audioConvert = nullptr;
-    GstElement* m_audioSink = nullptr;
-    guint m_busWatchId = 0;
-    std::vector<uint32_t> m_shuffleOrder;
-    int32_t m_shuffleIndex = 0;
-    CUsbDeviceStatus m_usbDevice1;
-    CUsbDeviceStatus m_usbDevice2;
+    CTrackInfo m_currentTrack GUARDED_BY(m_playerMutex);
+    // The storage index: every folder and file of the stick.
+    CFileList m_folderList GUARDED_BY(m_playerMutex);
+    Json::Rpc::TcpServer* m_pTcpServer GUARDED_BY(m_playerMutex) = nullptr;
+    std::list<int> m_clients GUARDED_BY(m_playerMutex);
+    CFileList m_playlist GUARDED_BY(m_playerMutex);
+    // Holds m_usbFileList, the folder last browsed.
+    CFolderGroups m_folderGroups GUARDED_BY(m_playerMutex);
+    bool m_isShuffle GUARDED_BY(m_playerMutex) = false;
+    int32_t m_repeatMode GUARDED_BY(m_playerMutex) = REPEAT_NONE;
+    uint32_t m_playlistSize GUARDED_BY(m_playerMutex) = 0;
+    uint32_t m_index GUARDED_BY(m_playerMutex) = 0;
+    uint32_t m_currentTime GUARDED_BY(m_playerMutex) = 0;
+    uint32_t m_trackDuration GUARDED_BY(m_playerMutex) = 0;
+    bool m_trackInfoSent GUARDED_BY(m_playerMutex) = true;
+    bool m_atMaxDepth GUARDED_BY(m_playerMutex) = false;
+    GstPipelinePtr m_pipeline GUARDED_BY(m_playerMutex);
+    std::vector<uint32_t> m_shuffleOrder GUARDED_BY(m_playerMutex);
+    int32_t m_shuffleIndex GUARDED_BY(m_playerMutex) = 0;
+    CUsbDeviceStatus m_usbDevice1 GUARDED_BY(m_playerMutex);
     // Written under the player lock; read without it by the listener loop
     // after every wait, so that an idle check costs no lock.
     std::atomic<bool> m_albumArtRequested{false};
 
     // Tag and album-art state of the current track.
-    uint32_t m_tagMessageCount = 0;
-    uint32_t m_notFoundCount = 0;
-    GstSample* m_albumArtSample = nullptr;  // guarded by m_albumArtMutex
-    std::string m_lastArtFilePath;
-    std::mutex m_albumArtMutex;
-    uint64_t m_albumArtGeneration = 0;  // guarded by m_albumArtMutex; bumped on release
-    std::mutex m_artWorkersMutex;
+    uint32_t m_tagMessageCount GUARDED_BY(m_playerMutex) = 0;
+    uint32_t m_notFoundCount GUARDED_BY(m_playerMutex) = 0;
+    std::string m_lastArtFilePath GUARDED_BY(m_playerMutex);
+    CMutex m_albumArtMutex;
+    GstSamplePtr m_albumArtSample GUARDED_BY(m_albumArtMutex);
+    uint64_t m_albumArtGeneration GUARDED_BY(m_albumArtMutex) = 0;  // bumped on release
+    CMutex m_artWorkersMutex;
     std::condition_variable m_artWorkersDone;
-    uint32_t m_artWorkers = 0;  // guarded by m_artWorkersMutex
+    uint32_t m_artWorkers GUARDED_BY(m_artWorkersMutex) = 0;
 
-    std::mutex m_notifyMutex;  // one notification at a time on the client sockets
-    std::mutex m_stateMutex;
-    std::mutex m_timeMutex;
+    CMutex m_stateMutex;
+    int32_t m_playerState GUARDED_BY(m_stateMutex) = STATE_UNKNOWN;
 
     // Worker threads and their wake-ups.
     std::atomic<bool> m_stopThreads{false};
-    std::mutex m_progressMutex;
+    CMutex m_progressMutex;
     std::condition_variable m_progressCond;
-    std::mutex m_seekMutex;
+    CMutex m_seekMutex;
     std::condition_variable m_seekCond;
     std::thread m_progressThread;
     std::thread m_seekThread;
