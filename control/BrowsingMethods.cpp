@@ -56,7 +56,7 @@ bool UsbMediaRequestHandler::getFileListUSB(const Json::Value& request, Json::Va
     LOG(LOG_INFO, "Path to get index of %s\n", path.c_str());
     LOG(LOG_INFO, "Max number of files to send: %d\n", itemCount);
 
-    const auto listed = m_pPlayer->RunWithStatus([&] { return m_pPlayer->GetFileListByPath(path, isMaxDepth); });
+    const auto listed = m_pPlayer->RunWithStatus(&CUsbMediaPlayer::GetFileListByPathLocked, path, isMaxDepth);
     const std::vector<CFile>& files = listed.value;
     SetErrorIfFailed(listed, files.empty(), response);
     LOG(LOG_INFO, "Got the list of files. List size: %d\n", static_cast<int>(files.size()));
@@ -74,7 +74,7 @@ bool UsbMediaRequestHandler::getFileListByGroupID(const Json::Value& request, Js
     const bool isMaxDepth = ReadBool(params, "isMaxDepth");
 
     const auto listed =
-        m_pPlayer->RunWithStatus([&] { return m_pPlayer->_getFileListByGroupID(groupId, isMaxDepth); });
+        m_pPlayer->RunWithStatus(&CUsbMediaPlayer::_getFileListByGroupIDLocked, groupId, isMaxDepth);
     const std::vector<CFile>& files = listed.value;
     SetErrorIfFailed(listed, files.empty(), response);
     FillBrowseResult(files, params, itemCount, Json::arrayValue, response["result"]);
@@ -90,7 +90,7 @@ bool UsbMediaRequestHandler::searchFilesUSB(const Json::Value& request, Json::Va
     const int itemCount = ReadInt(params, "itemCount");
     const int startIndex = ReadInt(params, "startIndex");
 
-    const auto found = m_pPlayer->RunWithStatus([&] { return m_pPlayer->SearchFiles(path, searchText); });
+    const auto found = m_pPlayer->RunWithStatus(&CUsbMediaPlayer::SearchFilesLocked, path, searchText);
     const std::vector<CFile>& files = found.value;
     SetErrorIfFailed(found, files.empty(), response);
     const SSearchPage page = SearchPage(files.size(), startIndex, itemCount);

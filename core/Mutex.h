@@ -20,17 +20,7 @@ private:
     std::mutex m_mutex;
 };
 
-// The same thread may take it again while holding it.
-class CAPABILITY("mutex") CRecursiveMutex {
-public:
-    void lock() ACQUIRE() { m_mutex.lock(); }
-    void unlock() RELEASE() { m_mutex.unlock(); }
-
-private:
-    std::recursive_mutex m_mutex;
-};
-
-// Holds a CMutex or CRecursiveMutex for its scope.
+// Holds a mutex for its scope.
 template <typename Mutex>
 class SCOPED_CAPABILITY CLockGuard {
 public:

@@ -16,6 +16,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = CLockGuard<CMutex>;
 constexpr mode_t kArtDirectoryMode = 0770;
 
 bool PathExists(const std::string& path)
@@ -75,7 +76,7 @@ std::string WriteAlbumArtFile(const std::vector<uint8_t>& bytes)
 
 void CUsbMediaPlayer::RequestAlbumArt()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     m_albumArtRequested = true;
 }
 
@@ -84,7 +85,7 @@ void CUsbMediaPlayer::CheckAlbumArt()
     if (!m_albumArtRequested) {
         return;
     }
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const CLockGuard<CMutex> lock(m_playerMutex);
     if (!m_albumArtRequested) {
         return;
     }
@@ -105,16 +106,15 @@ void CUsbMediaPlayer::CheckAlbumArt()
 }
 
 // The art file last written for the current track; "" before one was
-// written (ReleaseAlbumArt forgets it when the track ends).
+// written (ReleaseAlbumArtLocked forgets it when the track ends).
 std::string CUsbMediaPlayer::GetBufferedAlbumArt()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_lastArtFilePath;
 }
 
-void CUsbMediaPlayer::ReleaseAlbumArt()
+void CUsbMediaPlayer::ReleaseAlbumArtLocked()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     GstSamplePtr released;  // unreferenced outside the art lock
     {
         const CLockGuard<CMutex> artLock(m_albumArtMutex);
@@ -161,7 +161,7 @@ void CUsbMediaPlayer::RunAlbumArtWorker()
     const std::vector<uint8_t> bytes = GetAlbumArtBytes(generation);
     const std::string path = WriteAlbumArtFile(bytes);
     {
-        const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+        const CLockGuard<CMutex> lock(m_playerMutex);
         bool sameTrack = false;
         {
             const CLockGuard<CMutex> artLock(m_albumArtMutex);
@@ -171,7 +171,7 @@ void CUsbMediaPlayer::RunAlbumArtWorker()
         if (sameTrack && !path.empty()) {
             m_lastArtFilePath = path;
         }
-        SendTrackAlbumArtNotification(path);
+        SendTrackAlbumArtNotificationLocked(path);
     }
     const CLockGuard<CMutex> workersLock(m_artWorkersMutex);
     --m_artWorkers;

@@ -30,9 +30,8 @@ std::string StickRoot(const std::string& directory)
 }
 }  // namespace
 
-void CUsbMediaPlayer::HandleBusError(GstMessage* message)
+void CUsbMediaPlayer::HandleBusErrorLocked(GstMessage* message)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     GError* rawError = nullptr;
     gchar* rawDebug = nullptr;
     gst_message_parse_error(message, &rawError, &rawDebug);
@@ -47,22 +46,22 @@ void CUsbMediaPlayer::HandleBusError(GstMessage* message)
     const std::string directory = m_currentTrack.m_path;
     if (error->code == kReadCode) {
         LOG(LOG_INFO, "Unreadable resource\n");
-        StopPlaying();
-        SendTrackInfoNotification();
-        OnUsbConnectionEvent(StickDevice(directory), false, "badFile");
+        StopPlayingLocked();
+        SendTrackInfoNotificationLocked();
+        OnUsbConnectionEventLocked(StickDevice(directory), false, "badFile");
         return;
     }
     if (error->code != kNotFoundCode) {
-        _nextUSB();
+        _nextUSBLocked();
         return;
     }
     // First miss: the stick's content may have changed, play it again from
     // its root. Second miss: report the stick as failed.
     if (m_notFoundCount == 0) {
-        PlayAllSongs(StickRoot(directory));
+        PlayAllSongsLocked(StickRoot(directory));
         ++m_notFoundCount;
         return;
     }
-    OnUsbConnectionEvent(StickDevice(directory), false, "fileNotFound");
+    OnUsbConnectionEventLocked(StickDevice(directory), false, "fileNotFound");
     m_notFoundCount = 0;
 }

@@ -9,6 +9,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = CLockGuard<CMutex>;
 
 // The folder's records from the index, cached by path. Only a rebuilt empty
 // list sets -10 (and prints it): a folder answered from the cache keeps the
@@ -38,10 +39,15 @@ const char* StickOf(const std::string& indexedPath)
 
 std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t groupId, bool atMaxDepth)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return _getFileListByGroupIDLocked(groupId, atMaxDepth);
+}
+
+std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupIDLocked(uint32_t groupId, bool atMaxDepth)
+{
     ClearError();
     m_atMaxDepth = atMaxDepth;
-    std::string folderPath = GetCurrentRootPath();
+    std::string folderPath = GetCurrentRootPathLocked();
     if (groupId != 0) {
         const CFile group = m_folderList.FindById(groupId);
         if (group.m_id != groupId || !group.m_isFolder) {
@@ -55,7 +61,12 @@ std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t groupId, bool
 
 std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, bool atMaxDepth)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return GetFileListByPathLocked(path, atMaxDepth);
+}
+
+std::vector<CFile> CUsbMediaPlayer::GetFileListByPathLocked(const std::string& path, bool atMaxDepth)
+{
     ClearError();
     m_atMaxDepth = atMaxDepth;
     return FolderList(m_folderGroups, m_folderList, *this, path);
@@ -63,8 +74,13 @@ std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, b
 
 std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const std::string& searchText)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
-    RefreshClients();
+    const PlayerLock lock(m_playerMutex);
+    return SearchFilesLocked(path, searchText);
+}
+
+std::vector<CFile> CUsbMediaPlayer::SearchFilesLocked(const std::string& path, const std::string& searchText)
+{
+    RefreshClientsLocked();
     ClearError();
     m_folderGroups.m_usbFileList.Scan(path, searchText, true, true, false, 0);
     // The folder list now holds search results, not m_groupPath's content.
@@ -74,7 +90,12 @@ std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const s
 
 bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return IndexStorageLocked(path);
+}
+
+bool CUsbMediaPlayer::IndexStorageLocked(const std::string& path)
+{
     const bool found = BuildStorageIndex(m_folderList, path);
     m_folderGroups.MarkDirty();
     m_folderGroups.m_rootPath = StickOf(path);
@@ -89,22 +110,27 @@ bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 
 bool CUsbMediaPlayer::IndexDevice(const std::string& deviceName)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     if (deviceName != kFirstStick.deviceName) {
         return false;
     }
-    return IndexStorage(SystemPath(kFirstStick.mountPoint));
+    return IndexStorageLocked(SystemPath(kFirstStick.mountPoint));
 }
 
 uint32_t CUsbMediaPlayer::GetStorageCrc32()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return StorageIndexCrc32(m_folderList);
 }
 
 std::string CUsbMediaPlayer::GetCurrentRootPath()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return GetCurrentRootPathLocked();
+}
+
+std::string CUsbMediaPlayer::GetCurrentRootPathLocked()
+{
     const std::string& root = m_folderGroups.m_rootPath;
     return SystemPath(root.empty() ? kFirstStick.mountPoint : root);
 }

@@ -8,7 +8,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = CLockGuard<CRecursiveMutex>;
+using PlayerLock = CLockGuard<CMutex>;
 
 GstCapsPtr PadCaps(GstPad* pad)
 {
@@ -123,22 +123,20 @@ bool IsLoadable(const CTrackInfo& track)
 }
 }  // namespace
 
-bool CUsbMediaPlayer::SetTrack(const CFile& file)
+bool CUsbMediaPlayer::SetTrackLocked(const CFile& file)
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "SetTrack\n");
     return m_currentTrack.SetFromFile(file);
 }
 
 // Loads entry m_index into a new pipeline, left in the NULL state.
-bool CUsbMediaPlayer::ResetPlaying()
+bool CUsbMediaPlayer::ResetPlayingLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "ResetPlaying\n");
-    StopPlaying();
+    StopPlayingLocked();
     if (m_index < m_playlist.m_files.size()) {
         const CFile entry = m_playlist.m_files[m_index];
-        SetTrack(entry);
+        SetTrackLocked(entry);
     }
     const std::string location = m_currentTrack.m_path + "/" + m_currentTrack.m_name;
     if (!IsLoadable(m_currentTrack)) {
@@ -153,25 +151,29 @@ bool CUsbMediaPlayer::ResetPlaying()
     return true;
 }
 
-bool CUsbMediaPlayer::PlayTrack()
+bool CUsbMediaPlayer::PlayTrackLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "PlayTrack\n");
-    if (ResetPlaying()) {
+    if (ResetPlayingLocked()) {
         LOG(LOG_INFO, "Start GST Pipeline\n");
-        SetPlayerState(STATE_PLAYING);
+        SetPlayerStateLocked(STATE_PLAYING);
         // The notification may have found no client and stopped playback.
         if (m_pipeline) {
             gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
         }
         WakeProgressThread();
     }
-    return GetPlayerState() == STATE_PLAYING;
+    return GetPlayerStateLocked() == STATE_PLAYING;
 }
 
 void CUsbMediaPlayer::StopPlaying()
 {
     const PlayerLock lock(m_playerMutex);
+    StopPlayingLocked();
+}
+
+void CUsbMediaPlayer::StopPlayingLocked()
+{
     LOG(LOG_INFO, "StopPlaying\n");
     if (m_pipeline) {
         // Messages of the old pipeline are of no interest any more.
@@ -179,19 +181,18 @@ void CUsbMediaPlayer::StopPlaying()
         gst_bus_remove_watch(bus.get());
         m_pipeline.reset();
     }
-    SetPlayerState(STATE_STOPPED);
-    SetCurrentTrackTimeValue(0);
+    SetPlayerStateLocked(STATE_STOPPED);
+    SetCurrentTrackTimeValueLocked(0);
     m_currentTrack.ClearTrack();
     m_tagMessageCount = 0;
-    ReleaseAlbumArt();
+    ReleaseAlbumArtLocked();
 }
 
-bool CUsbMediaPlayer::SetCurrentTrackTime()
+bool CUsbMediaPlayer::SetCurrentTrackTimeLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     gint64 position = 0;
     if (m_pipeline && gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
-        SetCurrentTrackTimeValue(static_cast<uint32_t>(position / GST_SECOND));
+        SetCurrentTrackTimeValueLocked(static_cast<uint32_t>(position / GST_SECOND));
         return true;
     }
     LOG(LOG_WARN, "SetCurrentTrackTime result is false!\n");
@@ -199,9 +200,8 @@ bool CUsbMediaPlayer::SetCurrentTrackTime()
 }
 
 // A duration of 0 s (not known yet) keeps the one stored.
-bool CUsbMediaPlayer::QueryTrackDuration()
+bool CUsbMediaPlayer::QueryTrackDurationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     gint64 duration = 0;
     if (m_pipeline && gst_element_query_duration(m_pipeline.get(), GST_FORMAT_TIME, &duration)) {
         const gint64 seconds = duration / GST_SECOND;

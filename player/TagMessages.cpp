@@ -48,9 +48,8 @@ GstSamplePtr CoverImage(const GstTagList* tags)
 }
 }  // namespace
 
-void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
+void CUsbMediaPlayer::HandleBusTagLocked(GstMessage* message)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
     if (m_tagMessageCount >= kTagMessagesRead) {
         return;
     }
@@ -67,8 +66,8 @@ void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
 
     if (m_tagMessageCount == kTrackInfoMessage || IsWavFileName(m_currentTrack.m_name)) {
         LOG(LOG_INFO, "Sending Out TrackInfo Notification since some info was updated\n");
-        QueryTrackDuration();
-        SendTrackInfoNotification();
+        QueryTrackDurationLocked();
+        SendTrackInfoNotificationLocked();
     }
 
     GstSamplePtr image = CoverImage(tags.get());

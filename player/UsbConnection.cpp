@@ -8,12 +8,19 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = CLockGuard<CMutex>;
 }  // namespace
 
 void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool connected,
                                            const std::string& errorCode)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    OnUsbConnectionEventLocked(device, connected, errorCode);
+}
+
+void CUsbMediaPlayer::OnUsbConnectionEventLocked(const std::string& device, bool connected,
+                                           const std::string& errorCode)
+{
     LOG(LOG_DEBUG, "UsbConnectionNotification received. %s isConnected = %d errorcode: %s\n",
         device.c_str(), connected, errorCode.c_str());
 
@@ -27,7 +34,7 @@ void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool conne
         HandleUsbRemoval(device);
     }
     if (changed) {
-        SendUsbConnectionNotification(device, connected, errorCode);
+        SendUsbConnectionNotificationLocked(device, connected, errorCode);
     }
 }
 
@@ -36,7 +43,7 @@ void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool conne
 void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 {
     if (TrackIsOnDevice(m_currentTrack.m_path, device)) {
-        StopPlaying();
+        StopPlayingLocked();
         m_currentTrack.SetName("");
         m_currentTrack.SetPath("");
         m_currentTrack.m_id = kNoEntryId;
@@ -49,20 +56,20 @@ void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 
 bool CUsbMediaPlayer::IsUsbConnected(const std::string& deviceName)
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
-    RefreshClients();
+    const PlayerLock lock(m_playerMutex);
+    RefreshClientsLocked();
     ClearError();
     return deviceName == kFirstStick.deviceName && m_usbDevice1.m_isConnected;
 }
 
 std::string CUsbMediaPlayer::GetUsbErrorCode()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_usbDevice1.m_errorCode;
 }
 
 CUsbDeviceStatus CUsbMediaPlayer::GetUsbDevice1()
 {
-    const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_usbDevice1;
 }

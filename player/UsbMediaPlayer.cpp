@@ -7,7 +7,7 @@
 #include "player/UsbSticks.h"
 
 namespace {
-using PlayerLock = CLockGuard<CRecursiveMutex>;
+using PlayerLock = CLockGuard<CMutex>;
 
 bool OpensAsDirectory(const std::string& path)
 {
@@ -60,6 +60,11 @@ void CUsbMediaPlayer::Shutdown()
 int32_t CUsbMediaPlayer::GetPlayerState()
 {
     const PlayerLock lock(m_playerMutex);
+    return GetPlayerStateLocked();
+}
+
+int32_t CUsbMediaPlayer::GetPlayerStateLocked()
+{
     const CLockGuard<CMutex> stateLock(m_stateMutex);
     if (m_playerState != STATE_UNKNOWN) {
         return m_playerState;
@@ -78,16 +83,15 @@ int32_t CUsbMediaPlayer::GetPlayerState()
 }
 
 // Clients hear of a state only when what they can see changes.
-void CUsbMediaPlayer::SetPlayerState(int32_t state)
+void CUsbMediaPlayer::SetPlayerStateLocked(int32_t state)
 {
-    const PlayerLock lock(m_playerMutex);
-    const int32_t before = GetPlayerState();
+    const int32_t before = GetPlayerStateLocked();
     {
         const CLockGuard<CMutex> stateLock(m_stateMutex);
         m_playerState = state;
     }
-    if (GetPlayerState() != before) {
-        SendPlayerStateChangedNotification();
+    if (GetPlayerStateLocked() != before) {
+        SendPlayerStateChangedNotificationLocked();
     }
 }
 
@@ -97,20 +101,24 @@ int32_t CUsbMediaPlayer::CachedPlayerState()
     return m_playerState;
 }
 
-bool CUsbMediaPlayer::IsPlaying()
+bool CUsbMediaPlayer::IsPlayingLocked()
 {
-    return IsPlayingState(GetPlayerState());
+    return IsPlayingState(GetPlayerStateLocked());
 }
 
 uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
 {
     const PlayerLock lock(m_playerMutex);
+    return GetCurrentTrackTimeLocked();
+}
+
+uint32_t CUsbMediaPlayer::GetCurrentTrackTimeLocked()
+{
     return m_currentTime;
 }
 
-void CUsbMediaPlayer::SetCurrentTrackTimeValue(uint32_t seconds)
+void CUsbMediaPlayer::SetCurrentTrackTimeValueLocked(uint32_t seconds)
 {
-    const PlayerLock lock(m_playerMutex);
     m_currentTime = seconds;
 }
 
@@ -126,15 +134,13 @@ bool CUsbMediaPlayer::IsShuffle()
     return m_isShuffle;
 }
 
-uint32_t CUsbMediaPlayer::GetPlaylistSize()
+uint32_t CUsbMediaPlayer::GetPlaylistSizeLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     return m_playlistSize;
 }
 
-uint32_t CUsbMediaPlayer::GetCurrentTrackNumber()
+uint32_t CUsbMediaPlayer::GetCurrentTrackNumberLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     return m_playlistSize == 0 ? 0 : m_index + 1;
 }
 

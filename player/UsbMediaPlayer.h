@@ -37,8 +37,7 @@ class TcpServer;
 // every public operation takes m_playerMutex for its whole run, except while
 // sleeping or waiting, so the request thread, the main loop's bus watch, the
 // worker threads and the album-art workers never touch the player's members
-// at the same time. Private helpers marked REQUIRES(m_playerMutex) assume the
-// caller holds it. Lock order: m_playerMutex, then any of m_stateMutex,
+// at the same time. Lock order: m_playerMutex, then any of m_stateMutex,
 // m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
 // none of them is held while another lock is taken).
 // m_stateMutex guards the state alone, so the worker threads can read it in
@@ -50,17 +49,10 @@ class TcpServer;
 // Notifications are queued to the server without blocking, so they are sent
 // with the player lock held.
 //
-// Why m_playerMutex is recursive: the public operations are also the
-// building blocks of one another and are re-entered on the same thread.
-// PlayList -> PlayTrack -> ResetPlaying -> StopPlaying -> SetPlayerState ->
-// SendPlayerStateChangedNotification -> SendNotification, which, with no
-// client connected, calls StopPlaying again; goToTrackIndex calls
-// StopPlaying, PlayTrack and Pause; OnEndOfStream and HandleBusError call
-// goToTrackIndex, _nextUSB, PlayAllSongs (-> PlayList) and
-// OnUsbConnectionEvent; RunWithStatus holds the lock around any of them.
-// A plain mutex needs a ...Locked twin of each of those operations (about
-// thirty) with the public ones reduced to "lock, call the twin"; until that
-// split is made, the lock stays recursive.
+// Public operations take m_playerMutex (a plain mutex) and are marked
+// EXCLUDES(m_playerMutex): calling one with the lock held is a compile error
+// under clang. Their bodies, and every helper that other operations call,
+// are ...Locked functions marked REQUIRES(m_playerMutex).
 // The operations are grouped by concern in separate sources: UsbMediaPlayer.cpp
 // (state, lifecycle, accessors), Pipeline.cpp, Transport.cpp, Playlist.cpp,
 // ProgressThreads.cpp, Notifications.cpp, BusMessages.cpp (dispatch and end of
@@ -78,136 +70,172 @@ public:
     void Shutdown();
 
     // --- State (UsbMediaPlayer.cpp) ---
-    int32_t GetPlayerState();
-    void SetPlayerState(int32_t state);
-    bool IsPlaying();
-    uint32_t GetCurrentTrackTime();
-    void SetCurrentTrackTimeValue(uint32_t seconds);
-    int32_t GetRepeatMode();
-    bool IsShuffle();
-    uint32_t GetPlaylistSize();
-    uint32_t GetCurrentTrackNumber();
-    CTrackInfo GetCurrentTrack();
-    int GetErrorCode();
-    std::string GetErrorMessage();
-    // Runs `operation` (a call of one of this player's operations) and reads
-    // the status it left, all under one hold of the player lock: the bus
-    // watch and the worker threads set and clear the same status, and
-    // between two separate reads a reply could pick up their code or text.
-    // The lock is recursive, so the operation takes it again as usual.
-    template <typename Operation>
-    auto RunWithStatus(Operation operation) -> SPlayerOutcome<decltype(operation())>
+    int32_t GetPlayerState() EXCLUDES(m_playerMutex);
+    uint32_t GetCurrentTrackTime() EXCLUDES(m_playerMutex);
+    int32_t GetRepeatMode() EXCLUDES(m_playerMutex);
+    bool IsShuffle() EXCLUDES(m_playerMutex);
+    CTrackInfo GetCurrentTrack() EXCLUDES(m_playerMutex);
+    int GetErrorCode() EXCLUDES(m_playerMutex);
+    std::string GetErrorMessage() EXCLUDES(m_playerMutex);
+    // Runs `operation`, one of the ...Locked operations below, with `args`
+    // and reads the status it left, all under one hold of the player lock:
+    // the bus watch and the worker threads set and clear the same status,
+    // and between two separate reads a reply could pick up their code or
+    // text. Handlers call RunWithStatus(&CUsbMediaPlayer::PlayListLocked, ...).
+    template <typename Result, typename... Params, typename... Args>
+    SPlayerOutcome<Result> RunWithStatus(Result (CUsbMediaPlayer::*operation)(Params...), Args&&... args)
+        EXCLUDES(m_playerMutex)
     {
-        const CLockGuard<CRecursiveMutex> lock(m_playerMutex);
-        auto value = operation();
+        const CLockGuard<CMutex> lock(m_playerMutex);
+        Result value = (this->*operation)(std::forward<Args>(args)...);
         return {std::move(value), m_errorCode, GetErrorText()};
     }
+    // The operations handlers run through RunWithStatus; each is the body of
+    // the public operation of the same name without "Locked".
+    std::vector<CFile> _getFileListByGroupIDLocked(uint32_t groupId, bool atMaxDepth) REQUIRES(m_playerMutex);
+    std::vector<CFile> GetFileListByPathLocked(const std::string& path, bool atMaxDepth) REQUIRES(m_playerMutex);
+    std::vector<CFile> SearchFilesLocked(const std::string& path,
+                                         const std::string& searchText) REQUIRES(m_playerMutex);
+    bool IndexStorageLocked(const std::string& path) REQUIRES(m_playerMutex);
+    bool PlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
+    bool PlayFileByIdLocked(uint32_t id, bool fullUsb) REQUIRES(m_playerMutex);
+    bool PlayAllSongsLocked(const std::string& rootPath) REQUIRES(m_playerMutex);
+    bool PlayLocked() REQUIRES(m_playerMutex);
+    bool PauseLocked() REQUIRES(m_playerMutex);
+    bool StopLocked() REQUIRES(m_playerMutex);
+    bool RestartTrackLocked() REQUIRES(m_playerMutex);
+    bool PreviousTrackLocked() REQUIRES(m_playerMutex);
+    bool _nextUSBLocked() REQUIRES(m_playerMutex);
+    bool ValidateCurrentTrackLocked() REQUIRES(m_playerMutex);
 
     // --- Notifications (Notifications.cpp) ---
-    void SetTcpServer(Json::Rpc::TcpServer* server);
-    void RefreshClients();
-    void SendNotification(const Json::Value& notification);
+    void SetTcpServer(Json::Rpc::TcpServer* server) EXCLUDES(m_playerMutex);
     // The current track as clients see it, read under the player lock.
-    STrackInfoValues GetTrackInfoValues();
-    void SendTrackInfoNotification();
-    void SendTrackAlbumArtNotification(const std::string& artFilePath);
-    void SendPlayerStateChangedNotification();
-    void SendRepeatModeChangedNotification();
-    void SendShuffleModeChangedNotification();
-    void SendTrackTimeNotification();
-    void SendEndOfPlayListNotification();
-    void SendUsbConnectionNotification(const std::string& deviceName, bool connected,
-                                       const std::string& errorCode);
+    STrackInfoValues GetTrackInfoValues() EXCLUDES(m_playerMutex);
 
     // --- Pipeline (Pipeline.cpp) ---
-    bool SetTrack(const CFile& file);
-    bool ResetPlaying();
-    bool PlayTrack();
-    void StopPlaying();
-    bool SetCurrentTrackTime();
-    bool QueryTrackDuration();
+    void StopPlaying() EXCLUDES(m_playerMutex);
 
     // --- Transport and navigation (Transport.cpp) ---
-    bool Play();
-    bool Pause();
-    bool Stop();
-    bool RestartTrack();
-    bool PreviousTrack();
-    bool _nextUSB();
-    bool goToTrackIndex(uint32_t index);
-    void OnEndOfStream();
-    void SetRepeatMode(int32_t mode);
-    uint32_t GetNextIndex(bool automatic);
-    uint32_t GetPreviousIndex(bool automatic);
+    bool Play() EXCLUDES(m_playerMutex);
+    bool Pause() EXCLUDES(m_playerMutex);
+    bool Stop() EXCLUDES(m_playerMutex);
+    bool RestartTrack() EXCLUDES(m_playerMutex);
+    bool PreviousTrack() EXCLUDES(m_playerMutex);
+    bool _nextUSB() EXCLUDES(m_playerMutex);
+    void SetRepeatMode(int32_t mode) EXCLUDES(m_playerMutex);
     // Clears the status and, while playing, re-reads position and duration;
     // true when the status is clear afterwards (getCurrentTrackInfoUSB).
-    bool ValidateCurrentTrack();
+    bool ValidateCurrentTrack() EXCLUDES(m_playerMutex);
 
     // --- Playlists and shuffle (Playlist.cpp) ---
-    void BuildPlayList(const CFile& target, bool fullUsb);
-    bool PlayList(const CFile& target, bool fullUsb);
-    bool PlayFileById(uint32_t id, bool fullUsb);
-    bool PlayAllSongs(const std::string& rootPath);
-    void Shuffle();
-    void EnableShuffle(bool enabled);
+    bool PlayList(const CFile& target, bool fullUsb) EXCLUDES(m_playerMutex);
+    bool PlayFileById(uint32_t id, bool fullUsb) EXCLUDES(m_playerMutex);
+    bool PlayAllSongs(const std::string& rootPath) EXCLUDES(m_playerMutex);
+    void EnableShuffle(bool enabled) EXCLUDES(m_playerMutex);
 
     // --- Progress and seek (ProgressThreads.cpp) ---
-    bool SeekForward(bool enable);
-    bool SeekBackward(bool enable);
+    bool SeekForward(bool enable) EXCLUDES(m_playerMutex);
+    bool SeekBackward(bool enable) EXCLUDES(m_playerMutex);
     bool SeekToTime(int64_t seconds);
 
     // --- Bus messages and album art (BusMessages.cpp, AlbumArt.cpp) ---
     static gboolean OnBusMessage(GstBus* bus, GstMessage* message, gpointer player);
-    void RequestAlbumArt();
+    void RequestAlbumArt() EXCLUDES(m_playerMutex);
     void CheckAlbumArt();
-    std::string GetBufferedAlbumArt();
+    std::string GetBufferedAlbumArt() EXCLUDES(m_playerMutex);
 
     // --- USB (UsbConnection.cpp) ---
-    void OnUsbConnectionEvent(const std::string& device, bool connected, const std::string& errorCode);
-    bool IsUsbConnected(const std::string& deviceName);
-    std::string GetUsbErrorCode();
-    CUsbDeviceStatus GetUsbDevice1();
+    void OnUsbConnectionEvent(const std::string& device, bool connected, const std::string& errorCode)
+        EXCLUDES(m_playerMutex);
+    bool IsUsbConnected(const std::string& deviceName) EXCLUDES(m_playerMutex);
+    std::string GetUsbErrorCode() EXCLUDES(m_playerMutex);
+    CUsbDeviceStatus GetUsbDevice1() EXCLUDES(m_playerMutex);
 
     // --- Media library (MediaLibrary.cpp) ---
-    std::vector<CFile> _getFileListByGroupID(uint32_t groupId, bool atMaxDepth);
-    std::vector<CFile> GetFileListByPath(const std::string& path, bool atMaxDepth);
-    std::vector<CFile> SearchFiles(const std::string& path, const std::string& searchText);
-    bool IndexStorage(const std::string& path);
-    bool IndexDevice(const std::string& deviceName);
-    uint32_t GetStorageCrc32();
-    std::string GetCurrentRootPath();
+    std::vector<CFile> _getFileListByGroupID(uint32_t groupId, bool atMaxDepth) EXCLUDES(m_playerMutex);
+    std::vector<CFile> GetFileListByPath(const std::string& path, bool atMaxDepth) EXCLUDES(m_playerMutex);
+    std::vector<CFile> SearchFiles(const std::string& path, const std::string& searchText) EXCLUDES(m_playerMutex);
+    bool IndexStorage(const std::string& path) EXCLUDES(m_playerMutex);
+    bool IndexDevice(const std::string& deviceName) EXCLUDES(m_playerMutex);
+    uint32_t GetStorageCrc32() EXCLUDES(m_playerMutex);
+    std::string GetCurrentRootPath() EXCLUDES(m_playerMutex);
 
 private:
     CUsbMediaPlayer();
     ~CUsbMediaPlayer() override;
 
+    // The player's own steps, run with m_playerMutex held: the bodies of
+    // public operations that other operations also call, and the helpers.
+    // State (UsbMediaPlayer.cpp)
+    void SetPlayerStateLocked(int32_t state) REQUIRES(m_playerMutex);
+    bool IsPlayingLocked() REQUIRES(m_playerMutex);
+    void SetCurrentTrackTimeValueLocked(uint32_t seconds) REQUIRES(m_playerMutex);
+    uint32_t GetPlaylistSizeLocked() REQUIRES(m_playerMutex);
+    uint32_t GetCurrentTrackNumberLocked() REQUIRES(m_playerMutex);
+    int32_t GetPlayerStateLocked() REQUIRES(m_playerMutex);
+    uint32_t GetCurrentTrackTimeLocked() REQUIRES(m_playerMutex);
+    // Notifications (Notifications.cpp)
+    void RefreshClientsLocked() REQUIRES(m_playerMutex);
+    void SendNotificationLocked(const Json::Value& notification) REQUIRES(m_playerMutex);
+    void SendTrackInfoNotificationLocked() REQUIRES(m_playerMutex);
+    void SendTrackAlbumArtNotificationLocked(const std::string& artFilePath) REQUIRES(m_playerMutex);
+    void SendPlayerStateChangedNotificationLocked() REQUIRES(m_playerMutex);
+    void SendRepeatModeChangedNotificationLocked() REQUIRES(m_playerMutex);
+    void SendShuffleModeChangedNotificationLocked() REQUIRES(m_playerMutex);
+    void SendTrackTimeNotificationLocked() REQUIRES(m_playerMutex);
+    void SendEndOfPlayListNotificationLocked() REQUIRES(m_playerMutex);
+    void SendUsbConnectionNotificationLocked(const std::string& deviceName, bool connected,
+                                             const std::string& errorCode) REQUIRES(m_playerMutex);
+    STrackInfoValues GetTrackInfoValuesLocked() REQUIRES(m_playerMutex);
+    // Pipeline (Pipeline.cpp)
+    bool SetTrackLocked(const CFile& file) REQUIRES(m_playerMutex);
+    bool ResetPlayingLocked() REQUIRES(m_playerMutex);
+    bool PlayTrackLocked() REQUIRES(m_playerMutex);
+    bool SetCurrentTrackTimeLocked() REQUIRES(m_playerMutex);
+    bool QueryTrackDurationLocked() REQUIRES(m_playerMutex);
+    void StopPlayingLocked() REQUIRES(m_playerMutex);
+    // Transport and navigation (Transport.cpp)
+    bool goToTrackIndexLocked(uint32_t index) REQUIRES(m_playerMutex);
+    void OnEndOfStreamLocked() REQUIRES(m_playerMutex);
+    uint32_t GetNextIndexLocked(bool automatic) REQUIRES(m_playerMutex);
+    uint32_t GetPreviousIndexLocked(bool automatic) REQUIRES(m_playerMutex);
+    // Playlists and shuffle (Playlist.cpp)
+    void BuildPlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
+    void ShuffleLocked() REQUIRES(m_playerMutex);
+    // USB (UsbConnection.cpp)
+    void OnUsbConnectionEventLocked(const std::string& device, bool connected, const std::string& errorCode)
+        REQUIRES(m_playerMutex);
+    // Media library (MediaLibrary.cpp)
+    std::string GetCurrentRootPathLocked() REQUIRES(m_playerMutex);
+
     static void TrackProgressUpdate(CUsbMediaPlayer* player);
     static void SeekFastForwardRewind(CUsbMediaPlayer* player);
-    bool SeekStep(int64_t targetNs);
+    bool SeekStepLocked(int64_t targetNs) REQUIRES(m_playerMutex);
     void WakeProgressThread() EXCLUDES(m_progressMutex);
     void WakeSeekThread() EXCLUDES(m_seekMutex);
-    bool ReportProgress();
-    int32_t StepFastForwardRewind();
+    bool ReportProgress() EXCLUDES(m_playerMutex);
+    int32_t StepFastForwardRewind() EXCLUDES(m_playerMutex);
     int64_t ForwardSeekTarget() REQUIRES(m_playerMutex);
     int64_t BackwardSeekTarget() REQUIRES(m_playerMutex);
     // The state as last set, without asking the pipeline or the player lock.
     int32_t CachedPlayerState() EXCLUDES(m_stateMutex);
-    void HandleBusError(GstMessage* message);
-    void HandleBusTag(GstMessage* message);
-    // Album art (AlbumArt.cpp). ReleaseAlbumArt drops the held image, the
+    void HandleBusErrorLocked(GstMessage* message) REQUIRES(m_playerMutex);
+    void HandleBusTagLocked(GstMessage* message) REQUIRES(m_playerMutex);
+    // Album art (AlbumArt.cpp). ReleaseAlbumArtLocked drops the held image, the
     // pending request and the last art path (StopPlaying, end of stream).
     // WaitForAlbumArtWorkers blocks until no worker runs; call it without
     // holding m_playerMutex, as workers take it to notify (Shutdown).
-    void ReleaseAlbumArt();
+    void ReleaseAlbumArtLocked() REQUIRES(m_playerMutex);
     void WaitForAlbumArtWorkers() EXCLUDES(m_playerMutex, m_artWorkersMutex);
     void RunAlbumArtWorker() EXCLUDES(m_playerMutex);
     std::vector<uint8_t> GetAlbumArtBytes(uint64_t& generation) EXCLUDES(m_albumArtMutex);
     void HandleUsbRemoval(const std::string& device) REQUIRES(m_playerMutex);
-    void EndPlaylist();
+    void EndPlaylistLocked() REQUIRES(m_playerMutex);
     bool PlayFolder(const CFile& folder) REQUIRES(m_playerMutex);
-    void MoveToFrontOfShuffleOrder(uint32_t index);
+    void MoveToFrontOfShuffleOrderLocked(uint32_t index) REQUIRES(m_playerMutex);
 
-    CRecursiveMutex m_playerMutex;
+    CMutex m_playerMutex;
 
     CTrackInfo m_currentTrack GUARDED_BY(m_playerMutex);
     // The storage index: every folder and file of the stick.
