@@ -16,54 +16,17 @@ namespace {
 constexpr const char* kLogSource = "UsbMediaRequestHandler";
 const std::string kStarLine(96, '*');
 
-// Latin1ToUtf8 of `text`. Text of plain ASCII bytes (no NUL) converts to
-// itself, so iconv is asked only for names holding other bytes.
-std::string ToClientText(const std::string& text)
+// Appends one entry as clients see it, name and path converted to UTF-8.
+void AppendEntry(const CFile& file, bool withId, Json::Value& filelist)
 {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte == 0 || byte > 0x7F) {
-            return Latin1ToUtf8(text);
-        }
+    Json::Value& entry = filelist.append(Json::Value(Json::objectValue));
+    entry["name"] = Latin1ToUtf8(file.m_name);
+    entry["path"] = Latin1ToUtf8(file.m_path);
+    entry["isFolder"] = file.m_isFolder;
+    if (withId) {
+        entry["ID"] = Json::UInt(file.m_id);
     }
-    return text;
 }
-
-// Builds the entries of a page as clients see them, names converted to
-// UTF-8. The records of a folder share one path, so the converted path of
-// the previous record is reused while it stays the same.
-class CEntryWriter {
-public:
-    CEntryWriter(bool withId, Json::Value& filelist) : m_withId(withId), m_filelist(filelist) {}
-
-    void Append(const CFile& file)
-    {
-        Json::Value& entry = m_filelist.append(Json::Value(Json::objectValue));
-        entry["name"] = ToClientText(file.m_name);
-        entry["path"] = Utf8Path(file.m_path);
-        entry["isFolder"] = file.m_isFolder;
-        if (m_withId) {
-            entry["ID"] = Json::UInt(file.m_id);
-        }
-    }
-
-private:
-    const std::string& Utf8Path(const std::string& path)
-    {
-        if (!m_hasPath || path != m_latin1Path) {
-            m_latin1Path = path;
-            m_utf8Path = ToClientText(path);
-            m_hasPath = true;
-        }
-        return m_utf8Path;
-    }
-
-    const bool m_withId;
-    Json::Value& m_filelist;
-    bool m_hasPath = false;
-    std::string m_latin1Path;
-    std::string m_utf8Path;
-};
 
 // Fills `result` for both browse methods; `emptyPage` is what a page
 // without entries sends (null or []).
@@ -75,9 +38,8 @@ void FillBrowseResult(const std::vector<CFile>& files, const Json::Value& params
     result["currIndex"] = Json::UInt(page.currIndex);
     Json::Value& filelist = result["filelist"];
     filelist = Json::Value(emptyPage);
-    CEntryWriter writer(true, filelist);
     for (size_t i = page.begin; i < page.end; ++i) {
-        writer.Append(files[i]);
+        AppendEntry(files[i], true, filelist);
     }
     result["totalCount"] = static_cast<int>(files.size());
 }
@@ -94,7 +56,7 @@ bool UsbMediaRequestHandler::getFileListUSB(const Json::Value& request, Json::Va
     LOG(LOG_INFO, "Path to get index of %s\n", path.c_str());
     LOG(LOG_INFO, "Max number of files to send: %d\n", itemCount);
 
-    const auto listed = m_pPlayer->RunWithStatus([&] { return m_pPlayer->GetFileListByPath(path, isMaxDepth); });
+    const auto listed = m_pPlayer->RunWithStatus(&CUsbMediaPlayer::GetFileListByPathLocked, path, isMaxDepth);
     const std::vector<CFile>& files = listed.value;
     SetErrorIfFailed(listed, files.empty(), response);
     LOG(LOG_INFO, "Got the list of files. List size: %d\n", static_cast<int>(files.size()));
@@ -112,7 +74,7 @@ bool UsbMediaRequestHandler::getFileListByGroupID(const Json::Value& request, Js
     const bool isMaxDepth = ReadBool(params, "isMaxDepth");
 
     const auto listed =
-        m_pPlayer->RunWithStatus([&] { return m_pPlayer->_getFileListByGroupID(groupId, isMaxDepth); });
+        m_pPlayer->RunWithStatus(&CUsbMediaPlayer::_getFileListByGroupIDLocked, groupId, isMaxDepth);
     const std::vector<CFile>& files = listed.value;
     SetErrorIfFailed(listed, files.empty(), response);
     FillBrowseResult(files, params, itemCount, Json::arrayValue, response["result"]);
@@ -128,7 +90,7 @@ bool UsbMediaRequestHandler::searchFilesUSB(const Json::Value& request, Json::Va
     const int itemCount = ReadInt(params, "itemCount");
     const int startIndex = ReadInt(params, "startIndex");
 
-    const auto found = m_pPlayer->RunWithStatus([&] { return m_pPlayer->SearchFiles(path, searchText); });
+    const auto found = m_pPlayer->RunWithStatus(&CUsbMediaPlayer::SearchFilesLocked, path, searchText);
     const std::vector<CFile>& files = found.value;
     SetErrorIfFailed(found, files.empty(), response);
     const SSearchPage page = SearchPage(files.size(), startIndex, itemCount);
@@ -136,9 +98,8 @@ bool UsbMediaRequestHandler::searchFilesUSB(const Json::Value& request, Json::Va
     result = Json::Value(Json::objectValue);
     result["currIndex"] = Json::UInt(page.currIndex);
     Json::Value& filelist = result["filelist"];
-    CEntryWriter writer(false, filelist);
     for (const size_t position : page.positions) {
-        writer.Append(files[position]);
+        AppendEntry(files[position], false, filelist);
     }
     result["totalCount"] = Json::UInt(static_cast<uint32_t>(files.size()));
     return true;

@@ -5,7 +5,6 @@
 #include "control/ParamReading.h"
 #include "control/ReplyHelpers.h"
 #include "core/TextConversion.h"
-#include "player/SuspensionData.h"
 #include "player/UsbMediaPlayer.h"
 
 namespace {
@@ -68,7 +67,7 @@ bool UsbMediaRequestHandler::setSoftPowerOff(const Json::Value& request, Json::V
         return true;
     }
     // Waking up: a snapshot taken before is handed out on the next pop.
-    if (m_pSuspensionData != nullptr) {
+    if (m_suspensionData) {
         m_isSuspended = true;
     }
     return true;
@@ -79,10 +78,9 @@ bool UsbMediaRequestHandler::popSuspendedTrackInfo(const Json::Value& request, J
     BeginReply(request, response);
     Json::Value suspensionData(Json::objectValue);
     suspensionData["isSuspended"] = false;
-    if (m_isSuspended && m_pSuspensionData != nullptr) {
-        suspensionData = SuspensionReport(*m_pSuspensionData);
-        delete m_pSuspensionData;
-        m_pSuspensionData = nullptr;
+    if (m_isSuspended && m_suspensionData) {
+        suspensionData = SuspensionReport(*m_suspensionData);
+        m_suspensionData.reset();
     }
     m_isSuspended = false;
     Json::Value result(Json::objectValue);
@@ -99,6 +97,5 @@ void UsbMediaRequestHandler::SaveSuspension()
     if (state != STATE_PAUSED && state != STATE_PLAYING) {
         return;
     }
-    delete m_pSuspensionData;
-    m_pSuspensionData = new SSuspensionData(*m_pPlayer);
+    m_suspensionData.emplace(*m_pPlayer);
 }

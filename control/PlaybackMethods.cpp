@@ -63,14 +63,14 @@ bool UsbMediaRequestHandler::playFileUSB(const Json::Value& request, Json::Value
     const std::string name = Utf8ToLatin1(ReadString(file, "name").c_str());
     const std::string path = Utf8ToLatin1(ReadString(file, "path").c_str());
     const CFile record(kNoEntryId, name, path, ReadBool(file, "isFolder"));
-    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayList(record, false); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PlayListLocked, record, false), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::getCurrentTrackInfoUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    const auto check = m_pPlayer->RunWithStatus([this] { return m_pPlayer->ValidateCurrentTrack(); });
+    const auto check = m_pPlayer->RunWithStatus(&CUsbMediaPlayer::ValidateCurrentTrackLocked);
     SetErrorIfFailed(check, !check.value, response);
     response["result"] = SingleMember("trackInfo", CurrentTrackInfo(*m_pPlayer));
     return true;
@@ -79,42 +79,42 @@ bool UsbMediaRequestHandler::getCurrentTrackInfoUSB(const Json::Value& request, 
 bool UsbMediaRequestHandler::playUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Play(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PlayLocked), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::pauseUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Pause(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PauseLocked), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::nextUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->_nextUSB(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::_nextUSBLocked), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::previousUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->PreviousTrack(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PreviousTrackLocked), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::stopPlayingUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->Stop(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::StopLocked), response);
     return true;
 }
 
 bool UsbMediaRequestHandler::restartSongUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
-    ReplySuccess(m_pPlayer->RunWithStatus([this] { return m_pPlayer->RestartTrack(); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::RestartTrackLocked), response);
     return true;
 }
 
@@ -138,7 +138,7 @@ bool UsbMediaRequestHandler::playAllSongsUSB(const Json::Value& request, Json::V
 {
     BeginReply(request, response);
     const std::string rootPath = ReadString(Params(request), "usbRootPath");
-    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayAllSongs(rootPath); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PlayAllSongsLocked, rootPath), response);
     return true;
 }
 
@@ -168,7 +168,7 @@ bool UsbMediaRequestHandler::playFileIndex(const Json::Value& request, Json::Val
 {
     BeginReply(request, response);
     const uint32_t id = ReadUInt(Params(request), "index");
-    ReplySuccess(m_pPlayer->RunWithStatus([&] { return m_pPlayer->PlayFileById(id, false); }), response);
+    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::PlayFileByIdLocked, id, false), response);
     return true;
 }
 

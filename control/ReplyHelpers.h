@@ -1,6 +1,6 @@
 #pragma once
 
-#include "player/UsbMediaPlayer.h"
+#include "player/PlayerOutcome.h"
 
 #include <json/value.h>
 

@@ -2,7 +2,6 @@
 #include "control/UsbMediaRequestHandler.h"
 
 #include "control/ReplyHelpers.h"
-#include "player/SuspensionData.h"
 #include "player/UsbMediaPlayer.h"
 
 UsbMediaRequestHandler::UsbMediaRequestHandler() : m_pPlayer(&CUsbMediaPlayer::GetInstance())
@@ -27,9 +26,4 @@ bool UsbMediaRequestHandler::ping(const Json::Value& request, Json::Value& respo
     BeginReply(request, response);
     response["result"] = true;
     return true;
-}
-
-UsbMediaRequestHandler::~UsbMediaRequestHandler()
-{
-    delete m_pSuspensionData;
 }

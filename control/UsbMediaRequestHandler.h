@@ -1,9 +1,12 @@
 #pragma once
 
+#include "player/SuspensionData.h"
+
 #include <json/value.h>
 
+#include <optional>
+
 class CUsbMediaPlayer;
-class SSuspensionData;
 
 // The JSON-RPC methods of the service. Each fills the whole reply ("jsonrpc",
 // "id", then "error" beside "result" when the player's operation failed),
@@ -15,7 +18,7 @@ class SSuspensionData;
 class UsbMediaRequestHandler {
 public:
     UsbMediaRequestHandler();
-    virtual ~UsbMediaRequestHandler();
+    virtual ~UsbMediaRequestHandler() = default;
 
     UsbMediaRequestHandler(const UsbMediaRequestHandler&) = delete;
     UsbMediaRequestHandler& operator=(const UsbMediaRequestHandler&) = delete;
@@ -68,5 +71,5 @@ private:
 
     CUsbMediaPlayer* m_pPlayer;
     bool m_isSuspended = false;
-    SSuspensionData* m_pSuspensionData = nullptr;  // owned
+    std::optional<SSuspensionData> m_suspensionData;
 };

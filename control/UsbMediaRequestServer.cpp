@@ -3,6 +3,7 @@
 #include "control/NotifyingTcpServer.h"
 #include "control/rpc/Networking.h"
 #include "core/Environment.h"
+#include "core/LogLines.h"
 #include "core/Logger.h"
 #include "core/SystemdNotifier.h"
 #include "player/UsbMediaPlayer.h"
@@ -10,10 +11,10 @@
 #include <unistd.h>
 
 #include <memory>
+#include <system_error>
 
 namespace {
 constexpr const char* kLogSource = "UsbMediaRequestServer";
-constexpr const char* kDefaultAddress = "127.0.0.1";
 
 using HandlerMethod = Json::Rpc::RpcMethod<UsbMediaRequestHandler>::Method;
 
@@ -63,11 +64,11 @@ const SRegistration kRegistry[] = {
 
 void UsbMediaRequestServer::Init(const std::string& address)
 {
-    const std::string listenAddress = address.empty() ? kDefaultAddress : address;
-    m_pServer = new NotifyingTcpServer(listenAddress, static_cast<uint16_t>(RpcPort()));
-    m_handler.Player()->SetTcpServer(m_pServer);
+    const std::string listenAddress = address.empty() ? kDefaultRpcAddress : address;
+    m_pServer = std::make_unique<NotifyingTcpServer>(listenAddress, static_cast<uint16_t>(RpcPort()));
+    m_handler.Player()->SetTcpServer(m_pServer.get());
     if (!networking::init()) {
-        LOG_AT(72, LOG_ERROR, "Networking initialization failed\n");
+        LOG_AT(LogLine::kNetworkingInitFailed, LOG_ERROR, "Networking initialization failed\n");
         return;
     }
     RegisterUsbMediaMethods(*m_pServer, m_handler);
@@ -85,10 +86,44 @@ void RegisterUsbMediaMethods(Json::Rpc::Server& server, UsbMediaRequestHandler& 
     }
 }
 
-void* UsbMediaRequestServer::InternalThreadEntryFunc(void* self)
+UsbMediaRequestServer::UsbMediaRequestServer() = default;
+
+UsbMediaRequestServer::~UsbMediaRequestServer()
 {
-    static_cast<UsbMediaRequestServer*>(self)->Run();
-    return nullptr;
+    StopListener();
+    Close();
+}
+
+bool UsbMediaRequestServer::StartListener()
+{
+    // The flag is raised before the thread starts so that its loop cannot
+    // see it still false and end at once.
+    m_isRunning = true;
+    try {
+        m_thread = std::thread(&UsbMediaRequestServer::Run, this);
+    } catch (const std::system_error&) {
+        m_isRunning = false;
+    }
+    return m_isRunning;
+}
+
+void UsbMediaRequestServer::StopListener()
+{
+    m_isRunning = false;
+    if (m_pServer) {
+        m_pServer->Wake();  // end the listener's current wait now
+    }
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void UsbMediaRequestServer::Close()
+{
+    if (m_pServer) {
+        m_handler.Player()->SetTcpServer(nullptr);
+        m_pServer.reset();
+    }
 }
 
 void UsbMediaRequestServer::Run()
@@ -101,16 +136,16 @@ void UsbMediaRequestServer::Run()
         }
     }
     if (!bound) {
-        LOG_AT(203, LOG_ERROR, "Usb Media Service - Bind failed\n");
+        LOG_AT(LogLine::kBindFailed, LOG_ERROR, "Usb Media Service - Bind failed\n");
         m_isRunning = false;
         return;
     }
     if (!m_pServer->Listen()) {
-        LOG_AT(213, LOG_ERROR, "Listen failed\n");
+        LOG_AT(LogLine::kListenFailed, LOG_ERROR, "Listen failed\n");
         m_isRunning = false;
         return;
     }
-    LOG_AT(218, LOG_DEBUG, "Start UsbService server @%s:%d\n", m_pServer->GetAddress().c_str(),
+    LOG_AT(LogLine::kServerStarted, LOG_DEBUG, "Start UsbService server @%s:%d\n", m_pServer->GetAddress().c_str(),
            m_pServer->GetPort());
 
     // Under systemd: ready once clients can connect, and alive for as long
@@ -124,5 +159,4 @@ void UsbMediaRequestServer::Run()
         player->CheckAlbumArt();
     }
     m_pServer->Close();
-    networking::cleanup();
 }

@@ -2,11 +2,13 @@
 
 #include "control/UsbMediaRequestHandler.h"
 
-#include <pthread.h>
+#include <sys/types.h>
 
 #include <atomic>
+#include <memory>
 #include <set>
 #include <string>
+#include <thread>
 
 class NotifyingTcpServer;
 
@@ -21,17 +23,19 @@ class Server;
 void RegisterUsbMediaMethods(Json::Rpc::Server& server, UsbMediaRequestHandler& handler,
                              const std::set<std::string>& excluded = {});
 
-// Owns the JSON-RPC server: its method table, bound to the embedded handler,
-// and the listener thread that binds, listens and serves until stopped.
+// Owns the JSON-RPC server: the TCP server, its method table, bound to the
+// embedded handler, and the listener thread that binds, listens and serves
+// until stopped. Shutdown order (main): StopListener, then the player's
+// Shutdown, then Close.
 class UsbMediaRequestServer {
 public:
-    static constexpr int RPC_PORT = 8885;
     static constexpr int kBindAttempts = 33;
     static constexpr useconds_t kBindRetryMicroseconds = 250000;
     static constexpr int kWaitMilliseconds = 1000;
 
-    UsbMediaRequestServer() = default;
-    virtual ~UsbMediaRequestServer() = default;
+    UsbMediaRequestServer();
+    // Stops the listener and closes the server if main has not.
+    virtual ~UsbMediaRequestServer();
 
     UsbMediaRequestServer(const UsbMediaRequestServer&) = delete;
     UsbMediaRequestServer& operator=(const UsbMediaRequestServer&) = delete;
@@ -39,13 +43,22 @@ public:
     // Creates the TCP server, hands it to the player and registers the methods.
     void Init(const std::string& address);
 
-    static void* InternalThreadEntryFunc(void* self);
+    // Starts the listener thread (Run); false when it could not be started.
+    bool StartListener();
+    // Ends the listener's loop at once and joins its thread. The loop closes
+    // the listening socket and every client on its way out.
+    void StopListener();
+    // Takes the TCP server from the player and deletes it; call once the
+    // player is stopped, as it notifies through the server until then.
+    void Close();
+
+    UsbMediaRequestHandler m_handler;
+
+private:
+    // The listener thread: bind, listen, serve until m_isRunning drops.
     void Run();
 
-    // Created by Init and deliberately never deleted: the player may still
-    // push notifications through it until the process ends.
-    NotifyingTcpServer* m_pServer = nullptr;
-    UsbMediaRequestHandler m_handler;
-    pthread_t m_thread{};
+    std::unique_ptr<NotifyingTcpServer> m_pServer;
+    std::thread m_thread;
     std::atomic<bool> m_isRunning{false};
 };

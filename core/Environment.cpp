@@ -26,17 +26,16 @@ std::string SystemPath(const std::string& builtInPath)
 std::string AudioSinkDescription()
 {
     const char* sink = Variable("USBMEDIA_AUDIO_SINK");
-    return sink != nullptr ? sink : "alsasink";
+    return sink != nullptr ? sink : kDefaultAudioSink;
 }
 
 int RpcPort()
 {
-    constexpr int kDefaultPort = 8885;
     const char* port = Variable("USBMEDIA_PORT");
     if (port == nullptr) {
-        return kDefaultPort;
+        return kDefaultRpcPort;
     }
     char* end = nullptr;
     const long value = std::strtol(port, &end, 10);
-    return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultPort;
+    return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultRpcPort;
 }

@@ -16,3 +16,8 @@ std::string AudioSinkDescription();
 
 // The JSON-RPC port (8885 by default).
 int RpcPort();
+
+// Built-in defaults.
+constexpr const char* kDefaultRpcAddress = "127.0.0.1";
+constexpr int kDefaultRpcPort = 8885;
+constexpr const char* kDefaultAudioSink = "alsasink";

@@ -62,7 +62,7 @@ void SystemdNotifier::Alive(Clock::time_point now)
         return;
     }
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const CLockGuard<CMutex> lock(m_mutex);
         if (now < m_nextWatchdog) {
             return;
         }
@@ -76,7 +76,7 @@ int SystemdNotifier::WaitMilliseconds(int longest, Clock::time_point now) const
     if (m_watchdogPeriod.count() == 0) {
         return longest;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    const CLockGuard<CMutex> lock(m_mutex);
     if (now >= m_nextWatchdog) {
         return 0;
     }

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "core/Mutex.h"
+
 #include <chrono>
-#include <mutex>
 
 // Tells a supervising systemd how the service is doing, through sd_notify:
 // READY=1 once the control port listens, STOPPING=1 when a termination
@@ -40,6 +41,6 @@ private:
 
     bool m_enabled = false;
     std::chrono::microseconds m_watchdogPeriod{0};
-    mutable std::mutex m_mutex;
-    Clock::time_point m_nextWatchdog;
+    mutable CMutex m_mutex;
+    Clock::time_point m_nextWatchdog GUARDED_BY(m_mutex);
 };

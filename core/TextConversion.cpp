@@ -1,12 +1,26 @@
 #include "core/TextConversion.h"
 
 #include "core/IconvHandle.h"
+#include "core/Mutex.h"
 
+#include <memory>
 #include <vector>
+
+namespace {
+// The process's one ISO8859-1 to UTF-8 converter, opened on first use and
+// kept; an open that failed (no descriptor left) is tried again next time.
+// A descriptor carries conversion state, so one conversion at a time.
+CMutex g_latin1Mutex;
+std::unique_ptr<CIconvHandle> g_latin1Converter GUARDED_BY(g_latin1Mutex);
+}  // namespace
 
 std::string Latin1ToUtf8(const std::string& text)
 {
-    CIconvHandle converter("UTF-8", "ISO8859-1");
+    const CLockGuard<CMutex> lock(g_latin1Mutex);
+    if (!g_latin1Converter || !g_latin1Converter->IsOpen()) {
+        g_latin1Converter = std::make_unique<CIconvHandle>("UTF-8", "ISO8859-1");
+    }
+    const CIconvHandle& converter = *g_latin1Converter;
     if (!converter.IsOpen()) {
         return std::string();
     }
@@ -21,6 +35,7 @@ std::string Latin1ToUtf8(const std::string& text)
     char* out = output.data();
     size_t outLeft = 4 * length;
     size_t result = 0;
+    iconv(converter.Get(), nullptr, nullptr, nullptr, nullptr);  // initial state
     while (result != static_cast<size_t>(-1) && inLeft > 0 && outLeft > 0) {
         result = iconv(converter.Get(), &in, &inLeft, &out, &outLeft);
     }

@@ -4,8 +4,8 @@
 
 // Names on the storage are ISO8859-1; clients speak UTF-8.
 
-// ISO8859-1 to UTF-8 through iconv. Stops at the first NUL byte; gives ""
-// when no converter can be opened.
+// ISO8859-1 to UTF-8 through iconv, one converter for the process. Stops at
+// the first NUL byte; gives "" when no converter can be opened.
 std::string Latin1ToUtf8(const std::string& text);
 
 // UTF-8 to ISO8859-1, byte for byte as clients' paths are matched against

@@ -5,6 +5,8 @@
 #include "control/NotifyingTcpServer.h"
 #include "control/UsbMediaRequestServer.h"
 #include "core/CommandLine.h"
+#include "core/Environment.h"
+#include "core/LogLines.h"
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
 #include "core/SystemdNotifier.h"
@@ -14,7 +16,6 @@
 #include <glib-unix.h>
 #include <glib.h>
 #include <gst/gst.h>
-#include <pthread.h>
 
 #include <csignal>
 #include <cstdio>
@@ -56,7 +57,7 @@ int main(int argc, char** argv)
     std::cout << timer->name << " Started. " << std::endl;
 
     CLogger::GetInstance().SetLevel(LOG_WARN);
-    std::string address = "127.0.0.1";
+    std::string address = kDefaultRpcAddress;
     if (argc > 1) {
         ApplyCommandLine(argc, argv, address);
     }
@@ -70,20 +71,12 @@ int main(int argc, char** argv)
 
     // Termination is handled before the control port opens, so a client that
     // can connect can also stop the service cleanly.
-    InstallTerminateHandler(SIGTERM, 123, "Error signal SIGTERM will not be handled\n");
-    InstallTerminateHandler(SIGINT, 128, "Error signal SIGINT will not be handled\n");
+    InstallTerminateHandler(SIGTERM, LogLine::kSigtermNotHandled, "Error signal SIGTERM will not be handled\n");
+    InstallTerminateHandler(SIGINT, LogLine::kSigintNotHandled, "Error signal SIGINT will not be handled\n");
 
     UsbMediaRequestServer server;
     server.Init(address);
-
-    // The flag is raised before the thread starts so that its loop cannot
-    // see it still false and end at once.
-    server.m_isRunning = true;
-    if (pthread_create(&server.m_thread, nullptr, &UsbMediaRequestServer::InternalThreadEntryFunc,
-                       &server) != 0) {
-        server.m_isRunning = false;
-    }
-    const bool listenerStarted = server.m_isRunning;
+    server.StartListener();
 
     g_mainLoop = g_main_loop_new(nullptr, FALSE);
 
@@ -98,14 +91,14 @@ int main(int argc, char** argv)
     g_main_loop_run(g_mainLoop);
 
     g_main_loop_unref(g_mainLoop);
-    server.m_isRunning = false;
-    if (server.m_pServer != nullptr) {
-        server.m_pServer->Wake();  // end the listener's current wait now
-    }
-    if (listenerStarted) {
-        pthread_join(server.m_thread, nullptr);
-    }
-    // Playback and the player's threads end here, not under static destructors.
+
+    // Shutdown, in this order:
+    // 1. the listener: its loop ends, closing every client, and is joined;
+    server.StopListener();
+    // 2. the player: playback stops and its threads are joined (here, not
+    //    under static destructors);
     CUsbMediaPlayer::GetInstance().Shutdown();
+    // 3. the TCP server, which the player notified through until now.
+    server.Close();
     return 0;
 }

@@ -5,6 +5,7 @@
 
 #include "core/Environment.h"
 #include "core/Logger.h"
+#include "core/PosixHandles.h"
 
 #include <sys/stat.h>
 
@@ -15,12 +16,8 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
+using PlayerLock = CLockGuard<CMutex>;
 constexpr mode_t kArtDirectoryMode = 0770;
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 bool PathExists(const std::string& path)
 {
@@ -63,8 +60,8 @@ std::string NextArtFilePath(const std::string& directory)
 // same free name.
 std::string WriteAlbumArtFile(const std::vector<uint8_t>& bytes)
 {
-    static std::mutex writerMutex;
-    std::lock_guard<std::mutex> lock(writerMutex);
+    static CMutex writerMutex;
+    const CLockGuard<CMutex> lock(writerMutex);
     const std::string path = NextArtFilePath(SystemPath("/home/root/art_dump"));
     FilePtr file(std::fopen(path.c_str(), "w"));
     if (!file) {
@@ -79,7 +76,7 @@ std::string WriteAlbumArtFile(const std::vector<uint8_t>& bytes)
 
 void CUsbMediaPlayer::RequestAlbumArt()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     m_albumArtRequested = true;
 }
 
@@ -88,18 +85,18 @@ void CUsbMediaPlayer::CheckAlbumArt()
     if (!m_albumArtRequested) {
         return;
     }
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const CLockGuard<CMutex> lock(m_playerMutex);
     if (!m_albumArtRequested) {
         return;
     }
     {
-        std::lock_guard<std::mutex> artLock(m_albumArtMutex);
-        if (m_albumArtSample == nullptr) {
+        const CLockGuard<CMutex> artLock(m_albumArtMutex);
+        if (!m_albumArtSample) {
             return;  // stays pending until an image arrives or the track stops
         }
     }
     m_albumArtRequested = false;
-    std::lock_guard<std::mutex> workersLock(m_artWorkersMutex);
+    const CLockGuard<CMutex> workersLock(m_artWorkersMutex);
     try {
         std::thread(&CUsbMediaPlayer::RunAlbumArtWorker, this).detach();
         ++m_artWorkers;  // the worker waits for this lock before it can count down
@@ -109,21 +106,19 @@ void CUsbMediaPlayer::CheckAlbumArt()
 }
 
 // The art file last written for the current track; "" before one was
-// written (ReleaseAlbumArt forgets it when the track ends).
+// written (ReleaseAlbumArtLocked forgets it when the track ends).
 std::string CUsbMediaPlayer::GetBufferedAlbumArt()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_lastArtFilePath;
 }
 
-void CUsbMediaPlayer::ReleaseAlbumArt()
+void CUsbMediaPlayer::ReleaseAlbumArtLocked()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     GstSamplePtr released;  // unreferenced outside the art lock
     {
-        std::lock_guard<std::mutex> artLock(m_albumArtMutex);
-        released.reset(m_albumArtSample);
-        m_albumArtSample = nullptr;
+        const CLockGuard<CMutex> artLock(m_albumArtMutex);
+        released.swap(m_albumArtSample);
         ++m_albumArtGeneration;
     }
     m_albumArtRequested = false;
@@ -132,19 +127,21 @@ void CUsbMediaPlayer::ReleaseAlbumArt()
 
 void CUsbMediaPlayer::WaitForAlbumArtWorkers()
 {
-    std::unique_lock<std::mutex> lock(m_artWorkersMutex);
-    m_artWorkersDone.wait(lock, [this] { return m_artWorkers == 0; });
+    CUniqueLock lock(m_artWorkersMutex);
+    while (m_artWorkers != 0) {
+        m_artWorkersDone.wait(lock.Native());
+    }
 }
 
 std::vector<uint8_t> CUsbMediaPlayer::GetAlbumArtBytes(uint64_t& generation)
 {
-    std::lock_guard<std::mutex> artLock(m_albumArtMutex);
+    const CLockGuard<CMutex> artLock(m_albumArtMutex);
     generation = m_albumArtGeneration;
-    if (m_albumArtSample == nullptr) {
+    if (!m_albumArtSample) {
         return {};
     }
-    GstBuffer* buffer = gst_sample_get_buffer(m_albumArtSample);
-    GstCaps* caps = gst_sample_get_caps(m_albumArtSample);
+    GstBuffer* buffer = gst_sample_get_buffer(m_albumArtSample.get());
+    GstCaps* caps = gst_sample_get_caps(m_albumArtSample.get());
     const gsize size = buffer != nullptr ? gst_buffer_get_size(buffer) : 0;
     LOG(LOG_INFO, "image size is: %d\n", static_cast<int>(size));
     LOG(LOG_INFO, "image width is: %d\n", CapsDimension(caps, "width"));
@@ -164,19 +161,19 @@ void CUsbMediaPlayer::RunAlbumArtWorker()
     const std::vector<uint8_t> bytes = GetAlbumArtBytes(generation);
     const std::string path = WriteAlbumArtFile(bytes);
     {
-        std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+        const CLockGuard<CMutex> lock(m_playerMutex);
         bool sameTrack = false;
         {
-            std::lock_guard<std::mutex> artLock(m_albumArtMutex);
+            const CLockGuard<CMutex> artLock(m_albumArtMutex);
             sameTrack = generation == m_albumArtGeneration;
         }
         // An image of a track that has meanwhile ended is not the current one's.
         if (sameTrack && !path.empty()) {
             m_lastArtFilePath = path;
         }
-        SendTrackAlbumArtNotification(path);
+        SendTrackAlbumArtNotificationLocked(path);
     }
-    std::lock_guard<std::mutex> workersLock(m_artWorkersMutex);
+    const CLockGuard<CMutex> workersLock(m_artWorkersMutex);
     --m_artWorkers;
     m_artWorkersDone.notify_all();
 }

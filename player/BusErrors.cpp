@@ -5,6 +5,7 @@
 
 #include "core/Environment.h"
 #include "core/Logger.h"
+#include "player/UsbSticks.h"
 
 #include <cstdint>
 #include <memory>
@@ -17,26 +18,20 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 constexpr gint kNotFoundCode = 3;  // GST_RESOURCE_ERROR_NOT_FOUND
 constexpr gint kReadCode = 9;      // GST_RESOURCE_ERROR_READ
 
-bool IsOnSecondStick(const std::string& directory)
-{
-    return directory.find("usb-stick2") != std::string::npos;
-}
-
 // The device name of the stick that holds `directory`.
 std::string StickDevice(const std::string& directory)
 {
-    return IsOnSecondStick(directory) ? "usb2" : "usb1";
+    return StickOfTrackFolder(directory).deviceName;
 }
 
 std::string StickRoot(const std::string& directory)
 {
-    return SystemPath(IsOnSecondStick(directory) ? "/mnt/usb-stick2" : "/mnt/usb-stick1");
+    return SystemPath(StickOfTrackFolder(directory).mountPoint);
 }
 }  // namespace
 
-void CUsbMediaPlayer::HandleBusError(GstMessage* message)
+void CUsbMediaPlayer::HandleBusErrorLocked(GstMessage* message)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     GError* rawError = nullptr;
     gchar* rawDebug = nullptr;
     gst_message_parse_error(message, &rawError, &rawDebug);
@@ -51,22 +46,22 @@ void CUsbMediaPlayer::HandleBusError(GstMessage* message)
     const std::string directory = m_currentTrack.m_path;
     if (error->code == kReadCode) {
         LOG(LOG_INFO, "Unreadable resource\n");
-        StopPlaying();
-        SendTrackInfoNotification();
-        OnUsbConnectionEvent(StickDevice(directory), false, "badFile");
+        StopPlayingLocked();
+        SendTrackInfoNotificationLocked();
+        OnUsbConnectionEventLocked(StickDevice(directory), false, "badFile");
         return;
     }
     if (error->code != kNotFoundCode) {
-        _nextUSB();
+        _nextUSBLocked();
         return;
     }
     // First miss: the stick's content may have changed, play it again from
     // its root. Second miss: report the stick as failed.
     if (m_notFoundCount == 0) {
-        PlayAllSongs(StickRoot(directory));
+        PlayAllSongsLocked(StickRoot(directory));
         ++m_notFoundCount;
         return;
     }
-    OnUsbConnectionEvent(StickDevice(directory), false, "fileNotFound");
+    OnUsbConnectionEventLocked(StickDevice(directory), false, "fileNotFound");
     m_notFoundCount = 0;
 }

@@ -11,7 +11,7 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 gboolean CUsbMediaPlayer::OnBusMessage(GstBus* bus, GstMessage* message, gpointer player)
 {
     CUsbMediaPlayer& self = *static_cast<CUsbMediaPlayer*>(player);
-    const std::lock_guard<std::recursive_mutex> lock(self.m_playerMutex);
+    const CLockGuard<CMutex> lock(self.m_playerMutex);
     if (!self.m_pipeline) {
         return TRUE;
     }
@@ -23,13 +23,13 @@ gboolean CUsbMediaPlayer::OnBusMessage(GstBus* bus, GstMessage* message, gpointe
     switch (GST_MESSAGE_TYPE(message)) {
     case GST_MESSAGE_EOS:
         LOG(LOG_INFO, "end-of-stream\n");
-        self.OnEndOfStream();
+        self.OnEndOfStreamLocked();
         break;
     case GST_MESSAGE_ERROR:
-        self.HandleBusError(message);
+        self.HandleBusErrorLocked(message);
         break;
     case GST_MESSAGE_TAG:
-        self.HandleBusTag(message);
+        self.HandleBusTagLocked(message);
         break;
     default:
         break;

@@ -41,6 +41,11 @@ struct GstSampleUnref {
 };
 using GstSamplePtr = std::unique_ptr<GstSample, GstSampleUnref>;
 
+struct GstTagListUnref {
+    void operator()(GstTagList* tags) const { gst_tag_list_unref(tags); }
+};
+using GstTagListPtr = std::unique_ptr<GstTagList, GstTagListUnref>;
+
 struct GErrorFree {
     void operator()(GError* error) const { g_error_free(error); }
 };

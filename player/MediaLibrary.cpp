@@ -5,11 +5,11 @@
 #include "core/Environment.h"
 #include "core/Logger.h"
 #include "library/StorageIndex.h"
+#include "player/UsbSticks.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-constexpr const char* kFirstStick = "/mnt/usb-stick1";
-constexpr const char* kSecondStick = "/mnt/usb-stick2";
+using PlayerLock = CLockGuard<CMutex>;
 
 // The folder's records from the index, cached by path. Only a rebuilt empty
 // list sets -10 (and prints it): a folder answered from the cache keeps the
@@ -29,20 +29,25 @@ std::vector<CFile> FolderList(CFolderGroups& groups, const CStorageIndex& index,
 // second stick for its mount point and anything below it, else the first.
 const char* StickOf(const std::string& indexedPath)
 {
-    const std::string second = SystemPath(kSecondStick);
+    const std::string second = SystemPath(kSecondStick.mountPoint);
     const std::string path = StripTrailingSlashes(indexedPath);
     const bool onSecond = path.compare(0, second.size(), second) == 0 &&
                           (path.size() == second.size() || path[second.size()] == '/');
-    return onSecond ? kSecondStick : kFirstStick;
+    return (onSecond ? kSecondStick : kFirstStick).mountPoint;
 }
 }  // namespace
 
 std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t groupId, bool atMaxDepth)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return _getFileListByGroupIDLocked(groupId, atMaxDepth);
+}
+
+std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupIDLocked(uint32_t groupId, bool atMaxDepth)
+{
     ClearError();
     m_atMaxDepth = atMaxDepth;
-    std::string folderPath = GetCurrentRootPath();
+    std::string folderPath = GetCurrentRootPathLocked();
     if (groupId != 0) {
         const CFile group = m_folderList.FindById(groupId);
         if (group.m_id != groupId || !group.m_isFolder) {
@@ -56,7 +61,12 @@ std::vector<CFile> CUsbMediaPlayer::_getFileListByGroupID(uint32_t groupId, bool
 
 std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, bool atMaxDepth)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return GetFileListByPathLocked(path, atMaxDepth);
+}
+
+std::vector<CFile> CUsbMediaPlayer::GetFileListByPathLocked(const std::string& path, bool atMaxDepth)
+{
     ClearError();
     m_atMaxDepth = atMaxDepth;
     return FolderList(m_folderGroups, m_folderList, *this, path);
@@ -64,8 +74,13 @@ std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, b
 
 std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const std::string& searchText)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
-    RefreshClients();
+    const PlayerLock lock(m_playerMutex);
+    return SearchFilesLocked(path, searchText);
+}
+
+std::vector<CFile> CUsbMediaPlayer::SearchFilesLocked(const std::string& path, const std::string& searchText)
+{
+    RefreshClientsLocked();
     ClearError();
     m_folderGroups.m_usbFileList.Scan(path, searchText, true, true, false, 0);
     // The folder list now holds search results, not m_groupPath's content.
@@ -75,7 +90,12 @@ std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const s
 
 bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return IndexStorageLocked(path);
+}
+
+bool CUsbMediaPlayer::IndexStorageLocked(const std::string& path)
+{
     const bool found = BuildStorageIndex(m_folderList, path);
     m_folderGroups.MarkDirty();
     m_folderGroups.m_rootPath = StickOf(path);
@@ -90,22 +110,27 @@ bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 
 bool CUsbMediaPlayer::IndexDevice(const std::string& deviceName)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
-    if (deviceName != "usb1") {
+    const PlayerLock lock(m_playerMutex);
+    if (deviceName != kFirstStick.deviceName) {
         return false;
     }
-    return IndexStorage(SystemPath(kFirstStick));
+    return IndexStorageLocked(SystemPath(kFirstStick.mountPoint));
 }
 
 uint32_t CUsbMediaPlayer::GetStorageCrc32()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return StorageIndexCrc32(m_folderList);
 }
 
 std::string CUsbMediaPlayer::GetCurrentRootPath()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    return GetCurrentRootPathLocked();
+}
+
+std::string CUsbMediaPlayer::GetCurrentRootPathLocked()
+{
     const std::string& root = m_folderGroups.m_rootPath;
-    return SystemPath(root.empty() ? kFirstStick : root);
+    return SystemPath(root.empty() ? kFirstStick.mountPoint : root);
 }

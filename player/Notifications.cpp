@@ -1,15 +1,14 @@
 // Pushing notifications to every connected client.
 #include "player/UsbMediaPlayer.h"
 
+#include "core/LogLines.h"
 #include "core/Logger.h"
 #include "core/TextConversion.h"
 #include "player/NotificationBuilders.h"
 
-#include <csignal>
-
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CMutex>;
 }  // namespace
 
 void CUsbMediaPlayer::SetTcpServer(INotificationSink* server)
@@ -18,30 +17,27 @@ void CUsbMediaPlayer::SetTcpServer(INotificationSink* server)
     m_pTcpServer = server;
 }
 
-void CUsbMediaPlayer::RefreshClients()
+void CUsbMediaPlayer::RefreshClientsLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     m_clients = m_pTcpServer != nullptr ? m_pTcpServer->GetClients() : std::list<int>();
 }
 
 // With nobody listening the service does not play: playback stops.
-void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
+void CUsbMediaPlayer::SendNotificationLocked(const Json::Value& notification)
 {
-    const PlayerLock lock(m_playerMutex);
     if (m_pTcpServer == nullptr) {
-        LOG_AT(1863, LOG_WARN, "m_pTcpServer = NULL\n");
+        LOG_AT(LogLine::kNoTcpServer, LOG_WARN, "m_pTcpServer = NULL\n");
         return;
     }
     m_clients = m_pTcpServer->GetClients();
     if (m_clients.empty()) {
-        LOG_AT(1873, LOG_ERROR, "Usb Service Error: don't know whom to notify so its stopping playback!\n");
-        StopPlaying();
+        LOG_AT(LogLine::kNoClientToNotify, LOG_ERROR,
+               "Usb Service Error: don't know whom to notify so its stopping playback!\n");
+        StopPlayingLocked();
         return;
     }
     const std::string text = m_pTcpServer->WireText(notification);
-    const std::lock_guard<std::mutex> notifyLock(m_notifyMutex);
     for (const int client : m_clients) {
-        signal(SIGPIPE, SIG_IGN);
         // A client that has gone does not keep the others from hearing.
         static_cast<void>(m_pTcpServer->Send(client, text));
     }
@@ -54,76 +50,73 @@ void CUsbMediaPlayer::SendNotification(const Json::Value& notification)
 STrackInfoValues CUsbMediaPlayer::GetTrackInfoValues()
 {
     const PlayerLock lock(m_playerMutex);
+    return GetTrackInfoValuesLocked();
+}
+
+STrackInfoValues CUsbMediaPlayer::GetTrackInfoValuesLocked()
+{
     STrackInfoValues track;
     track.title = m_currentTrack.m_title;
     track.artist = m_currentTrack.m_artist;
     track.album = m_currentTrack.m_album;
-    track.index = GetCurrentTrackNumber();
+    track.index = GetCurrentTrackNumberLocked();
     track.count = m_playlistSize;
-    track.time = GetCurrentTrackTime();
+    track.time = GetCurrentTrackTimeLocked();
     track.duration = m_currentTrack.m_duration;
-    track.isPlaying = IsPlaying();
+    track.isPlaying = IsPlayingLocked();
     track.filePath = Latin1ToUtf8(m_currentTrack.m_path);
     track.fileName = Latin1ToUtf8(m_currentTrack.m_name);
     track.id = m_currentTrack.m_id;
     return track;
 }
 
-void CUsbMediaPlayer::SendTrackInfoNotification()
+void CUsbMediaPlayer::SendTrackInfoNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    SendNotification(BuildTrackInfoNotification(GetTrackInfoValues()));
+    SendNotificationLocked(BuildTrackInfoNotification(GetTrackInfoValuesLocked()));
     m_trackInfoSent = true;
 }
 
-void CUsbMediaPlayer::SendTrackAlbumArtNotification(const std::string& artFilePath)
+void CUsbMediaPlayer::SendTrackAlbumArtNotificationLocked(const std::string& artFilePath)
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(1929, LOG_INFO, "trackAlbumArtNotification sent\n");
-    SendNotification(BuildTrackAlbumArtNotification(GetCurrentTrackNumber(), artFilePath));
+    LOG_AT(LogLine::kTrackAlbumArtSent, LOG_INFO, "trackAlbumArtNotification sent\n");
+    SendNotificationLocked(BuildTrackAlbumArtNotification(GetCurrentTrackNumberLocked(), artFilePath));
 }
 
-void CUsbMediaPlayer::SendPlayerStateChangedNotification()
+void CUsbMediaPlayer::SendPlayerStateChangedNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(1946, LOG_INFO, "playerStateChangedNotification sent\n");
-    SendNotification(BuildPlayerStateChangedNotification(GetPlayerState()));
+    LOG_AT(LogLine::kPlayerStateChangedSent, LOG_INFO, "playerStateChangedNotification sent\n");
+    SendNotificationLocked(BuildPlayerStateChangedNotification(GetPlayerStateLocked()));
 }
 
-void CUsbMediaPlayer::SendRepeatModeChangedNotification()
+void CUsbMediaPlayer::SendRepeatModeChangedNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(1962, LOG_INFO, "repeatModeChangedNotification sent\n");
-    SendNotification(BuildRepeatModeChangedNotification(m_repeatMode));
+    LOG_AT(LogLine::kRepeatModeChangedSent, LOG_INFO, "repeatModeChangedNotification sent\n");
+    SendNotificationLocked(BuildRepeatModeChangedNotification(m_repeatMode));
 }
 
-void CUsbMediaPlayer::SendShuffleModeChangedNotification()
+void CUsbMediaPlayer::SendShuffleModeChangedNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(1978, LOG_INFO, "shuffleModeChangedNotification sent\n");
-    SendNotification(BuildShuffleModeChangedNotification(m_isShuffle));
+    LOG_AT(LogLine::kShuffleModeChangedSent, LOG_INFO, "shuffleModeChangedNotification sent\n");
+    SendNotificationLocked(BuildShuffleModeChangedNotification(m_isShuffle));
 }
 
 // The duration sent is remembered: pause reports it again.
-void CUsbMediaPlayer::SendTrackTimeNotification()
+void CUsbMediaPlayer::SendTrackTimeNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(1994, LOG_INFO, "trackTimeNotification sent\n");
+    LOG_AT(LogLine::kTrackTimeSent, LOG_INFO, "trackTimeNotification sent\n");
     m_trackDuration = m_currentTrack.m_duration;
-    SendNotification(BuildTrackTimeNotification(GetCurrentTrackTime(), m_trackDuration));
+    SendNotificationLocked(BuildTrackTimeNotification(GetCurrentTrackTimeLocked(), m_trackDuration));
 }
 
-void CUsbMediaPlayer::SendEndOfPlayListNotification()
+void CUsbMediaPlayer::SendEndOfPlayListNotificationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(2010, LOG_INFO, "endOfPlayListNotification sent\n");
-    SendNotification(BuildEndOfPlayListNotification());
+    LOG_AT(LogLine::kEndOfPlayListSent, LOG_INFO, "endOfPlayListNotification sent\n");
+    SendNotificationLocked(BuildEndOfPlayListNotification());
 }
 
-void CUsbMediaPlayer::SendUsbConnectionNotification(const std::string& deviceName, bool connected,
+void CUsbMediaPlayer::SendUsbConnectionNotificationLocked(const std::string& deviceName, bool connected,
                                                     const std::string& errorCode)
 {
-    const PlayerLock lock(m_playerMutex);
-    LOG_AT(2071, LOG_INFO, "usbConnectionNotification sent\n");
-    SendNotification(BuildUsbConnectionNotification(deviceName, connected, errorCode));
+    LOG_AT(LogLine::kUsbConnectionSent, LOG_INFO, "usbConnectionNotification sent\n");
+    SendNotificationLocked(BuildUsbConnectionNotification(deviceName, connected, errorCode));
 }

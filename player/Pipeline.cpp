@@ -8,18 +8,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-constexpr const char* kDefaultSink = "alsasink";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
-
-// The elements of a new pipeline; the pipeline owns them all.
-struct SPipelineParts {
-    GstPipelinePtr pipeline;
-    GstElement* source = nullptr;
-    GstElement* decoder = nullptr;
-    GstElement* audioBin = nullptr;
-    GstElement* audioConvert = nullptr;
-    GstElement* audioSink = nullptr;
-};
+using PlayerLock = CLockGuard<CMutex>;
 
 GstCapsPtr PadCaps(GstPad* pad)
 {
@@ -59,8 +48,8 @@ void OnDecodedPadAdded(GstElement*, GstPad* pad, gpointer audioBin)
 GstElementPtr MakeSoundOutput()
 {
     const std::string description = AudioSinkDescription();
-    if (description == kDefaultSink) {
-        return AdoptElement(gst_element_factory_make(kDefaultSink, "sink"));
+    if (description == kDefaultAudioSink) {
+        return AdoptElement(gst_element_factory_make(kDefaultAudioSink, "sink"));
     }
     GError* rawError = nullptr;
     GstElement* sink = description.find('!') == std::string::npos
@@ -88,42 +77,44 @@ GstElement* AddTo(GstElement* bin, const GstElementPtr& element)
     return element.get();
 }
 
-GstElement* BuildAudioBin(SPipelineParts& parts)
+// audioconvert "aconv" ! sink in the bin "audiobin", added to `pipeline`;
+// returns the pipeline's audio bin (null when it could not be made).
+GstElement* AddAudioBin(GstElement* pipeline)
 {
     const GstElementPtr audioBin = AdoptElement(gst_bin_new("audiobin"));
     const GstElementPtr convert = AdoptElement(gst_element_factory_make("audioconvert", "aconv"));
     const GstElementPtr sink = MakeSoundOutput();
-    parts.audioConvert = AddTo(audioBin.get(), convert);
-    parts.audioSink = AddTo(audioBin.get(), sink);
-    if (parts.audioConvert != nullptr && parts.audioSink != nullptr) {
-        gst_element_link(parts.audioConvert, parts.audioSink);
+    GstElement* const audioConvert = AddTo(audioBin.get(), convert);
+    GstElement* const audioSink = AddTo(audioBin.get(), sink);
+    if (audioConvert != nullptr && audioSink != nullptr) {
+        gst_element_link(audioConvert, audioSink);
     }
-    if (parts.audioConvert != nullptr) {
-        const GstPadPtr convertSink(gst_element_get_static_pad(parts.audioConvert, "sink"));
+    if (audioConvert != nullptr) {
+        const GstPadPtr convertSink(gst_element_get_static_pad(audioConvert, "sink"));
         gst_element_add_pad(audioBin.get(), gst_ghost_pad_new("sink", convertSink.get()));
     }
-    return AddTo(parts.pipeline.get(), audioBin);
+    return AddTo(pipeline, audioBin);
 }
 
-SPipelineParts BuildPipeline(const std::string& location)
+// A new pipeline playing `location`; it owns all its elements.
+GstPipelinePtr BuildPipeline(const std::string& location)
 {
-    SPipelineParts parts;
-    parts.pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("pipeline"))));
+    GstPipelinePtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("pipeline"))));
     const GstElementPtr source = AdoptElement(gst_element_factory_make("filesrc", "source"));
     const GstElementPtr decoder = AdoptElement(gst_element_factory_make("decodebin", "decoder"));
     if (source) {
         g_object_set(source.get(), "location", location.c_str(), nullptr);
     }
-    parts.source = AddTo(parts.pipeline.get(), source);
-    parts.decoder = AddTo(parts.pipeline.get(), decoder);
-    if (parts.source != nullptr && parts.decoder != nullptr) {
-        gst_element_link(parts.source, parts.decoder);
+    GstElement* const addedSource = AddTo(pipeline.get(), source);
+    GstElement* const addedDecoder = AddTo(pipeline.get(), decoder);
+    if (addedSource != nullptr && addedDecoder != nullptr) {
+        gst_element_link(addedSource, addedDecoder);
     }
-    parts.audioBin = BuildAudioBin(parts);
-    if (parts.decoder != nullptr) {
-        g_signal_connect(parts.decoder, "pad-added", G_CALLBACK(OnDecodedPadAdded), parts.audioBin);
+    GstElement* const audioBin = AddAudioBin(pipeline.get());
+    if (addedDecoder != nullptr) {
+        g_signal_connect(addedDecoder, "pad-added", G_CALLBACK(OnDecodedPadAdded), audioBin);
     }
-    return parts;
+    return pipeline;
 }
 
 bool IsLoadable(const CTrackInfo& track)
@@ -132,22 +123,20 @@ bool IsLoadable(const CTrackInfo& track)
 }
 }  // namespace
 
-bool CUsbMediaPlayer::SetTrack(const CFile& file)
+bool CUsbMediaPlayer::SetTrackLocked(const CFile& file)
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "SetTrack\n");
     return m_currentTrack.SetFromFile(file);
 }
 
 // Loads entry m_index into a new pipeline, left in the NULL state.
-bool CUsbMediaPlayer::ResetPlaying()
+bool CUsbMediaPlayer::ResetPlayingLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "ResetPlaying\n");
-    StopPlaying();
+    StopPlayingLocked();
     if (m_index < m_playlist.m_files.size()) {
         const CFile entry = m_playlist.m_files[m_index];
-        SetTrack(entry);
+        SetTrackLocked(entry);
     }
     const std::string location = m_currentTrack.m_path + "/" + m_currentTrack.m_name;
     if (!IsLoadable(m_currentTrack)) {
@@ -155,59 +144,55 @@ bool CUsbMediaPlayer::ResetPlaying()
         return false;
     }
     LOG(LOG_INFO, "Set Pipeline - %s\n", location.c_str());
-    SPipelineParts parts = BuildPipeline(location);
-    m_pipeline = std::move(parts.pipeline);
-    m_source = parts.source;
-    m_decoder = parts.decoder;
-    m_audioBin = parts.audioBin;
-    m_audioConvert = parts.audioConvert;
-    m_audioSink = parts.audioSink;
+    m_pipeline = BuildPipeline(location);
     const GstBusPtr bus(gst_pipeline_get_bus(GST_PIPELINE(m_pipeline.get())));
-    m_busWatchId = gst_bus_add_watch(bus.get(), &CUsbMediaPlayer::OnBusMessage, this);
+    // Removed with the pipeline (StopPlaying), so the watch id is not kept.
+    gst_bus_add_watch(bus.get(), &CUsbMediaPlayer::OnBusMessage, this);
     return true;
 }
 
-bool CUsbMediaPlayer::PlayTrack()
+bool CUsbMediaPlayer::PlayTrackLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     LOG(LOG_INFO, "PlayTrack\n");
-    if (ResetPlaying()) {
+    if (ResetPlayingLocked()) {
         LOG(LOG_INFO, "Start GST Pipeline\n");
-        SetPlayerState(STATE_PLAYING);
+        SetPlayerStateLocked(STATE_PLAYING);
         // The notification may have found no client and stopped playback.
         if (m_pipeline) {
             gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
         }
         WakeProgressThread();
     }
-    return GetPlayerState() == STATE_PLAYING;
+    return GetPlayerStateLocked() == STATE_PLAYING;
 }
 
 void CUsbMediaPlayer::StopPlaying()
 {
     const PlayerLock lock(m_playerMutex);
+    StopPlayingLocked();
+}
+
+void CUsbMediaPlayer::StopPlayingLocked()
+{
     LOG(LOG_INFO, "StopPlaying\n");
     if (m_pipeline) {
         // Messages of the old pipeline are of no interest any more.
         const GstBusPtr bus(gst_pipeline_get_bus(GST_PIPELINE(m_pipeline.get())));
         gst_bus_remove_watch(bus.get());
-        m_busWatchId = 0;
-        m_source = m_decoder = m_audioBin = m_audioConvert = m_audioSink = nullptr;
         m_pipeline.reset();
     }
-    SetPlayerState(STATE_STOPPED);
-    SetCurrentTrackTimeValue(0);
+    SetPlayerStateLocked(STATE_STOPPED);
+    SetCurrentTrackTimeValueLocked(0);
     m_currentTrack.ClearTrack();
     m_tagMessageCount = 0;
-    ReleaseAlbumArt();
+    ReleaseAlbumArtLocked();
 }
 
-bool CUsbMediaPlayer::SetCurrentTrackTime()
+bool CUsbMediaPlayer::SetCurrentTrackTimeLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     gint64 position = 0;
     if (m_pipeline && gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
-        SetCurrentTrackTimeValue(static_cast<uint32_t>(position / GST_SECOND));
+        SetCurrentTrackTimeValueLocked(static_cast<uint32_t>(position / GST_SECOND));
         return true;
     }
     LOG(LOG_WARN, "SetCurrentTrackTime result is false!\n");
@@ -215,9 +200,8 @@ bool CUsbMediaPlayer::SetCurrentTrackTime()
 }
 
 // A duration of 0 s (not known yet) keeps the one stored.
-bool CUsbMediaPlayer::QueryTrackDuration()
+bool CUsbMediaPlayer::QueryTrackDurationLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     gint64 duration = 0;
     if (m_pipeline && gst_element_query_duration(m_pipeline.get(), GST_FORMAT_TIME, &duration)) {
         const gint64 seconds = duration / GST_SECOND;

@@ -9,14 +9,13 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CMutex>;
 }  // namespace
 
 // Collects the audio files around `target` into m_playlist and points
 // m_index at it (see MatchPlaylist); none leaves m_index at kNoEntryId.
-void CUsbMediaPlayer::BuildPlayList(const CFile& target, bool fullUsb)
+void CUsbMediaPlayer::BuildPlayListLocked(const CFile& target, bool fullUsb)
 {
-    const PlayerLock lock(m_playerMutex);
     CFileList scanned;
     const CFileList* source = &scanned;
     if (fullUsb) {
@@ -56,25 +55,30 @@ void CUsbMediaPlayer::BuildPlayList(const CFile& target, bool fullUsb)
 bool CUsbMediaPlayer::PlayList(const CFile& target, bool fullUsb)
 {
     const PlayerLock lock(m_playerMutex);
-    RefreshClients();
+    return PlayListLocked(target, fullUsb);
+}
+
+bool CUsbMediaPlayer::PlayListLocked(const CFile& target, bool fullUsb)
+{
+    RefreshClientsLocked();
     ClearError();
-    StopPlaying();
+    StopPlayingLocked();
     m_playlist.Clear();
     if (target.m_isFolder) {
         return PlayFolder(target);
     }
-    BuildPlayList(target, fullUsb);
+    BuildPlayListLocked(target, fullUsb);
     if (m_isShuffle) {
-        Shuffle();
+        ShuffleLocked();
     }
     if (m_index > m_folderList.Size()) {
         // The file is gone: play the whole stick instead.
         m_playlist.Clear();
-        PlayAllSongs(GetCurrentRootPath());
-    } else if (m_index < m_playlistSize && SetTrack(m_playlist.m_files[m_index])) {
-        PlayTrack();
+        PlayAllSongsLocked(GetCurrentRootPathLocked());
+    } else if (m_index < m_playlistSize && SetTrackLocked(m_playlist.m_files[m_index])) {
+        PlayTrackLocked();
         if (m_isShuffle) {
-            MoveToFrontOfShuffleOrder(m_index);
+            MoveToFrontOfShuffleOrderLocked(m_index);
         }
     }
     LOG(LOG_DEBUG, "Play list: %d\n", static_cast<int>(m_playlistSize));
@@ -98,14 +102,14 @@ bool CUsbMediaPlayer::PlayFolder(const CFile& folder)
     }
     m_playlist.Sort();
     if (m_isShuffle) {
-        Shuffle();
+        ShuffleLocked();
     }
     m_playlistSize = static_cast<uint32_t>(m_playlist.Size());
     m_index = 0;
-    SetTrack(m_playlist.m_files[0]);
-    PlayTrack();
+    SetTrackLocked(m_playlist.m_files[0]);
+    PlayTrackLocked();
     if (m_isShuffle) {
-        MoveToFrontOfShuffleOrder(0);
+        MoveToFrontOfShuffleOrderLocked(0);
     }
     return m_errorCode == 0;
 }
@@ -114,6 +118,11 @@ bool CUsbMediaPlayer::PlayFolder(const CFile& folder)
 bool CUsbMediaPlayer::PlayFileById(uint32_t id, bool fullUsb)
 {
     const PlayerLock lock(m_playerMutex);
+    return PlayFileByIdLocked(id, fullUsb);
+}
+
+bool CUsbMediaPlayer::PlayFileByIdLocked(uint32_t id, bool fullUsb)
+{
     // A failed folder play clears m_playlist but leaves m_playlistSize
     // counting the old list, so the list's own size bounds the read too.
     const bool hasCurrent = m_index < m_playlistSize && m_index < m_playlist.Size();
@@ -121,27 +130,31 @@ bool CUsbMediaPlayer::PlayFileById(uint32_t id, bool fullUsb)
     if (current.m_id != kNoEntryId && current.m_id == id) {
         return true;
     }
-    return PlayList(m_folderList.FindById(id), fullUsb);
+    return PlayListLocked(m_folderList.FindById(id), fullUsb);
 }
 
 // Plays from the first record of the storage index (usually the first
 // top-level folder, played with everything below it).
-bool CUsbMediaPlayer::PlayAllSongs(const std::string&)
+bool CUsbMediaPlayer::PlayAllSongs(const std::string& rootPath)
 {
     const PlayerLock lock(m_playerMutex);
+    return PlayAllSongsLocked(rootPath);
+}
+
+bool CUsbMediaPlayer::PlayAllSongsLocked(const std::string&)
+{
     ClearError();
     if (m_folderList.Empty()) {
         SetError("No Songs on USB!", -6);
     } else {
         const CFile first = m_folderList.At(0);
-        PlayList(first, true);
+        PlayListLocked(first, true);
     }
     return m_errorCode == 0 && m_folderList.m_errorCode == 0;
 }
 
-void CUsbMediaPlayer::Shuffle()
+void CUsbMediaPlayer::ShuffleLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     m_shuffleOrder = MakeShuffleOrder(static_cast<uint32_t>(m_playlist.Size()), &std::rand);
     m_shuffleIndex = 0;
 }
@@ -153,13 +166,12 @@ void CUsbMediaPlayer::EnableShuffle(bool enabled)
     const PlayerLock lock(m_playerMutex);
     m_isShuffle = enabled;
     if (enabled) {
-        Shuffle();
+        ShuffleLocked();
     }
-    SendShuffleModeChangedNotification();
+    SendShuffleModeChangedNotificationLocked();
 }
 
-void CUsbMediaPlayer::MoveToFrontOfShuffleOrder(uint32_t index)
+void CUsbMediaPlayer::MoveToFrontOfShuffleOrderLocked(uint32_t index)
 {
-    const PlayerLock lock(m_playerMutex);
     MoveToFront(m_shuffleOrder, index);
 }

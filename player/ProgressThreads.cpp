@@ -6,7 +6,7 @@
 #include <chrono>
 
 namespace {
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CMutex>;
 using std::chrono::microseconds;
 
 constexpr int64_t kSeekStepNs = 15 * GST_SECOND;
@@ -20,11 +20,11 @@ bool IsSeekingState(int32_t state)
 }
 
 // Sleeps for `period`, cut short only by the stop flag.
-void SleepUnlessStopping(std::mutex& mutex, std::condition_variable& wake, microseconds period,
+void SleepUnlessStopping(CMutex& mutex, std::condition_variable& wake, microseconds period,
                          const std::atomic<bool>& stop)
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    wake.wait_for(lock, period, [&stop] { return stop.load(); });
+    CUniqueLock lock(mutex);
+    wake.wait_for(lock.Native(), period, [&stop] { return stop.load(); });
 }
 }  // namespace
 
@@ -32,13 +32,13 @@ void SleepUnlessStopping(std::mutex& mutex, std::condition_variable& wake, micro
 // about to wait either sees the new state or gets the wake.
 void CUsbMediaPlayer::WakeProgressThread()
 {
-    { const std::lock_guard<std::mutex> lock(m_progressMutex); }
+    { const CLockGuard<CMutex> lock(m_progressMutex); }
     m_progressCond.notify_all();
 }
 
 void CUsbMediaPlayer::WakeSeekThread()
 {
-    { const std::lock_guard<std::mutex> lock(m_seekMutex); }
+    { const CLockGuard<CMutex> lock(m_seekMutex); }
     m_seekCond.notify_all();
 }
 
@@ -50,8 +50,8 @@ void CUsbMediaPlayer::TrackProgressUpdate(CUsbMediaPlayer* player)
             SleepUnlessStopping(self.m_progressMutex, self.m_progressCond, kProgressPeriod, self.m_stopThreads);
             continue;
         }
-        std::unique_lock<std::mutex> lock(self.m_progressMutex);
-        self.m_progressCond.wait(lock, [&self] {
+        CUniqueLock lock(self.m_progressMutex);
+        self.m_progressCond.wait(lock.Native(), [&self] {
             return self.m_stopThreads || IsPlayingState(self.CachedPlayerState());
         });
     }
@@ -61,12 +61,12 @@ void CUsbMediaPlayer::TrackProgressUpdate(CUsbMediaPlayer* player)
 bool CUsbMediaPlayer::ReportProgress()
 {
     const PlayerLock lock(m_playerMutex);
-    if (!IsPlaying()) {
+    if (!IsPlayingLocked()) {
         return false;
     }
-    QueryTrackDuration();
-    if (SetCurrentTrackTime()) {
-        SendTrackTimeNotification();
+    QueryTrackDurationLocked();
+    if (SetCurrentTrackTimeLocked()) {
+        SendTrackTimeNotificationLocked();
     }
     return true;
 }
@@ -79,8 +79,8 @@ void CUsbMediaPlayer::SeekFastForwardRewind(CUsbMediaPlayer* player)
             SleepUnlessStopping(self.m_seekMutex, self.m_seekCond, kSeekPeriod, self.m_stopThreads);
             continue;
         }
-        std::unique_lock<std::mutex> lock(self.m_seekMutex);
-        self.m_seekCond.wait(lock, [&self] {
+        CUniqueLock lock(self.m_seekMutex);
+        self.m_seekCond.wait(lock.Native(), [&self] {
             return self.m_stopThreads || IsSeekingState(self.CachedPlayerState());
         });
     }
@@ -90,11 +90,11 @@ void CUsbMediaPlayer::SeekFastForwardRewind(CUsbMediaPlayer* player)
 int32_t CUsbMediaPlayer::StepFastForwardRewind()
 {
     const PlayerLock lock(m_playerMutex);
-    const int32_t state = GetPlayerState();
+    const int32_t state = GetPlayerStateLocked();
     if (state == STATE_FAST_FORWARD) {
-        SeekStep(ForwardSeekTarget());
+        SeekStepLocked(ForwardSeekTarget());
     } else if (state == STATE_REWIND) {
-        SeekStep(BackwardSeekTarget());
+        SeekStepLocked(BackwardSeekTarget());
     }
     return state;
 }
@@ -110,7 +110,7 @@ int64_t CUsbMediaPlayer::ForwardSeekTarget()
     if (gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
         target = position + kSeekStepNs;
     } else {
-        target = static_cast<int64_t>(GetCurrentTrackTime()) * GST_SECOND + kSeekStepNs;
+        target = static_cast<int64_t>(GetCurrentTrackTimeLocked()) * GST_SECOND + kSeekStepNs;
     }
     return target < 0 ? 0 : target;
 }
@@ -127,16 +127,15 @@ int64_t CUsbMediaPlayer::BackwardSeekTarget()
 }
 
 // A flushing seek; on success clients get the new position.
-bool CUsbMediaPlayer::SeekStep(int64_t targetNs)
+bool CUsbMediaPlayer::SeekStepLocked(int64_t targetNs)
 {
-    const PlayerLock lock(m_playerMutex);
     if (!m_pipeline || !gst_element_seek_simple(m_pipeline.get(), GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, targetNs)) {
         return false;
     }
-    if (!SetCurrentTrackTime()) {
-        SetCurrentTrackTimeValue(static_cast<uint32_t>(targetNs / GST_SECOND));
+    if (!SetCurrentTrackTimeLocked()) {
+        SetCurrentTrackTimeValueLocked(static_cast<uint32_t>(targetNs / GST_SECOND));
     }
-    SendTrackTimeNotification();
+    SendTrackTimeNotificationLocked();
     return true;
 }
 
@@ -146,14 +145,14 @@ bool CUsbMediaPlayer::SeekForward(bool enable)
 {
     const PlayerLock lock(m_playerMutex);
     if (!enable) {
-        SetPlayerState(STATE_PLAYING);
+        SetPlayerStateLocked(STATE_PLAYING);
         WakeProgressThread();
         return true;
     }
-    if (!IsPlaying() || GetPlayerState() == STATE_FAST_FORWARD) {
+    if (!IsPlayingLocked() || GetPlayerStateLocked() == STATE_FAST_FORWARD) {
         return false;
     }
-    SetPlayerState(STATE_FAST_FORWARD);
+    SetPlayerStateLocked(STATE_FAST_FORWARD);
     WakeSeekThread();
     return true;
 }
@@ -162,14 +161,14 @@ bool CUsbMediaPlayer::SeekBackward(bool enable)
 {
     const PlayerLock lock(m_playerMutex);
     if (!enable) {
-        SetPlayerState(STATE_PLAYING);
+        SetPlayerStateLocked(STATE_PLAYING);
         WakeProgressThread();
         return true;
     }
-    if (!IsPlaying() || GetPlayerState() == STATE_REWIND) {
+    if (!IsPlayingLocked() || GetPlayerStateLocked() == STATE_REWIND) {
         return false;
     }
-    SetPlayerState(STATE_REWIND);
+    SetPlayerStateLocked(STATE_REWIND);
     WakeSeekThread();
     return true;
 }
@@ -179,7 +178,7 @@ bool CUsbMediaPlayer::SeekToTime(int64_t seconds)
 {
     std::this_thread::sleep_for(kSeekToTimeDelay);
     const PlayerLock lock(m_playerMutex);
-    if (!IsPlaying()) {
+    if (!IsPlayingLocked()) {
         return false;
     }
     gint64 position = 0;
@@ -187,5 +186,5 @@ bool CUsbMediaPlayer::SeekToTime(int64_t seconds)
         gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position);
     }
     const int64_t target = seconds * GST_SECOND;
-    return SeekStep(target < 0 ? 0 : target);
+    return SeekStepLocked(target < 0 ? 0 : target);
 }

@@ -8,16 +8,11 @@
 class CUsbMediaPlayer;
 
 // What was playing when the device went into soft power-off, kept so that a
-// client can resume there once power returns.
-class SSuspensionData {
-public:
+// client can resume there once power returns. A plain value.
+struct SSuspensionData {
     // A snapshot of the player's current track, first stick record, position,
     // shuffle, repeat mode and state.
     explicit SSuspensionData(CUsbMediaPlayer& player);
-    virtual ~SSuspensionData() = default;
-
-    SSuspensionData(const SSuspensionData&) = default;
-    SSuspensionData& operator=(const SSuspensionData&) = default;
 
     CTrackInfo m_track;
     CUsbDeviceStatus m_usbDevice;

@@ -4,8 +4,6 @@
 
 #include "core/Logger.h"
 
-#include <memory>
-
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 
@@ -17,11 +15,6 @@ constexpr const char* kLogSource = "CUsbMediaPlayer";
 // apart) is still announced, with whatever texts are known by then.
 constexpr uint32_t kTagMessagesRead = 3;
 constexpr uint32_t kTrackInfoMessage = 2;
-
-struct TagListUnref {
-    void operator()(GstTagList* tags) const { gst_tag_list_unref(tags); }
-};
-using TagListPtr = std::unique_ptr<GstTagList, TagListUnref>;
 
 // Copies one text tag into `field` when the list has it.
 void ReadTextTag(const GstTagList* tags, const char* tag, const char* logText, std::string& field)
@@ -55,15 +48,14 @@ GstSamplePtr CoverImage(const GstTagList* tags)
 }
 }  // namespace
 
-void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
+void CUsbMediaPlayer::HandleBusTagLocked(GstMessage* message)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
     if (m_tagMessageCount >= kTagMessagesRead) {
         return;
     }
     GstTagList* raw = nullptr;
     gst_message_parse_tag(message, &raw);
-    const TagListPtr tags(raw);
+    const GstTagListPtr tags(raw);
     if (!tags) {
         return;
     }
@@ -74,15 +66,14 @@ void CUsbMediaPlayer::HandleBusTag(GstMessage* message)
 
     if (m_tagMessageCount == kTrackInfoMessage || IsWavFileName(m_currentTrack.m_name)) {
         LOG(LOG_INFO, "Sending Out TrackInfo Notification since some info was updated\n");
-        QueryTrackDuration();
-        SendTrackInfoNotification();
+        QueryTrackDurationLocked();
+        SendTrackInfoNotificationLocked();
     }
 
     GstSamplePtr image = CoverImage(tags.get());
     if (!image) {
         return;  // the image already held stays
     }
-    std::lock_guard<std::mutex> artLock(m_albumArtMutex);
-    const GstSamplePtr previous(m_albumArtSample);  // released at the end of this scope
-    m_albumArtSample = image.release();
+    const CLockGuard<CMutex> artLock(m_albumArtMutex);
+    m_albumArtSample.swap(image);  // the previous image goes with `image`, after the art lock
 }

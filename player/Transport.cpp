@@ -7,7 +7,7 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
+using PlayerLock = CLockGuard<CMutex>;
 
 std::string NoFileSelected(const CTrackInfo& track)
 {
@@ -20,13 +20,18 @@ std::string NoFileSelected(const CTrackInfo& track)
 bool CUsbMediaPlayer::Play()
 {
     const PlayerLock lock(m_playerMutex);
-    RefreshClients();
+    return PlayLocked();
+}
+
+bool CUsbMediaPlayer::PlayLocked()
+{
+    RefreshClientsLocked();
     ClearError();
-    if (IsPlaying()) {
-        PlayTrack();
+    if (IsPlayingLocked()) {
+        PlayTrackLocked();
     } else if (m_pipeline) {
         gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
-        SetPlayerState(STATE_PLAYING);
+        SetPlayerStateLocked(STATE_PLAYING);
         WakeProgressThread();
     } else {
         SetError("No Song to play!", -1);
@@ -38,26 +43,36 @@ bool CUsbMediaPlayer::Play()
 bool CUsbMediaPlayer::Pause()
 {
     const PlayerLock lock(m_playerMutex);
+    return PauseLocked();
+}
+
+bool CUsbMediaPlayer::PauseLocked()
+{
     ClearError();
-    if (!IsPlaying()) {
+    if (!IsPlayingLocked()) {
         SetError("No Song to pause!", -1);
         return false;
     }
-    SetCurrentTrackTime();
+    SetCurrentTrackTimeLocked();
     m_currentTrack.m_duration = m_trackDuration;
-    SendTrackTimeNotification();
+    SendTrackTimeNotificationLocked();
     if (m_pipeline) {
         gst_element_set_state(m_pipeline.get(), GST_STATE_PAUSED);
     }
-    SetPlayerState(STATE_PAUSED);
+    SetPlayerStateLocked(STATE_PAUSED);
     return m_errorCode == 0;
 }
 
 bool CUsbMediaPlayer::Stop()
 {
     const PlayerLock lock(m_playerMutex);
+    return StopLocked();
+}
+
+bool CUsbMediaPlayer::StopLocked()
+{
     ClearError();
-    StopPlaying();
+    StopPlayingLocked();
     return true;
 }
 
@@ -67,18 +82,23 @@ bool CUsbMediaPlayer::Stop()
 bool CUsbMediaPlayer::RestartTrack()
 {
     const PlayerLock lock(m_playerMutex);
+    return RestartTrackLocked();
+}
+
+bool CUsbMediaPlayer::RestartTrackLocked()
+{
     ClearError();
-    if (IsPlaying()) {
-        if (ResetPlaying()) {
+    if (IsPlayingLocked()) {
+        if (ResetPlayingLocked()) {
             if (m_pipeline) {
                 gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
             }
-            SetPlayerState(STATE_PLAYING);
+            SetPlayerStateLocked(STATE_PLAYING);
             WakeProgressThread();
         }
-    } else if (ResetPlaying()) {
-        Pause();
-        SetPlayerState(STATE_PAUSED);
+    } else if (ResetPlayingLocked()) {
+        PauseLocked();
+        SetPlayerStateLocked(STATE_PAUSED);
     }
     return m_errorCode == 0;
 }
@@ -86,12 +106,17 @@ bool CUsbMediaPlayer::RestartTrack()
 bool CUsbMediaPlayer::PreviousTrack()
 {
     const PlayerLock lock(m_playerMutex);
+    return PreviousTrackLocked();
+}
+
+bool CUsbMediaPlayer::PreviousTrackLocked()
+{
     ClearError();
-    const uint32_t target = GetPreviousIndex(false);
+    const uint32_t target = GetPreviousIndexLocked(false);
     if (target >= m_playlistSize) {
         SetError(NoFileSelected(m_currentTrack), -4);
     } else {
-        goToTrackIndex(target);
+        goToTrackIndexLocked(target);
     }
     return m_errorCode == 0;
 }
@@ -100,69 +125,71 @@ bool CUsbMediaPlayer::PreviousTrack()
 bool CUsbMediaPlayer::_nextUSB()
 {
     const PlayerLock lock(m_playerMutex);
+    return _nextUSBLocked();
+}
+
+bool CUsbMediaPlayer::_nextUSBLocked()
+{
     m_trackInfoSent = false;
     ClearError();
-    const uint32_t target = GetNextIndex(false);
+    const uint32_t target = GetNextIndexLocked(false);
     if (target >= m_playlistSize) {
         LOG(LOG_INFO, "_nextUSB - Clearing the playlist\n");
-        EndPlaylist();
+        EndPlaylistLocked();
         SetError(NoFileSelected(m_currentTrack), -4);
     } else {
-        goToTrackIndex(target);
+        goToTrackIndexLocked(target);
     }
     return m_errorCode == 0;
 }
 
 // A playing player plays the new entry; a paused or stopped one ends up
 // paused on it.
-bool CUsbMediaPlayer::goToTrackIndex(uint32_t index)
+bool CUsbMediaPlayer::goToTrackIndexLocked(uint32_t index)
 {
-    const PlayerLock lock(m_playerMutex);
     m_playlistSize = static_cast<uint32_t>(m_playlist.Size());
     const uint32_t target = index < m_playlistSize ? index : 0;
     LOG(LOG_INFO, "goToTrackIndex: %d\n", static_cast<int>(target));
-    const int32_t stateBefore = GetPlayerState();
+    const int32_t stateBefore = GetPlayerStateLocked();
     if (m_playlistSize == 0) {
         SetError("Playlist is empty", -3);
         return false;
     }
-    StopPlaying();
+    StopPlayingLocked();
     m_index = target;
     const CFile entry = m_playlist.m_files[target];
-    if (!SetTrack(entry)) {
+    if (!SetTrackLocked(entry)) {
         return false;
     }
-    PlayTrack();
+    PlayTrackLocked();
     if (!IsPlayingState(stateBefore)) {
-        Pause();
+        PauseLocked();
     }
     return true;
 }
 
 // The track has played to its end: go on by the repeat and shuffle rules.
-void CUsbMediaPlayer::OnEndOfStream()
+void CUsbMediaPlayer::OnEndOfStreamLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     m_currentTrack.ClearTrack();
-    ReleaseAlbumArt();
-    const uint32_t target = GetNextIndex(true);
+    ReleaseAlbumArtLocked();
+    const uint32_t target = GetNextIndexLocked(true);
     if (target >= m_playlistSize && m_repeatMode == REPEAT_NONE) {
-        EndPlaylist();
+        EndPlaylistLocked();
     } else {
-        goToTrackIndex(target);
+        goToTrackIndexLocked(target);
     }
 }
 
-void CUsbMediaPlayer::EndPlaylist()
+void CUsbMediaPlayer::EndPlaylistLocked()
 {
-    const PlayerLock lock(m_playerMutex);
-    StopPlaying();
+    StopPlayingLocked();
     m_playlist.Clear();
     m_playlistSize = 0;
     m_currentTrack.SetName("");
     m_currentTrack.SetPath("");
     m_currentTrack.m_id = kNoEntryId;
-    SendEndOfPlayListNotification();
+    SendEndOfPlayListNotificationLocked();
 }
 
 // Any value is taken as it is; clients hear of it even when unchanged.
@@ -170,21 +197,19 @@ void CUsbMediaPlayer::SetRepeatMode(int32_t mode)
 {
     const PlayerLock lock(m_playerMutex);
     m_repeatMode = mode;
-    SendRepeatModeChangedNotification();
+    SendRepeatModeChangedNotificationLocked();
 }
 
-uint32_t CUsbMediaPlayer::GetNextIndex(bool automatic)
+uint32_t CUsbMediaPlayer::GetNextIndexLocked(bool automatic)
 {
-    const PlayerLock lock(m_playerMutex);
     const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
     const SNavigationStep step = NextPosition(at, m_shuffleOrder, automatic);
     m_shuffleIndex = step.shuffleIndex;
     return step.index;
 }
 
-uint32_t CUsbMediaPlayer::GetPreviousIndex(bool automatic)
+uint32_t CUsbMediaPlayer::GetPreviousIndexLocked(bool automatic)
 {
-    const PlayerLock lock(m_playerMutex);
     const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
     const SNavigationStep step = PreviousPosition(at, m_shuffleOrder, automatic);
     m_shuffleIndex = step.shuffleIndex;
@@ -194,11 +219,16 @@ uint32_t CUsbMediaPlayer::GetPreviousIndex(bool automatic)
 bool CUsbMediaPlayer::ValidateCurrentTrack()
 {
     const PlayerLock lock(m_playerMutex);
-    RefreshClients();
+    return ValidateCurrentTrackLocked();
+}
+
+bool CUsbMediaPlayer::ValidateCurrentTrackLocked()
+{
+    RefreshClientsLocked();
     ClearError();
-    if (IsPlaying()) {
-        SetCurrentTrackTime();
-        QueryTrackDuration();
+    if (IsPlayingLocked()) {
+        SetCurrentTrackTimeLocked();
+        QueryTrackDurationLocked();
     }
     return m_errorCode == 0;
 }

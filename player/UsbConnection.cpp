@@ -4,29 +4,28 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Logger.h"
+#include "player/UsbSticks.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-
-// True when a track in `directory` lives on the stick named `device`.
-bool TrackIsOnDevice(const std::string& directory, const std::string& device)
-{
-    const auto contains = [&directory](const char* text) {
-        return directory.find(text) != std::string::npos;
-    };
-    return (device == "usb1" && contains("usb-stick1")) || (device == "usb2" && contains("usb-stick2"));
-}
+using PlayerLock = CLockGuard<CMutex>;
 }  // namespace
 
 void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool connected,
                                            const std::string& errorCode)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
+    OnUsbConnectionEventLocked(device, connected, errorCode);
+}
+
+void CUsbMediaPlayer::OnUsbConnectionEventLocked(const std::string& device, bool connected,
+                                           const std::string& errorCode)
+{
     LOG(LOG_DEBUG, "UsbConnectionNotification received. %s isConnected = %d errorcode: %s\n",
         device.c_str(), connected, errorCode.c_str());
 
     bool changed = false;
-    if (device == "usb1") {
+    if (device == kFirstStick.deviceName) {
         changed = connected != m_usbDevice1.m_isConnected;
         m_usbDevice1.m_isConnected = connected;
         m_usbDevice1.m_errorCode = errorCode;
@@ -35,7 +34,7 @@ void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool conne
         HandleUsbRemoval(device);
     }
     if (changed) {
-        SendUsbConnectionNotification(device, connected, errorCode);
+        SendUsbConnectionNotificationLocked(device, connected, errorCode);
     }
 }
 
@@ -44,7 +43,7 @@ void CUsbMediaPlayer::OnUsbConnectionEvent(const std::string& device, bool conne
 void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 {
     if (TrackIsOnDevice(m_currentTrack.m_path, device)) {
-        StopPlaying();
+        StopPlayingLocked();
         m_currentTrack.SetName("");
         m_currentTrack.SetPath("");
         m_currentTrack.m_id = kNoEntryId;
@@ -57,20 +56,20 @@ void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
 
 bool CUsbMediaPlayer::IsUsbConnected(const std::string& deviceName)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
-    RefreshClients();
+    const PlayerLock lock(m_playerMutex);
+    RefreshClientsLocked();
     ClearError();
-    return deviceName == "usb1" && m_usbDevice1.m_isConnected;
+    return deviceName == kFirstStick.deviceName && m_usbDevice1.m_isConnected;
 }
 
 std::string CUsbMediaPlayer::GetUsbErrorCode()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_usbDevice1.m_errorCode;
 }
 
 CUsbDeviceStatus CUsbMediaPlayer::GetUsbDevice1()
 {
-    std::lock_guard<std::recursive_mutex> lock(m_playerMutex);
+    const PlayerLock lock(m_playerMutex);
     return m_usbDevice1;
 }

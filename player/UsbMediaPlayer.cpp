@@ -3,22 +3,16 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Environment.h"
+#include "core/PosixHandles.h"
 #include "player/DecoderRanks.h"
-
-#include <dirent.h>
-
-#include <memory>
+#include "player/UsbSticks.h"
 
 namespace {
-using PlayerLock = std::lock_guard<std::recursive_mutex>;
-
-struct DirClose {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
+using PlayerLock = CLockGuard<CMutex>;
 
 bool OpensAsDirectory(const std::string& path)
 {
-    return std::unique_ptr<DIR, DirClose>(opendir(path.c_str())) != nullptr;
+    return DirPtr(opendir(path.c_str())) != nullptr;
 }
 }  // namespace
 
@@ -35,8 +29,8 @@ CUsbMediaPlayer::CUsbMediaPlayer()
     // Nothing is loaded yet: no texts, no path, no duration (a default track
     // record stands for the mount root instead).
     m_currentTrack.ClearTrack();
-    m_usbDevice1.m_deviceName = "usb1";
-    m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath("/mnt/usb-stick1"));
+    m_usbDevice1.m_deviceName = kFirstStick.deviceName;
+    m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath(kFirstStick.mountPoint));
     m_usbDevice1.m_errorCode = "";
     // Every member and mutex exists by now, so the threads may use them at once.
     m_progressThread = std::thread(&CUsbMediaPlayer::TrackProgressUpdate, this);
@@ -68,7 +62,12 @@ void CUsbMediaPlayer::Shutdown()
 int32_t CUsbMediaPlayer::GetPlayerState()
 {
     const PlayerLock lock(m_playerMutex);
-    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    return GetPlayerStateLocked();
+}
+
+int32_t CUsbMediaPlayer::GetPlayerStateLocked()
+{
+    const CLockGuard<CMutex> stateLock(m_stateMutex);
     if (m_playerState != STATE_UNKNOWN) {
         return m_playerState;
     }
@@ -86,39 +85,42 @@ int32_t CUsbMediaPlayer::GetPlayerState()
 }
 
 // Clients hear of a state only when what they can see changes.
-void CUsbMediaPlayer::SetPlayerState(int32_t state)
+void CUsbMediaPlayer::SetPlayerStateLocked(int32_t state)
 {
-    const PlayerLock lock(m_playerMutex);
-    const int32_t before = GetPlayerState();
+    const int32_t before = GetPlayerStateLocked();
     {
-        const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+        const CLockGuard<CMutex> stateLock(m_stateMutex);
         m_playerState = state;
     }
-    if (GetPlayerState() != before) {
-        SendPlayerStateChangedNotification();
+    if (GetPlayerStateLocked() != before) {
+        SendPlayerStateChangedNotificationLocked();
     }
 }
 
 int32_t CUsbMediaPlayer::CachedPlayerState()
 {
-    const std::lock_guard<std::mutex> stateLock(m_stateMutex);
+    const CLockGuard<CMutex> stateLock(m_stateMutex);
     return m_playerState;
 }
 
-bool CUsbMediaPlayer::IsPlaying()
+bool CUsbMediaPlayer::IsPlayingLocked()
 {
-    return IsPlayingState(GetPlayerState());
+    return IsPlayingState(GetPlayerStateLocked());
 }
 
 uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
 {
-    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
+    const PlayerLock lock(m_playerMutex);
+    return GetCurrentTrackTimeLocked();
+}
+
+uint32_t CUsbMediaPlayer::GetCurrentTrackTimeLocked()
+{
     return m_currentTime;
 }
 
-void CUsbMediaPlayer::SetCurrentTrackTimeValue(uint32_t seconds)
+void CUsbMediaPlayer::SetCurrentTrackTimeValueLocked(uint32_t seconds)
 {
-    const std::lock_guard<std::mutex> timeLock(m_timeMutex);
     m_currentTime = seconds;
 }
 
@@ -134,15 +136,13 @@ bool CUsbMediaPlayer::IsShuffle()
     return m_isShuffle;
 }
 
-uint32_t CUsbMediaPlayer::GetPlaylistSize()
+uint32_t CUsbMediaPlayer::GetPlaylistSizeLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     return m_playlistSize;
 }
 
-uint32_t CUsbMediaPlayer::GetCurrentTrackNumber()
+uint32_t CUsbMediaPlayer::GetCurrentTrackNumberLocked()
 {
-    const PlayerLock lock(m_playerMutex);
     return m_playlistSize == 0 ? 0 : m_index + 1;
 }
 

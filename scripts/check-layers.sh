@@ -3,7 +3,7 @@
 # source includes (#include "dir/..."), and every project library its
 # CMakeLists.txt links, must come from its own layer or one below it.
 #
-#   core  <-  library  <-  player  <-  control  (control/rpc: the transport, alone)
+#   core  <-  library  <-  player  <-  control  (control/rpc: the transport, on core only)
 #   tools: the command-line client, on the transport and core only
 #
 # core/main.cpp is the daemon's entry and sees every layer. The build enforces
@@ -18,7 +18,7 @@ rules=(
   "core|core/|usbmedia_core"
   "library|core/ library/|usbmedia_core usbmedia_library"
   "player|core/ library/ player/|usbmedia_core usbmedia_library usbmedia_player"
-  "control/rpc|control/rpc/|usbmedia_rpc"
+  "control/rpc|core/ control/rpc/|usbmedia_core usbmedia_rpc"
   "control|core/ library/ player/ control/|usbmedia_core usbmedia_library usbmedia_player usbmedia_rpc usbmedia_control"
   "tools|core/ control/rpc/ tools/|usbmedia_core usbmedia_rpc usbmedia_cli"
 )

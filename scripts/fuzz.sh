@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds the control-interface fuzzer with clang (ASan+UBSan+libFuzzer) in
-# build-fuzz and runs it for a bounded time. Exits non-zero on any finding;
+# build-fuzz and runs it for a bounded time. The build compiles every product
+# source with -Wthread-safety -Werror=thread-safety, so a broken lock
+# annotation fails here. Exits non-zero on any finding;
 # the crashing input is left in build-fuzz/artifacts/.
 #   USBMEDIA_FUZZ_SECONDS  run time in seconds (default 240)
 #   extra arguments replace the corpus (e.g. a crash file to replay it; give

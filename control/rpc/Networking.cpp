@@ -18,8 +18,4 @@ bool init()
     return true;
 }
 
-void cleanup()
-{
-}
-
 }  // namespace networking

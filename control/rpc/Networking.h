@@ -6,6 +6,5 @@ namespace networking {
 // never end the process) and the descriptor limit is raised to its hard
 // maximum so that many clients can be connected at once.
 bool init();
-void cleanup();
 
 }  // namespace networking

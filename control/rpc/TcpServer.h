@@ -3,13 +3,13 @@
 #include "control/rpc/FileDescriptor.h"
 #include "control/rpc/JsonStreamFramer.h"
 #include "control/rpc/Server.h"
+#include "core/Mutex.h"
 
 #include <atomic>
 #include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -43,30 +43,34 @@ public:
     void Wake();
 
     // Sockets of the connected clients.
-    std::list<int> GetClients() const;
+    std::list<int> GetClients() const EXCLUDES(m_mutex);
 
     // Queues `text` for one client; false when that client is gone.
-    bool Send(int client, const std::string& text);
+    bool Send(int client, const std::string& text) EXCLUDES(m_mutex);
 
     // Closes the listening socket and every client.
-    void Close();
+    void Close() EXCLUDES(m_mutex);
 
 private:
     struct Client {
         explicit Client(int fd) : socket(fd), framer(kMaxRequestBytes) {}
         FileDescriptor socket;
         JsonStreamFramer framer;  // serving thread only
-        std::string outbox;       // guarded by m_mutex
+        // The rest is guarded by the server's m_mutex.
+        std::string outbox;
         size_t sent = 0;          // bytes of outbox already written
         bool closing = false;     // peer finished sending: close once flushed
         bool dead = false;        // close at the end of this round
     };
 
-    void AcceptClients();
-    void ReadFrom(Client& client);
-    void Enqueue(Client& client, const std::string& text);
-    void FlushLocked(Client& client);
-    void CloseFinishedClients();
+    void AcceptClients() EXCLUDES(m_mutex);
+    void ReadFrom(Client& client) EXCLUDES(m_mutex);
+    void Enqueue(Client& client, const std::string& text) REQUIRES(m_mutex);
+    void FlushLocked(Client& client) REQUIRES(m_mutex);
+    void CloseFinishedClients() EXCLUDES(m_mutex);
+    // The client on `fd`, or null. Serving thread only: membership changes
+    // only there, so the lookup needs no lock.
+    Client* FindClientOnServingThread(int fd);
     bool OnServingThread() const { return std::this_thread::get_id() == m_servingThread; }
 
     const std::string m_address;
@@ -75,8 +79,8 @@ private:
     FileDescriptor m_wakeEvent;
     std::atomic<std::thread::id> m_servingThread{};
 
-    mutable std::mutex m_mutex;  // membership of m_clients, outboxes, flags
-    std::map<int, std::unique_ptr<Client>> m_clients;
+    mutable CMutex m_mutex;  // membership of m_clients, outboxes, flags
+    std::map<int, std::unique_ptr<Client>> m_clients GUARDED_BY(m_mutex);
 };
 
 }  // namespace Rpc
