@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,12 @@ void MakeWma(const std::string& path, double seconds, const TrackTags& tags = Tr
 void MakeBrokenHeaderWav(const std::string& path);
 // Bytes that no decoder recognises.
 void MakeCorruptFile(const std::string& path, size_t size);
+// Seconds from `start` to now.
+inline double SecondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
 // `folders` folders "folderN" of `filesEach` empty files "trackN.mp3" below
 // `root`.
 void MakeWideTree(const std::string& root, int folders, int filesEach);

@@ -21,6 +21,7 @@
 
 using device_test::DeviceTest;
 using device_test::MakeWideTree;
+using device_test::SecondsSince;
 using testing_support::MakeDirs;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
@@ -39,11 +40,6 @@ constexpr double kStopSeconds = 2.5;
 #else
 constexpr double kStopSeconds = 1.5;
 #endif
-
-double SecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 void CreateEmptyFile(const std::string& path)
 {

@@ -26,6 +26,7 @@
 
 using device_test::DeviceTest;
 using device_test::MakeWideTree;
+using device_test::SecondsSince;
 using stick_test::FaultStick;
 using testing_support::MakeDirs;
 using testing_support::RpcClient;
@@ -48,11 +49,6 @@ constexpr double kStopSeconds = 2.0;
 #else
 constexpr double kStopSeconds = 1.0;
 #endif
-
-double SecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 std::string OneLine(std::string text)
 {
@@ -109,6 +105,16 @@ protected:
     // Descriptors before the fault (while playing, when the test plays);
     // ExpectStillServing compares with them.
     void NoteDescriptors() { m_descriptorsBefore = OpenDescriptors(); }
+
+    // Starts the daemon, plays `name` in `folder` and notes the descriptors
+    // once it plays.
+    void StartPlaying(const std::string& folder, const std::string& name)
+    {
+        StartDaemon();
+        ASSERT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(kPlaying));
+        NoteDescriptors();
+    }
 
     // The daemon answers this client and a new one, holds no more
     // descriptors than before the fault (the pipeline of a stopped track and
@@ -191,10 +197,7 @@ TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
     // EIO once half the song was read, as when the stick is pulled mid-song.
     const size_t size = testing_support::ReadFile(Source("music/a.mp3")).size();
     Command("fail-read music/a.mp3 " + std::to_string(size / 2));
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1() + "/music", "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1() + "/music", "a.mp3"));
     ExpectBadFileReport();
     ExpectStillServing();
 }
@@ -204,10 +207,7 @@ TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourceP
     device_test::MakeMp3(Source("a.mp3"), 60.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
     Json::Value enable;
     enable["enable"] = true;
     ASSERT_TRUE(Call("seekForward", enable)["result"].asBool());
@@ -222,10 +222,7 @@ TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnRes
     device_test::MakeMp3(Source("a.mp3"), 8.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
     ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
     ASSERT_TRUE(WaitForState(kPaused));
     Command("pull enodev");

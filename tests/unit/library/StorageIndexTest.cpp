@@ -55,6 +55,19 @@ uint32_t Crc(const CStorageIndex& index)
     return StorageIndexCrc32(index);
 }
 
+// Builds `index` from the missing folder <dir>/missing: the build fails and
+// leaves an empty index, its checksum 0, with the status of the failed open.
+void ExpectFailedBuildOnMissingFolder(CStorageIndex& index, const TempDir& dir)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(BuildStorageIndex(index, dir / "missing"));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(index.m_errorCode, -1);
+    EXPECT_EQ(index.GetErrorText(), "E: While opendir " + (dir / "missing"));
+    EXPECT_TRUE(index.Empty());
+    EXPECT_EQ(Crc(index), 0u);
+}
+
 }  // namespace
 
 TEST(StorageIndexTest, EmptyIndexGivesZero)
@@ -151,13 +164,7 @@ TEST(StorageIndexTest, BuildOnAMissingPathFailsWithAnEmptyIndex)
     WriteTree(dir.Path(), kTree);
     CStorageIndex index;
     ASSERT_TRUE(BuildStorageIndex(index, dir.Path()));
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(BuildStorageIndex(index, dir / "missing"));
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(index.m_errorCode, -1);
-    EXPECT_EQ(index.GetErrorText(), "E: While opendir " + (dir / "missing"));
-    EXPECT_TRUE(index.Empty());
-    EXPECT_EQ(Crc(index), 0u);
+    ExpectFailedBuildOnMissingFolder(index, dir);
 }
 
 TEST(StorageIndexTest, BuildOnATreeWithoutMediaFails)
@@ -348,14 +355,8 @@ TEST_F(CompactIndexTest, FindByIdGivesTheFirstRecordWithTheIdOrTheRoot)
 
 TEST_F(CompactIndexTest, AFailedBuildLeavesAnEmptyIndexWithTheStatus)
 {
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(BuildStorageIndex(index, dir / "missing"));
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(index.m_errorCode, -1);
-    EXPECT_EQ(index.GetErrorText(), "E: While opendir " + (dir / "missing"));
-    EXPECT_TRUE(index.Empty());
+    ExpectFailedBuildOnMissingFolder(index, dir);
     EXPECT_TRUE(index.ChildrenOf(dir.Path()).empty());
-    EXPECT_EQ(StorageIndexCrc32(index), 0u);
 }
 
 TEST_F(CompactIndexTest, ClearEmptiesTheIndexAndTheMap)
