@@ -8,6 +8,7 @@
 #include "tests/integration/DeviceFixture.h"
 #include "tests/integration/FaultStick.h"
 #include "tests/support/ProcessStatus.h"
+#include "tests/support/PlayerStates.h"
 #include "tests/support/TempDir.h"
 
 #include "library/FileId.h"
@@ -31,15 +32,15 @@ using stick_test::FaultStick;
 using testing_support::MakeDirs;
 using testing_support::RpcClient;
 using testing_support::WriteFile;
+using testing_support::kFastForward;
+using testing_support::kPaused;
+using testing_support::kPlaying;
+using testing_support::kStopped;
 
 namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kTimeoutMs = 30000;
-constexpr int kStopped = 0;
-constexpr int kPaused = 3;
-constexpr int kPlaying = 4;
-constexpr int kFastForward = 5;
 constexpr int kOneTimeDescriptors = 2;
 
 // A scan stops within a second of SIGTERM; ThreadSanitizer adds a sleep of
