@@ -8,6 +8,7 @@
 #include "library/StorageIndex.h"
 #include "control/rpc/JsonText.h"
 #include "tests/support/DaemonProcess.h"
+#include "tests/support/ProcessStatus.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
 
@@ -18,13 +19,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 using testing_support::DaemonProcess;
+using testing_support::ResidentKiB;
 using testing_support::RpcClient;
 using testing_support::TempDir;
 
@@ -124,18 +125,6 @@ void RunFind(const std::string& stick)
     if (std::system(command.c_str()) != 0) {
         throw std::runtime_error("find failed");
     }
-}
-
-long ResidentKiB(pid_t pid)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.compare(0, 6, "VmRSS:") == 0) {
-            return std::stol(line.substr(6));
-        }
-    }
-    return -1;
 }
 
 Json::Value Expect(const Json::Value& reply, const char* what)

@@ -15,8 +15,7 @@ public:
 
     // The records of `index` whose path is exactly `folderPath`, sorted;
     // the cached list when the path is unchanged and the cache is clean.
-    // From the storage index, only the folder's own records are visited.
-    const CFileList& ListFolder(const CFileList& index, const std::string& folderPath);
+    // Only the folder's own records are visited.
     const CFileList& ListFolder(const CStorageIndex& index, const std::string& folderPath);
 
     // Must be called whenever the index is rebuilt or emptied.
@@ -32,9 +31,4 @@ public:
     // ("/mnt/usb-stick1" or "/mnt/usb-stick2"): the stick the storage index
     // was last built from; empty before the first build.
     std::string m_rootPath;
-
-private:
-    // Starts a rebuild for `folderPath`; false when the cache answers.
-    bool BeginRebuild(const std::string& folderPath);
-    const CFileList& EndRebuild();
 };

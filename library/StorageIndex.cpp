@@ -185,12 +185,6 @@ bool BuildStorageIndex(CStorageIndex& index, const std::string& path)
     return index.Build(path);
 }
 
-bool BuildStorageIndex(CFileList& index, const std::string& path)
-{
-    index.Clear();
-    return index.Scan(path, "", true, true, false, 0);
-}
-
 namespace {
 
 uLong AddId(uLong crc, uint32_t id)
@@ -229,15 +223,6 @@ uint32_t StorageIndexCrc32(const CStorageIndex& index)
     for (size_t first = 0; first < ids.size(); first += kChunkIds) {
         const size_t count = std::min(kChunkIds, ids.size() - first);
         crc = crc32(crc, reinterpret_cast<const Bytef*>(ids.data() + first), static_cast<uInt>(count * 4));
-    }
-    return static_cast<uint32_t>(crc);
-}
-
-uint32_t StorageIndexCrc32(const CFileList& index)
-{
-    uLong crc = crc32(0L, Z_NULL, 0);
-    for (const CFile& file : index.m_files) {
-        crc = AddId(crc, file.m_id);
     }
     return static_cast<uint32_t>(crc);
 }

@@ -2,7 +2,6 @@
 
 #include "core/Error.h"
 #include "library/File.h"
-#include "library/FileList.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -83,9 +82,7 @@ private:
 // Rebuilds `index` with every folder and audio file below `path`; true when
 // anything was found.
 bool BuildStorageIndex(CStorageIndex& index, const std::string& path);
-bool BuildStorageIndex(CFileList& index, const std::string& path);
 
-// zlib CRC-32 over the records' ids, 4 bytes little-endian each, in list
+// zlib CRC-32 over the records' ids, 4 bytes little-endian each, in index
 // order; 0 for an empty index.
 uint32_t StorageIndexCrc32(const CStorageIndex& index);
-uint32_t StorageIndexCrc32(const CFileList& index);

@@ -289,21 +289,7 @@ TEST_F(BusMessagesTest, UnreadableFileStopsAndReportsItsStick)
     ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
     MakeUnreadable(music + "/b.mp3");
 
-    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
-    ASSERT_FALSE(seen.empty());
-    const Json::Value& report = seen.back();
-    ASSERT_EQ(report["method"], "usbConnectionNotification") << m_daemon->Output();
-    Json::Value expected;
-    expected["usbDeviceName"] = "usb1";
-    expected["connected"] = false;
-    expected["errorCode"] = "badFile";
-    EXPECT_EQ(report["params"], expected);
-
-    // Before the report: the stop, and the emptied track.
-    const Json::Value& info = seen[seen.size() - 2];
-    ASSERT_EQ(info["method"], "trackInfoNotification");
-    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
-    EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+    ASSERT_NO_FATAL_FAILURE(ExpectBadFileNotifications());
     EXPECT_EQ(PlayerState(), 0);
     EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", 1000));
 }
@@ -382,18 +368,7 @@ TEST_F(BusMessagesTest, DemuxErrorTakesTheReadErrorPath)
     StartDaemon();
     PlayFile(Stick1(), "broken.wav");
 
-    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
-    ASSERT_GE(seen.size(), 2u);
-    const Json::Value& report = seen.back();
-    ASSERT_EQ(report["method"], "usbConnectionNotification") << m_daemon->Output();
-    Json::Value expected;
-    expected["usbDeviceName"] = "usb1";
-    expected["connected"] = false;
-    expected["errorCode"] = "badFile";
-    EXPECT_EQ(report["params"], expected);
-    const Json::Value& info = seen[seen.size() - 2];
-    ASSERT_EQ(info["method"], "trackInfoNotification");
-    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
+    ASSERT_NO_FATAL_FAILURE(ExpectBadFileNotifications());
     EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", 1000));
     EXPECT_EQ(PlayerState(), 0);
 }

@@ -5,6 +5,7 @@
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
 #include "tests/support/RpcClient.h"
+#include "tests/support/PlayerStates.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -27,17 +28,16 @@ using testing_support::DaemonProcess;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
 using testing_support::TempDir;
+using testing_support::kFastForward;
+using testing_support::kPaused;
+using testing_support::kPlaying;
+using testing_support::kRewind;
+using testing_support::kStopped;
 
 namespace {
 // Generous: the machine may be busy with other tests.
 constexpr int kEventTimeoutMs = 15000;
 constexpr int kCliTimeoutMs = 30000;
-
-constexpr int kStopped = 0;
-constexpr int kPaused = 3;
-constexpr int kPlaying = 4;
-constexpr int kFastForward = 5;
-constexpr int kRewind = 6;
 
 constexpr double kSongSeconds = 6.0;
 constexpr double kShortSongSeconds = 2.0;

@@ -1,5 +1,7 @@
 #include "tests/integration/DeviceFixture.h"
 
+#include "tests/support/ProcessStatus.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -165,6 +167,20 @@ void MakeCorruptFile(const std::string& path, size_t size)
     WriteFile(path, bytes);
 }
 
+void MakeWideTree(const std::string& root, int folders, int filesEach)
+{
+    for (int f = 0; f < folders; ++f) {
+        const std::string folder = root + "/folder" + std::to_string(f);
+        MakeDirs(folder);
+        for (int i = 0; i < filesEach; ++i) {
+            const std::string path = folder + "/track" + std::to_string(i) + ".mp3";
+            const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+            ASSERT_GE(fd, 0) << path;
+            ::close(fd);
+        }
+    }
+}
+
 const std::string& CoverJpeg()
 {
     static TempDir directory;
@@ -234,6 +250,32 @@ Json::Value DeviceTest::PlayFile(const std::string& path, const std::string& nam
     params["file"]["path"] = path;
     params["file"]["isFolder"] = false;
     return Call("playFileUSB", params);
+}
+
+Json::Value DeviceTest::PlayFolder(const std::string& parent, const std::string& name)
+{
+    Json::Value params;
+    params["file"]["name"] = name;
+    params["file"]["path"] = parent;
+    params["file"]["isFolder"] = true;
+    return Call("playFileUSB", params);
+}
+
+Json::Value DeviceTest::Index(const std::string& path)
+{
+    Json::Value params;
+    params["usbStoragePath"] = path;
+    return Call("indexUsbStorage", params);
+}
+
+Json::Value DeviceTest::Browse(const std::string& path, int count, int start)
+{
+    Json::Value params;
+    params["path"] = path;
+    params["itemCount"] = count;
+    params["startIndex"] = start;
+    params["isMaxDepth"] = false;
+    return Call("getFileListUSB", params);
 }
 
 Json::Value DeviceTest::UsbEvent(const std::string& device, bool connected, bool supported, bool readable)
@@ -308,6 +350,31 @@ std::vector<Json::Value> DeviceTest::NotificationsUntil(const std::string& last,
 int DeviceTest::PlayerState()
 {
     return Call("getCurrentPlayerState")["result"]["playerState"].asInt();
+}
+
+void DeviceTest::ExpectBadFileNotifications(int timeoutMs)
+{
+    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", timeoutMs);
+    ASSERT_GE(seen.size(), 2u) << m_daemon->Output();
+    const Json::Value& report = seen.back();
+    ASSERT_EQ(report["method"], "usbConnectionNotification") << m_daemon->Output();
+    Json::Value expected;
+    expected["usbDeviceName"] = "usb1";
+    expected["connected"] = false;
+    expected["errorCode"] = "badFile";
+    EXPECT_EQ(report["params"], expected);
+
+    // Before the report: the stop, and the emptied track.
+    const Json::Value& info = seen[seen.size() - 2];
+    ASSERT_EQ(info["method"], "trackInfoNotification");
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
+    EXPECT_EQ(info["params"]["trackInfo"]["filePath"], "");
+    EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+}
+
+long DeviceTest::ResidentKiB() const
+{
+    return testing_support::ResidentKiB(m_daemon->Pid());
 }
 
 size_t CountNamed(const std::vector<Json::Value>& notifications, const std::string& method)

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,15 @@ void MakeWma(const std::string& path, double seconds, const TrackTags& tags = Tr
 void MakeBrokenHeaderWav(const std::string& path);
 // Bytes that no decoder recognises.
 void MakeCorruptFile(const std::string& path, size_t size);
+// Seconds from `start` to now.
+inline double SecondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// `folders` folders "folderN" of `filesEach` empty files "trackN.mp3" below
+// `root`.
+void MakeWideTree(const std::string& root, int folders, int filesEach);
 // A small JPEG (32x24), made once per process; its path.
 const std::string& CoverJpeg();
 // Another JPEG (16x16), made once per process; its path.
@@ -60,6 +70,12 @@ protected:
 
     // playFileUSB for a file `name` in folder `path` (UTF-8 texts).
     Json::Value PlayFile(const std::string& path, const std::string& name);
+    // playFileUSB for the folder `name` in `parent`.
+    Json::Value PlayFolder(const std::string& parent, const std::string& name);
+    // indexUsbStorage for `path`.
+    Json::Value Index(const std::string& path);
+    // getFileListUSB: `count` records of `path` from `start`, not at max depth.
+    Json::Value Browse(const std::string& path, int count = 100, int start = 0);
     Json::Value UsbEvent(const std::string& device, bool connected, bool supported = true,
                          bool readable = true);
 
@@ -75,6 +91,13 @@ protected:
     std::vector<Json::Value> NotificationsUntil(const std::string& last, int timeoutMs = 30000);
 
     int PlayerState();
+
+    // The notifications of a stop for an unreadable file, up to its report:
+    // the emptied track (no name, no path, not playing), then "usb1" reported
+    // disconnected with "badFile" (the daemon's output on failure).
+    void ExpectBadFileNotifications(int timeoutMs = 30000);
+    // The daemon's resident memory in KiB (-1 when unreadable).
+    long ResidentKiB() const;
 
     testing_support::TempDir m_root;
     std::unique_ptr<testing_support::DaemonProcess> m_daemon;

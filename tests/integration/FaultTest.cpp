@@ -20,6 +20,8 @@
 #include <vector>
 
 using device_test::DeviceTest;
+using device_test::MakeWideTree;
+using device_test::SecondsSince;
 using testing_support::MakeDirs;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
@@ -39,11 +41,6 @@ constexpr double kStopSeconds = 2.5;
 constexpr double kStopSeconds = 1.5;
 #endif
 
-double SecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 void CreateEmptyFile(const std::string& path)
 {
     const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
@@ -51,43 +48,12 @@ void CreateEmptyFile(const std::string& path)
     ::close(fd);
 }
 
-// `folders` folders of `filesEach` empty ".mp3" files below `root`.
-void MakeWideTree(const std::string& root, int folders, int filesEach)
-{
-    for (int f = 0; f < folders; ++f) {
-        const std::string folder = root + "/folder" + std::to_string(f);
-        MakeDirs(folder);
-        for (int i = 0; i < filesEach; ++i) {
-            CreateEmptyFile(folder + "/track" + std::to_string(i) + ".mp3");
-        }
-    }
-}
-
-// A directory in memory when /dev/shm is there (creating and removing
-// 200,000 files on disk is slow), removed at the end.
-class ScratchDirectory {
-public:
-    ScratchDirectory()
-    {
-        char pattern[] = "/dev/shm/usbmedia-tree-XXXXXX";
-        char fallback[] = "/tmp/usbmedia-tree-XXXXXX";
-        const char* made = ::mkdtemp(pattern);
-        m_path = made != nullptr ? made : ::mkdtemp(fallback);
-    }
-    ~ScratchDirectory() { testing_support::RemoveTree(m_path); }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
 // 400 folders of 499 files: 200,000 entries, made once per test process.
 const std::string& HugeTree()
 {
-    static ScratchDirectory directory;
+    // In memory when /dev/shm is there (creating and removing 200,000 files
+    // on disk is slow).
+    static testing_support::MemoryTempDir directory("usbmedia-tree");
     static const std::string root = [] {
         const auto start = Clock::now();
         MakeWideTree(directory.Path(), 400, 499);
@@ -99,32 +65,6 @@ const std::string& HugeTree()
 
 class FaultTest : public DeviceTest {
 protected:
-    Json::Value Index(const std::string& path)
-    {
-        Json::Value params;
-        params["usbStoragePath"] = path;
-        return Call("indexUsbStorage", params);
-    }
-
-    Json::Value Browse(const std::string& path, int count = 100, int start = 0)
-    {
-        Json::Value params;
-        params["path"] = path;
-        params["itemCount"] = count;
-        params["startIndex"] = start;
-        params["isMaxDepth"] = false;
-        return Call("getFileListUSB", params);
-    }
-
-    Json::Value PlayFolder(const std::string& parent, const std::string& name)
-    {
-        Json::Value params;
-        params["file"]["name"] = name;
-        params["file"]["path"] = parent;
-        params["file"]["isFolder"] = true;
-        return Call("playFileUSB", params);
-    }
-
     // A second client, connected after the daemon started, is answered, and
     // the daemon's memory stayed bounded through the fault.
     void ExpectOthersServed()
@@ -138,13 +78,6 @@ protected:
         // is checked in the plain build.
         EXPECT_LT(ResidentKiB(), 256 * 1024);
 #endif
-    }
-
-    long ResidentKiB() const
-    {
-        const std::string status = testing_support::ReadFile("/proc/" + std::to_string(m_daemon->Pid()) + "/status");
-        const size_t at = status.find("VmRSS:");
-        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
     }
 
     // Makes the first stick's mount point a link to `tree`.

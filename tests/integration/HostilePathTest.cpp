@@ -4,6 +4,7 @@
 // serving others with its memory bounded.
 
 #include "tests/integration/LibraryFixture.h"
+#include "tests/support/ProcessStatus.h"
 
 #include <string>
 
@@ -53,13 +54,7 @@ protected:
                        R"({"file":{"path":")" + path + R"(","name":")" + name + R"(","isFolder":true}})");
     }
 
-    long ResidentKiB() const
-    {
-        const std::string status =
-            testing_support::ReadFile("/proc/" + std::to_string(m_daemon->Pid()) + "/status");
-        const size_t at = status.find("VmRSS:");
-        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
-    }
+    long ResidentKiB() const { return testing_support::ResidentKiB(m_daemon->Pid()); }
 
     // Another client is answered and the daemon's memory stayed bounded.
     void ExpectOthersServed()

@@ -5,18 +5,17 @@
 #include "control/rpc/JsonText.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
+#include "tests/support/ProcessStatus.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -24,6 +23,8 @@
 
 using testing_support::DaemonProcess;
 using testing_support::MediaFactory;
+using testing_support::OpenDescriptors;
+using testing_support::ResidentKiB;
 using testing_support::RpcClient;
 using testing_support::TempDir;
 
@@ -37,35 +38,6 @@ struct ProcessUsage {
     long residentKiB = 0;
     long openDescriptors = 0;
 };
-
-long ResidentKiB(pid_t pid)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string key;
-    while (status >> key) {
-        if (key == "VmRSS:") {
-            long value = 0;
-            status >> value;
-            return value;
-        }
-        status.ignore(1 << 16, '\n');
-    }
-    return -1;
-}
-
-long OpenDescriptors(pid_t pid)
-{
-    const std::string path = "/proc/" + std::to_string(pid) + "/fd";
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), &closedir);
-    if (!directory) {
-        return -1;
-    }
-    long count = 0;
-    while (const dirent* entry = readdir(directory.get())) {
-        count += entry->d_name[0] != '.' ? 1 : 0;
-    }
-    return count;
-}
 
 ProcessUsage UsageOf(pid_t pid)
 {

@@ -6,6 +6,7 @@
 
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
+#include "tests/support/PlayerStates.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
 
@@ -23,13 +24,11 @@ namespace player_test {
 // Generous time-outs: the machine may be busy with other tests.
 constexpr int kEventTimeoutMs = 15000;
 
-enum : int {
-    kStopped = 0,
-    kPaused = 3,
-    kPlaying = 4,
-    kFastForward = 5,
-    kRewind = 6,
-};
+using testing_support::kFastForward;
+using testing_support::kPaused;
+using testing_support::kPlaying;
+using testing_support::kRewind;
+using testing_support::kStopped;
 
 // Compact text of a value, for failure messages.
 std::string Text(const Json::Value& value);

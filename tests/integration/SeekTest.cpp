@@ -36,17 +36,49 @@ protected:
         return Result(method, params).asBool();
     }
 
-    // Starts a fast forward or rewind run and waits for its first step.
-    void StartRun(const char* method, int state)
+    // A fast forward or rewind run: the method that starts and ends it and
+    // the player state it reports.
+    struct SRun {
+        const char* method;
+        int state;
+    };
+    static constexpr SRun kForwardRun{"seekForward", kFastForward};
+    static constexpr SRun kBackwardRun{"seekBackward", kRewind};
+
+    // Starts a run and waits for its first step (a rewind from 60 s).
+    void StartRun(const SRun& run)
     {
-        if (state == kRewind) {
+        const bool rewind = run.state == kRewind;
+        if (rewind) {
             ASSERT_TRUE(SeekTo(60));
             ASSERT_GE(WaitForTime([](long t) { return t > 60; }), 61);
         }
-        ASSERT_TRUE(Seeking(method, true));
-        ASSERT_TRUE(WaitForState(state));
-        const bool rewind = state == kRewind;
+        ASSERT_TRUE(Seeking(run.method, true));
+        ASSERT_TRUE(WaitForState(run.state));
         ASSERT_GE(WaitForTime([rewind](long t) { return rewind ? t <= 50 : t >= 11; }), 0);
+    }
+
+    // Starts a run, then sends `command` (playUSB, restartSongUSB, nextUSB),
+    // which ends it with a track change: stopped, then playing.
+    void ChangeTrackDuringRun(const SRun& run, const char* command)
+    {
+        StartRun(run);
+        ASSERT_TRUE(Call(command)["result"]["success"].asBool());
+        std::vector<int> states;
+        ASSERT_TRUE(WaitForState(kPlaying, &states));
+        EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    }
+
+    // Starts a run and stops the player: the run ends and does not come
+    // back, so starting another is refused.
+    void StopDuringRun(const SRun& run)
+    {
+        StartRun(run);
+        ASSERT_TRUE(Call("stopPlayingUSB")["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(kStopped));
+        EXPECT_EQ(PlayerState(), kStopped);
+        EXPECT_EQ(TrackInfo()["trackTime"].asUInt(), 0u);
+        EXPECT_FALSE(Seeking(run.method, true));
     }
 
     // After a run was ended by a track change the track plays at normal
@@ -225,14 +257,9 @@ TEST_F(SeekTest, PauseEndsAFastForward)
     EXPECT_EQ(PlayerState(), kPaused);
 }
 
-
 TEST_F(SeekTest, PlayDuringFastForwardRestartsTheTrackAtNormalSpeed)
 {
-    StartRun("seekForward", kFastForward);
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kForwardRun, "playUSB"));
     EXPECT_LE(NextTime(), 2);
     EXPECT_EQ(CurrentFileName(), "a.mp3");
     ExpectNormalSpeed();
@@ -240,76 +267,45 @@ TEST_F(SeekTest, PlayDuringFastForwardRestartsTheTrackAtNormalSpeed)
 
 TEST_F(SeekTest, PlayDuringRewindRestartsTheTrackAtNormalSpeed)
 {
-    StartRun("seekBackward", kRewind);
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kBackwardRun, "playUSB"));
     EXPECT_EQ(CurrentFileName(), "a.mp3");
     ExpectNormalSpeed();
 }
 
 TEST_F(SeekTest, RestartDuringFastForwardStartsOverAtNormalSpeed)
 {
-    StartRun("seekForward", kFastForward);
-    ASSERT_TRUE(Call("restartSongUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kForwardRun, "restartSongUSB"));
     EXPECT_LE(NextTime(), 2);
     ExpectNormalSpeed();
 }
 
 TEST_F(SeekTest, RestartDuringRewindStartsOverAtNormalSpeed)
 {
-    StartRun("seekBackward", kRewind);
-    ASSERT_TRUE(Call("restartSongUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kBackwardRun, "restartSongUSB"));
     EXPECT_LE(NextTime(), 2);
     ExpectNormalSpeed();
 }
 
 TEST_F(SeekTest, NextDuringFastForwardPlaysTheNextTrackAtNormalSpeed)
 {
-    StartRun("seekForward", kFastForward);
-    ASSERT_TRUE(Call("nextUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kForwardRun, "nextUSB"));
     EXPECT_EQ(CurrentFileName(), "b.mp3");
     EXPECT_EQ(PlayerState(), kPlaying);
 }
 
 TEST_F(SeekTest, NextDuringRewindPlaysTheNextTrackAtNormalSpeed)
 {
-    StartRun("seekBackward", kRewind);
-    ASSERT_TRUE(Call("nextUSB")["result"]["success"].asBool());
-    std::vector<int> states;
-    ASSERT_TRUE(WaitForState(kPlaying, &states));
-    EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
+    ASSERT_NO_FATAL_FAILURE(ChangeTrackDuringRun(kBackwardRun, "nextUSB"));
     EXPECT_EQ(CurrentFileName(), "b.mp3");
     EXPECT_EQ(PlayerState(), kPlaying);
 }
 
 TEST_F(SeekTest, StopDuringFastForwardStopsTheRun)
 {
-    StartRun("seekForward", kFastForward);
-    ASSERT_TRUE(Call("stopPlayingUSB")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kStopped));
-    EXPECT_EQ(PlayerState(), kStopped);
-    EXPECT_EQ(TrackInfo()["trackTime"].asUInt(), 0u);
-    // The stopped run does not come back: starting another is refused.
-    EXPECT_FALSE(Seeking("seekForward", true));
+    StopDuringRun(kForwardRun);
 }
 
 TEST_F(SeekTest, StopDuringRewindStopsTheRun)
 {
-    StartRun("seekBackward", kRewind);
-    ASSERT_TRUE(Call("stopPlayingUSB")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kStopped));
-    EXPECT_EQ(PlayerState(), kStopped);
-    EXPECT_EQ(TrackInfo()["trackTime"].asUInt(), 0u);
-    EXPECT_FALSE(Seeking("seekBackward", true));
+    StopDuringRun(kBackwardRun);
 }

@@ -7,11 +7,12 @@
 
 #include "tests/integration/DeviceFixture.h"
 #include "tests/integration/FaultStick.h"
+#include "tests/support/ProcessStatus.h"
+#include "tests/support/PlayerStates.h"
 #include "tests/support/TempDir.h"
 
 #include "library/FileId.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,19 +26,21 @@
 #include <vector>
 
 using device_test::DeviceTest;
+using device_test::MakeWideTree;
+using device_test::SecondsSince;
 using stick_test::FaultStick;
 using testing_support::MakeDirs;
 using testing_support::RpcClient;
 using testing_support::WriteFile;
+using testing_support::kFastForward;
+using testing_support::kPaused;
+using testing_support::kPlaying;
+using testing_support::kStopped;
 
 namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kTimeoutMs = 30000;
-constexpr int kStopped = 0;
-constexpr int kPaused = 3;
-constexpr int kPlaying = 4;
-constexpr int kFastForward = 5;
 constexpr int kOneTimeDescriptors = 2;
 
 // A scan stops within a second of SIGTERM; ThreadSanitizer adds a sleep of
@@ -47,23 +50,6 @@ constexpr double kStopSeconds = 2.0;
 #else
 constexpr double kStopSeconds = 1.0;
 #endif
-
-double SecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// `folders` folders of `filesEach` empty ".mp3" files below `root`.
-void MakeWideTree(const std::string& root, int folders, int filesEach)
-{
-    for (int f = 0; f < folders; ++f) {
-        const std::string folder = root + "/folder" + std::to_string(f);
-        MakeDirs(folder);
-        for (int i = 0; i < filesEach; ++i) {
-            WriteFile(folder + "/track" + std::to_string(i) + ".mp3", "");
-        }
-    }
-}
 
 std::string OneLine(std::string text)
 {
@@ -89,28 +75,6 @@ void MakeLyingWav(const std::string& path, double seconds)
     WriteFile(path, bytes);
 }
 
-// The stick's source folder: in memory when /dev/shm is there (making and
-// removing thousands of files on disk is slow), removed at the end.
-class SourceFolder {
-public:
-    SourceFolder()
-    {
-        char pattern[] = "/dev/shm/usbmedia-stick-XXXXXX";
-        char fallback[] = "/tmp/usbmedia-stick-XXXXXX";
-        const char* made = ::mkdtemp(pattern);
-        m_path = made != nullptr ? made : ::mkdtemp(fallback);
-    }
-    ~SourceFolder() { testing_support::RemoveTree(m_path); }
-    SourceFolder(const SourceFolder&) = delete;
-    SourceFolder& operator=(const SourceFolder&) = delete;
-
-    const std::string& Path() const { return m_path; }
-    std::string operator/(const std::string& relative) const { return m_path + "/" + relative; }
-
-private:
-    std::string m_path;
-};
-
 class StickFaultTest : public DeviceTest {
 protected:
     // Mounts the fault file system over the first stick, mirroring m_source;
@@ -125,69 +89,9 @@ protected:
 
     std::string Source(const std::string& relative) const { return m_source / relative; }
 
-    Json::Value Index(const std::string& path)
-    {
-        Json::Value params;
-        params["usbStoragePath"] = path;
-        return Call("indexUsbStorage", params);
-    }
+    long OpenDescriptors() const { return testing_support::OpenDescriptors(m_daemon->Pid()); }
 
-    Json::Value Browse(const std::string& path, int count = 100, int start = 0)
-    {
-        Json::Value params;
-        params["path"] = path;
-        params["itemCount"] = count;
-        params["startIndex"] = start;
-        params["isMaxDepth"] = false;
-        return Call("getFileListUSB", params);
-    }
-
-    Json::Value PlayFolder(const std::string& parent, const std::string& name)
-    {
-        Json::Value params;
-        params["file"]["name"] = name;
-        params["file"]["path"] = parent;
-        params["file"]["isFolder"] = true;
-        return Call("playFileUSB", params);
-    }
-
-    int OpenDescriptors() const
-    {
-        int count = 0;
-        if (DIR* dir = ::opendir(("/proc/" + std::to_string(m_daemon->Pid()) + "/fd").c_str())) {
-            while (const dirent* entry = ::readdir(dir)) {
-                count += entry->d_name[0] != '.' ? 1 : 0;
-            }
-            ::closedir(dir);
-        }
-        return count;
-    }
-
-    std::string DescriptorList() const
-    {
-        const std::string folder = "/proc/" + std::to_string(m_daemon->Pid()) + "/fd";
-        std::string list;
-        if (DIR* dir = ::opendir(folder.c_str())) {
-            while (const dirent* entry = ::readdir(dir)) {
-                char target[512] = {};
-                if (entry->d_name[0] != '.' &&
-                    ::readlink((folder + "/" + entry->d_name).c_str(), target, sizeof(target) - 1) > 0) {
-                    list += std::string(entry->d_name) + " -> " + target + "\n";
-                }
-            }
-            ::closedir(dir);
-        }
-        return list;
-    }
-
-    long ResidentKiB() const
-    {
-        const std::string status = testing_support::ReadFile("/proc/" + std::to_string(m_daemon->Pid()) + "/status");
-        const size_t at = status.find("VmRSS:");
-        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
-    }
-
-    bool WaitForDescriptorsAtMost(int limit) const
+    bool WaitForDescriptorsAtMost(long limit) const
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMs);
         while (OpenDescriptors() > limit) {
@@ -203,6 +107,16 @@ protected:
     // ExpectStillServing compares with them.
     void NoteDescriptors() { m_descriptorsBefore = OpenDescriptors(); }
 
+    // Starts the daemon, plays `name` in `folder` and notes the descriptors
+    // once it plays.
+    void StartPlaying(const std::string& folder, const std::string& name)
+    {
+        StartDaemon();
+        ASSERT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+        ASSERT_TRUE(WaitForState(kPlaying));
+        NoteDescriptors();
+    }
+
     // The daemon answers this client and a new one, holds no more
     // descriptors than before the fault (the pipeline of a stopped track and
     // the folders of a broken scan are closed) and its memory stayed bounded.
@@ -214,8 +128,8 @@ protected:
             // /dev/null once, lazily); a leak per file or folder is far more.
             // A stopped pipeline's streaming threads close their files as
             // they finish, so the count is waited for rather than read once.
-            const int limit = m_descriptorsBefore + kOneTimeDescriptors;
-            EXPECT_TRUE(WaitForDescriptorsAtMost(limit)) << DescriptorList();
+            const long limit = m_descriptorsBefore + kOneTimeDescriptors;
+            EXPECT_TRUE(WaitForDescriptorsAtMost(limit)) << testing_support::DescriptorList(m_daemon->Pid());
         }
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
@@ -247,21 +161,7 @@ protected:
     // with no playlist left, and the stick's state readable.
     void ExpectBadFileReport()
     {
-        const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", kTimeoutMs);
-        ASSERT_GE(seen.size(), 2u);
-        const Json::Value& report = seen.back();
-        ASSERT_EQ(report["method"], "usbConnectionNotification");
-        Json::Value expected;
-        expected["usbDeviceName"] = "usb1";
-        expected["connected"] = false;
-        expected["errorCode"] = "badFile";
-        EXPECT_EQ(report["params"], expected);
-
-        const Json::Value& info = seen[seen.size() - 2];
-        ASSERT_EQ(info["method"], "trackInfoNotification");
-        EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
-        EXPECT_EQ(info["params"]["trackInfo"]["filePath"], "");
-        EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+        ASSERT_NO_FATAL_FAILURE(ExpectBadFileNotifications(kTimeoutMs));
         EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", kTimeoutMs));
 
         // The stop emptied the track before the report, so the report finds
@@ -274,9 +174,11 @@ protected:
         EXPECT_EQ(state["errorCode"], "badFile");
     }
 
-    SourceFolder m_source;
+    // The stick's source folder: in memory when /dev/shm is there (making and
+    // removing thousands of files on disk is slow).
+    testing_support::MemoryTempDir m_source{"usbmedia-stick"};
     std::unique_ptr<FaultStick> m_stick;
-    int m_descriptorsBefore = 0;
+    long m_descriptorsBefore = 0;
 };
 
 #define MOUNT_STICK_OR_SKIP()                 \
@@ -296,10 +198,7 @@ TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
     // EIO once half the song was read, as when the stick is pulled mid-song.
     const size_t size = testing_support::ReadFile(Source("music/a.mp3")).size();
     Command("fail-read music/a.mp3 " + std::to_string(size / 2));
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1() + "/music", "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1() + "/music", "a.mp3"));
     ExpectBadFileReport();
     ExpectStillServing();
 }
@@ -309,10 +208,7 @@ TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourceP
     device_test::MakeMp3(Source("a.mp3"), 60.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
     Json::Value enable;
     enable["enable"] = true;
     ASSERT_TRUE(Call("seekForward", enable)["result"].asBool());
@@ -327,10 +223,7 @@ TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnRes
     device_test::MakeMp3(Source("a.mp3"), 8.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
-    ASSERT_TRUE(WaitForState(kPlaying));
-    NoteDescriptors();
+    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
     ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
     ASSERT_TRUE(WaitForState(kPaused));
     Command("pull enodev");

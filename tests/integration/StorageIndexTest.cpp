@@ -28,7 +28,7 @@ const std::vector<std::string> kDistinctTree = {"Rock/a.mp3", "Rock/Live/b.wav",
 // The checksum the library computes in this process for `path`.
 std::string ExpectedCrc(const std::string& path)
 {
-    CFileList index;
+    CStorageIndex index;
     BuildStorageIndex(index, path);
     return std::to_string(StorageIndexCrc32(index));
 }

@@ -75,6 +75,17 @@ public:
         return true;
     }
 
+    // Every datagram already queued, without waiting.
+    std::vector<std::string> Drain()
+    {
+        std::vector<std::string> texts;
+        Received message;
+        while (Receive(message, 0)) {
+            texts.push_back(message.text);
+        }
+        return texts;
+    }
+
     // Everything up to and including the first `last`.
     std::vector<std::string> ReceiveUntil(const std::string& last)
     {
@@ -114,6 +125,20 @@ protected:
         return std::make_unique<DaemonProcess>(options);
     }
 
+    // Waits for READY=1 from `daemon`, then answers a ping through a new
+    // client (a round trip through the listener loop) and stops the daemon
+    // with SIGTERM: what it sent after READY=1 is left on `socket`.
+    void ReadyPingAndStop(NotifySocket& socket, DaemonProcess& daemon)
+    {
+        Received message;
+        ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon.Output();
+        ASSERT_EQ(message.text, "READY=1");
+        RpcClient client;
+        ASSERT_TRUE(client.Connect(daemon.Port()));
+        EXPECT_EQ(client.Call("ping")["result"], true);
+        EXPECT_EQ(daemon.Stop(SIGTERM, kEventTimeoutMs), 0);
+    }
+
     TempDir m_dir;
 };
 }  // namespace
@@ -135,19 +160,9 @@ TEST_F(SystemdNotifyTest, ReadyThenStoppingOnSigtermAndNoWatchdogUnlessAsked)
 {
     NotifySocket socket(m_dir / "notify");
     auto daemon = StartDaemon(socket);
-    Received message;
-    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
-    ASSERT_EQ(message.text, "READY=1");
-    RpcClient client;
-    ASSERT_TRUE(client.Connect(daemon->Port()));
-    EXPECT_EQ(client.Call("ping")["result"], true);
-    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    ASSERT_NO_FATAL_FAILURE(ReadyPingAndStop(socket, *daemon));
     // The daemon has exited: everything it sent is queued on the socket.
-    std::vector<std::string> rest;
-    while (socket.Receive(message, 0)) {
-        rest.push_back(message.text);
-    }
-    EXPECT_EQ(rest, std::vector<std::string>{"STOPPING=1"});
+    EXPECT_EQ(socket.Drain(), std::vector<std::string>{"STOPPING=1"});
 }
 
 TEST_F(SystemdNotifyTest, WatchdogAtHalfTheIntervalBetweenReadyAndStopping)
@@ -187,10 +202,7 @@ TEST_F(SystemdNotifyTest, WatchdogAtHalfTheIntervalBetweenReadyAndStopping)
     EXPECT_LT(gaps[gaps.size() / 2], 2 * half) << gaps[gaps.size() / 2];
 
     EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
-    std::vector<std::string> rest;
-    while (socket.Receive(message, 0)) {
-        rest.push_back(message.text);
-    }
+    const std::vector<std::string> rest = socket.Drain();
     // STOPPING=1 once; the loop may still ping while it winds down.
     EXPECT_EQ(std::count(rest.begin(), rest.end(), "STOPPING=1"), 1);
     EXPECT_EQ(std::count(rest.begin(), rest.end(), "WATCHDOG=1") + 1, static_cast<long>(rest.size()));
@@ -200,18 +212,8 @@ TEST_F(SystemdNotifyTest, NoWatchdogWhenItIsMeantForAnotherProcess)
 {
     NotifySocket socket(m_dir / "notify");
     auto daemon = StartDaemon(socket, {{"WATCHDOG_USEC", "200000"}, {"WATCHDOG_PID", "1"}});
-    Received message;
-    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
-    ASSERT_EQ(message.text, "READY=1");
     // A round trip through the listener loop, then the stop: any ping would
     // come before STOPPING=1.
-    RpcClient client;
-    ASSERT_TRUE(client.Connect(daemon->Port()));
-    EXPECT_EQ(client.Call("ping")["result"], true);
-    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
-    std::vector<std::string> rest;
-    while (socket.Receive(message, 0)) {
-        rest.push_back(message.text);
-    }
-    EXPECT_EQ(rest, std::vector<std::string>{"STOPPING=1"});
+    ASSERT_NO_FATAL_FAILURE(ReadyPingAndStop(socket, *daemon));
+    EXPECT_EQ(socket.Drain(), std::vector<std::string>{"STOPPING=1"});
 }

@@ -32,6 +32,23 @@ TempDir::~TempDir()
     RemoveTree(m_path);
 }
 
+MemoryTempDir::MemoryTempDir(const std::string& prefix)
+{
+    std::string pattern = "/dev/shm/" + prefix + "-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        pattern = "/tmp/" + prefix + "-XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr) {
+            throw std::runtime_error("mkdtemp failed");
+        }
+    }
+    m_path = pattern;
+}
+
+MemoryTempDir::~MemoryTempDir()
+{
+    RemoveTree(m_path);
+}
+
 void RemoveTree(const std::string& path)
 {
     // Children may have been made unreadable by a test; give them back first.

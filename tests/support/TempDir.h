@@ -20,6 +20,23 @@ private:
     std::string m_path;
 };
 
+// A fresh directory "<prefix>-XXXXXX" in memory (/dev/shm) when that is
+// there, else in /tmp, removed with its contents at the end: for trees of
+// thousands of files, which are slow to make and remove on disk.
+class MemoryTempDir {
+public:
+    explicit MemoryTempDir(const std::string& prefix);
+    ~MemoryTempDir();
+    MemoryTempDir(const MemoryTempDir&) = delete;
+    MemoryTempDir& operator=(const MemoryTempDir&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    std::string operator/(const std::string& relative) const { return m_path + "/" + relative; }
+
+private:
+    std::string m_path;
+};
+
 // Creates a directory and its parents.
 void MakeDirs(const std::string& path);
 // Writes a file, creating its parents.

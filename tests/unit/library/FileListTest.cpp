@@ -4,6 +4,7 @@
 
 #include "library/FileId.h"
 #include "tests/support/TempDir.h"
+#include "tests/unit/library/ScanFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,35 +13,13 @@
 #include <string>
 #include <vector>
 
+using library_test::Describe;
 using testing_support::MakeDirs;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
 
-// "D name" for a folder, "F name" for a file, each with its folder path
-// relative to `root`.
-std::vector<std::string> Describe(const CFileList& list, const std::string& root)
-{
-    std::vector<std::string> lines;
-    for (const CFile& file : list.m_files) {
-        std::string path = file.m_path;
-        if (path.compare(0, root.size(), root) == 0) {
-            path = "." + path.substr(root.size());
-        }
-        lines.push_back((file.m_isFolder ? "D " : "F ") + path + " " + file.m_name);
-    }
-    return lines;
-}
-
-class FileListTest : public testing::Test {
-protected:
-    void Touch(const std::string& relative) { WriteFile(dir / relative, "abc"); }
-    std::string Root() const { return dir.Path(); }
-
-    TempDir dir;
-    CFileList list;
-};
+class FileListTest : public library_test::ScanTest {};
 
 }  // namespace
 

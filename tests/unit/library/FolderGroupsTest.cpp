@@ -1,10 +1,15 @@
 // Folder lists derived from the storage index, cached by folder path.
 #include "library/FolderGroups.h"
 
+#include "tests/support/TempDir.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+using testing_support::TempDir;
+using testing_support::WriteFile;
 
 namespace {
 
@@ -17,18 +22,29 @@ std::vector<std::string> Names(const CFileList& list)
     return names;
 }
 
+// A stick at <dir>/s: folders B, a, B/In and the look-alike Bx beside B.
 class FolderGroupsTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        index.m_files = {
-            CFile(1, "B", "/s", true),        CFile(2, "a", "/s", true),           CFile(3, "In", "/s/B", true),
-            CFile(4, "z.mp3", "/s", false),   CFile(5, "Y.mp3", "/s", false),      CFile(6, "x.mp3", "/s/B", false),
-            CFile(7, "deep.mp3", "/s/B/In", false), CFile(8, "other.mp3", "/s/Bx", false),
-        };
+        for (const char* file : {"z.mp3", "Y.mp3", "a/a.mp3", "B/x.mp3", "B/In/deep.mp3", "Bx/other.mp3"}) {
+            WriteFile(Stick() + "/" + file, "abc");
+        }
+        ASSERT_TRUE(BuildStorageIndex(index, Stick()));
     }
 
-    CFileList index;
+    std::string Stick() const { return dir / "s"; }
+    std::string Folder(const std::string& relative) const { return relative.empty() ? Stick() : Stick() + "/" + relative; }
+
+    // Adds a file below the stick and rebuilds the index, as a new scan does.
+    void AddFile(const std::string& relative)
+    {
+        WriteFile(Folder(relative), "abc");
+        ASSERT_TRUE(BuildStorageIndex(index, Stick()));
+    }
+
+    TempDir dir;
+    CStorageIndex index;
     CFolderGroups groups;
 };
 
@@ -36,60 +52,60 @@ protected:
 
 TEST_F(FolderGroupsTest, ListsTheRecordsWhosePathIsExactlyTheFolder)
 {
-    const CFileList& root = groups.ListFolder(index, "/s");
-    EXPECT_EQ(Names(root), (std::vector<std::string>{"B", "a", "Y.mp3", "z.mp3"}));
-    EXPECT_EQ(groups.m_groupPath, "/s");
+    const CFileList& root = groups.ListFolder(index, Folder(""));
+    EXPECT_EQ(Names(root), (std::vector<std::string>{"B", "Bx", "a", "Y.mp3", "z.mp3"}));
+    EXPECT_EQ(groups.m_groupPath, Folder(""));
     EXPECT_FALSE(groups.m_groupDirty);
 
-    EXPECT_EQ(Names(groups.ListFolder(index, "/s/B")), (std::vector<std::string>{"In", "x.mp3"}));
-    EXPECT_EQ(Names(groups.ListFolder(index, "/s/B/In")), (std::vector<std::string>{"deep.mp3"}));
+    EXPECT_EQ(Names(groups.ListFolder(index, Folder("B"))), (std::vector<std::string>{"In", "x.mp3"}));
+    EXPECT_EQ(Names(groups.ListFolder(index, Folder("B/In"))), (std::vector<std::string>{"deep.mp3"}));
 }
 
 TEST_F(FolderGroupsTest, TheSameFolderIsAnsweredFromTheCache)
 {
-    groups.ListFolder(index, "/s/B");
-    EXPECT_TRUE(groups.IsCached("/s/B"));
-    index.m_files.push_back(CFile(9, "new.mp3", "/s/B", false));
-    EXPECT_EQ(Names(groups.ListFolder(index, "/s/B")), (std::vector<std::string>{"In", "x.mp3"}));
+    groups.ListFolder(index, Folder("B"));
+    EXPECT_TRUE(groups.IsCached(Folder("B")));
+    AddFile("B/new.mp3");
+    EXPECT_EQ(Names(groups.ListFolder(index, Folder("B"))), (std::vector<std::string>{"In", "x.mp3"}));
 }
 
 TEST_F(FolderGroupsTest, MarkDirtyForcesARebuildOfTheSameFolder)
 {
-    groups.ListFolder(index, "/s/B");
-    index.m_files.push_back(CFile(9, "new.mp3", "/s/B", false));
+    groups.ListFolder(index, Folder("B"));
+    AddFile("B/new.mp3");
     groups.MarkDirty();
-    EXPECT_FALSE(groups.IsCached("/s/B"));
-    EXPECT_EQ(Names(groups.ListFolder(index, "/s/B")), (std::vector<std::string>{"In", "new.mp3", "x.mp3"}));
-    EXPECT_TRUE(groups.IsCached("/s/B"));
+    EXPECT_FALSE(groups.IsCached(Folder("B")));
+    EXPECT_EQ(Names(groups.ListFolder(index, Folder("B"))), (std::vector<std::string>{"In", "new.mp3", "x.mp3"}));
+    EXPECT_TRUE(groups.IsCached(Folder("B")));
 }
 
 TEST_F(FolderGroupsTest, AnotherFolderRebuilds)
 {
-    groups.ListFolder(index, "/s/B");
-    EXPECT_FALSE(groups.IsCached("/s"));
-    EXPECT_EQ(groups.ListFolder(index, "/s").Size(), 4u);
+    groups.ListFolder(index, Folder("B"));
+    EXPECT_FALSE(groups.IsCached(Folder("")));
+    EXPECT_EQ(groups.ListFolder(index, Folder("")).Size(), 5u);
 }
 
 TEST_F(FolderGroupsTest, AFreshCacheIsDirty)
 {
     EXPECT_TRUE(groups.m_groupDirty);
     EXPECT_FALSE(groups.IsCached(""));
-    EXPECT_TRUE(groups.ListFolder(CFileList(), "").Empty());
+    EXPECT_TRUE(groups.ListFolder(CStorageIndex(), "").Empty());
     EXPECT_TRUE(groups.IsCached(""));
 }
 
 TEST_F(FolderGroupsTest, AFolderWithoutRecordsGivesAnEmptyList)
 {
-    EXPECT_TRUE(groups.ListFolder(index, "/nowhere").Empty());
-    EXPECT_TRUE(groups.ListFolder(index, "/s/").Empty());  // no normalising of the path
+    EXPECT_TRUE(groups.ListFolder(index, dir / "nowhere").Empty());
+    EXPECT_TRUE(groups.ListFolder(index, Stick() + "/").Empty());  // no normalising of the path
     EXPECT_EQ(groups.m_usbFileList.m_errorCode, 0);
 }
 
 TEST_F(FolderGroupsTest, ClearEmptiesTheListAndMarksItDirty)
 {
-    groups.ListFolder(index, "/s");
+    groups.ListFolder(index, Folder(""));
     groups.Clear();
     EXPECT_TRUE(groups.m_usbFileList.Empty());
-    EXPECT_FALSE(groups.IsCached("/s"));
-    EXPECT_EQ(groups.ListFolder(index, "/s").Size(), 4u);
+    EXPECT_FALSE(groups.IsCached(Folder("")));
+    EXPECT_EQ(groups.ListFolder(index, Folder("")).Size(), 5u);
 }

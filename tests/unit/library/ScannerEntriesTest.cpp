@@ -5,6 +5,7 @@
 #include "library/FileList.h"
 
 #include "tests/support/TempDir.h"
+#include "tests/unit/library/ScanFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -20,25 +21,11 @@
 #include <string>
 #include <vector>
 
+using library_test::Describe;
 using testing_support::MakeDirs;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
-
-// "D name" or "F name" with the record's folder relative to `root`.
-std::vector<std::string> Describe(const CFileList& list, const std::string& root)
-{
-    std::vector<std::string> lines;
-    for (const CFile& file : list.m_files) {
-        std::string path = file.m_path;
-        if (path.compare(0, root.size(), root) == 0) {
-            path = "." + path.substr(root.size());
-        }
-        lines.push_back((file.m_isFolder ? "D " : "F ") + path + " " + file.m_name);
-    }
-    return lines;
-}
 
 // A listening Unix socket at `path`; the entry stays after the close.
 bool MakeSocket(const std::string& path)
@@ -68,14 +55,7 @@ int Shell(const std::string& command)
     return std::system((command + " >/dev/null 2>&1").c_str());
 }
 
-class ScannerEntriesTest : public testing::Test {
-protected:
-    void Touch(const std::string& relative) { WriteFile(dir / relative, "abc"); }
-    std::string Root() const { return dir.Path(); }
-
-    TempDir dir;
-    CFileList list;
-};
+class ScannerEntriesTest : public library_test::ScanTest {};
 
 }  // namespace
 

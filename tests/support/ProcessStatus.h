@@ -1,0 +1,18 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace testing_support {
+
+// What /proc tells of a running process, -1 where it cannot be read.
+
+// The resident memory (VmRSS) in KiB.
+long ResidentKiB(pid_t pid);
+// How many descriptors the process holds open.
+long OpenDescriptors(pid_t pid);
+// Each open descriptor and what it refers to, one "N -> target" a line.
+std::string DescriptorList(pid_t pid);
+
+}  // namespace testing_support
