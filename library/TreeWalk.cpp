@@ -1,5 +1,6 @@
 #include "library/TreeWalk.h"
 
+#include "core/SystemdNotifier.h"
 #include "library/DirectoryManager.h"
 #include "library/File.h"
 #include "library/FileId.h"
@@ -188,6 +189,7 @@ private:
         if (ScanStopRequested()) {
             return EndResult(frame);  // the service is terminating
         }
+        FeedWatchdog();
         std::string name;
         unsigned char type = DT_UNKNOWN;
         if (!NextEntry(frame, name, type)) {
@@ -202,6 +204,16 @@ private:
             return AudioFile(frame, name);
         }
         return std::nullopt;
+    }
+
+    // A scan runs on the listener thread, whose loop feeds a supervising
+    // watchdog: while a long scan makes progress it feeds it instead, and a
+    // call that hangs feeds nothing, so the supervisor sees the hang.
+    void FeedWatchdog()
+    {
+        if (m_watchdog.WatchdogPeriod().count() != 0) {
+            m_watchdog.Alive();
+        }
     }
 
     void ReportReadError(const SFrame& frame) const
@@ -283,6 +295,7 @@ private:
     const std::string m_search;
     const bool m_recursive;
     const bool m_withFolders;
+    SystemdNotifier& m_watchdog = SystemdNotifier::Get();
     std::vector<SFrame> m_stack;
     std::set<SDirectoryIdentity> m_ancestors;  // the folders of m_stack
     size_t m_firstOpen = 0;  // frames below this index were read ahead and closed

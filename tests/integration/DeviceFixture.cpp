@@ -221,7 +221,8 @@ void DeviceTest::TearDown()
     EXPECT_EQ(status, 0) << "daemon output:\n" << m_daemon->Output();
 }
 
-void DeviceTest::StartDaemon(const std::vector<std::string>& arguments)
+void DeviceTest::StartDaemon(const std::vector<std::string>& arguments,
+                             const std::map<std::string, std::string>& environment)
 {
     DaemonProcess::Options options;
     options.arguments = arguments;
@@ -229,6 +230,9 @@ void DeviceTest::StartDaemon(const std::vector<std::string>& arguments)
     // mpg123audiodec and the libav decoder share a rank; pin one so runs are
     // alike (the libav one also trips ThreadSanitizer inside FFmpeg).
     options.environment["GST_PLUGIN_FEATURE_RANK"] = "mpg123audiodec:MAX";
+    for (const auto& [name, value] : environment) {
+        options.environment[name] = value;
+    }
     m_daemon = std::make_unique<DaemonProcess>(options);
     ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
 }

@@ -12,6 +12,7 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -63,7 +64,9 @@ protected:
 
     // Starts the daemon on the fake root (all log levels on unless other
     // arguments are given) and connects.
-    void StartDaemon(const std::vector<std::string>& arguments = {"-l", "a"});
+    // `environment` adds to (or overrides) the variables every test daemon gets.
+    void StartDaemon(const std::vector<std::string>& arguments = {"-l", "a"},
+                     const std::map<std::string, std::string>& environment = {});
 
     Json::Value Call(const std::string& method, const Json::Value& params = Json::Value());
     std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value());

@@ -9,8 +9,10 @@
 #include "tests/integration/FaultStick.h"
 #include "tests/support/ProcessStatus.h"
 #include "tests/support/PlayerStates.h"
+#include "tests/support/NotifySocket.h"
 #include "tests/support/TempDir.h"
 
+#include "core/SystemdNotifier.h"
 #include "library/FileId.h"
 
 #include <sys/stat.h>
@@ -445,6 +447,80 @@ TEST_F(SlowStickTest, SlowStickOfTwoThousandFilesIsIndexedAndBrowsed)
 TEST_F(SlowStickTest, SlowStickOfTwentyThousandFilesIsIndexedAndBrowsed)
 {
     IndexAndBrowse(200, 100);
+}
+
+// Under a supervising systemd the listener loop feeds the watchdog; while a
+// long scan holds that loop, the scan feeds it as long as it makes progress.
+// Half the 200 ms interval means a WATCHDOG=1 every 100 ms.
+namespace {
+constexpr const char* kWatchdogUsec = "200000";
+
+// WATCHDOG=1 messages among what `socket` holds now.
+size_t WatchdogPings(testing_support::NotifySocket& socket)
+{
+    const std::vector<std::string> texts = socket.Drain();
+    return static_cast<size_t>(std::count(texts.begin(), texts.end(), "WATCHDOG=1"));
+}
+}  // namespace
+
+#define SKIP_WITHOUT_SYSTEMD()                                      \
+    do {                                                            \
+        if (!SystemdNotifier::Supported()) {                        \
+            GTEST_SKIP() << "built without libsystemd";             \
+        }                                                           \
+    } while (false)
+
+TEST_F(StickFaultTest, WatchdogIsFedWhileASlowScanMakesProgress)
+{
+    SKIP_WITHOUT_SYSTEMD();
+    MakeWideTree(m_source.Path(), 20, 2);
+    MOUNT_STICK_OR_SKIP();
+    // About 20 x 2 directory reads of 50 ms each, half a watchdog period:
+    // two seconds of scanning that never stops making progress for long.
+    Command("delay readdir 50000");
+    testing_support::TempDir socketDir;
+    testing_support::NotifySocket socket(socketDir.Path() + "/notify");
+    StartDaemon({"-l", "a"}, {{"NOTIFY_SOCKET", socket.Path()}, {"WATCHDOG_USEC", kWatchdogUsec}});
+    WatchdogPings(socket);  // READY=1 and the idle loop's pings
+
+    const auto start = std::chrono::steady_clock::now();
+    const Json::Value reply = Index(Stick1());
+    const double seconds = SecondsSince(start);
+    ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    const size_t pings = WatchdogPings(socket);
+    std::printf("scan of %.2f s fed the watchdog %zu times\n", seconds, pings);
+    // The loop pings once before it takes the request at most once or twice;
+    // a scan that fed nothing would leave no more than that.
+    EXPECT_GE(pings, 5u) << seconds << " s";
+    ExpectStillServing();
+}
+
+TEST_F(StickFaultTest, WatchdogStarvesWhileOneCallHangs)
+{
+    SKIP_WITHOUT_SYSTEMD();
+    MakeWideTree(m_source.Path(), 1, 5);
+    MOUNT_STICK_OR_SKIP();
+    testing_support::TempDir socketDir;
+    testing_support::NotifySocket socket(socketDir.Path() + "/notify");
+    StartDaemon({"-l", "a"}, {{"NOTIFY_SOCKET", socket.Path()}, {"WATCHDOG_USEC", kWatchdogUsec}});
+    // Every directory read now hangs for ten watchdog periods.
+    Command("delay readdir 1000000");
+    WatchdogPings(socket);
+
+    const auto start = std::chrono::steady_clock::now();
+    const Json::Value reply = Index(Stick1());
+    const double seconds = SecondsSince(start);
+    ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    const size_t pings = WatchdogPings(socket);
+    std::printf("scan of %.2f s hanging in each read fed the watchdog %zu times (%s)\n", seconds, pings,
+                OneLine(m_stick->Counters()).c_str());
+    // Two folders read: at least two hangs of a second. Fed by the clock
+    // that would be twenty pings; fed by progress, one between two hanging
+    // calls at most, and the loop's own before it took the request.
+    ASSERT_GE(seconds, 1.5);
+    EXPECT_LE(pings, 5u);
+    Command("delay readdir 0");
+    ExpectStillServing();
 }
 
 // A scan that would take many seconds ends within a second of SIGTERM, and

@@ -4,6 +4,7 @@
 
 #include "core/SystemdNotifier.h"
 #include "tests/support/DaemonProcess.h"
+#include "tests/support/NotifySocket.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
 
@@ -21,6 +22,8 @@
 #include <vector>
 
 using testing_support::DaemonProcess;
+using testing_support::NotifySocket;
+using testing_support::Received;
 using testing_support::RpcClient;
 using testing_support::TempDir;
 
@@ -29,81 +32,6 @@ using Clock = std::chrono::steady_clock;
 
 // Generous: the machine may be busy with other tests.
 constexpr int kEventTimeoutMs = 20000;
-
-struct Received {
-    std::string text;
-    Clock::time_point at;
-};
-
-// The socket systemd would listen on.
-class NotifySocket {
-public:
-    explicit NotifySocket(const std::string& path) : m_path(path)
-    {
-        m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        if (bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            ADD_FAILURE() << "cannot bind " << path;
-        }
-    }
-    ~NotifySocket()
-    {
-        close(m_fd);
-        unlink(m_path.c_str());
-    }
-    NotifySocket(const NotifySocket&) = delete;
-    NotifySocket& operator=(const NotifySocket&) = delete;
-
-    const std::string& Path() const { return m_path; }
-
-    // The next datagram; false when none came within the time-out.
-    bool Receive(Received& message, int timeoutMs)
-    {
-        pollfd watched{m_fd, POLLIN, 0};
-        if (poll(&watched, 1, timeoutMs) <= 0) {
-            return false;
-        }
-        char buffer[4096];
-        const ssize_t n = recv(m_fd, buffer, sizeof buffer, 0);
-        if (n < 0) {
-            return false;
-        }
-        message.text.assign(buffer, static_cast<size_t>(n));
-        message.at = Clock::now();
-        return true;
-    }
-
-    // Every datagram already queued, without waiting.
-    std::vector<std::string> Drain()
-    {
-        std::vector<std::string> texts;
-        Received message;
-        while (Receive(message, 0)) {
-            texts.push_back(message.text);
-        }
-        return texts;
-    }
-
-    // Everything up to and including the first `last`.
-    std::vector<std::string> ReceiveUntil(const std::string& last)
-    {
-        std::vector<std::string> texts;
-        Received message;
-        while (Receive(message, kEventTimeoutMs)) {
-            texts.push_back(message.text);
-            if (message.text == last) {
-                break;
-            }
-        }
-        return texts;
-    }
-
-private:
-    std::string m_path;
-    int m_fd = -1;
-};
 
 class SystemdNotifyTest : public testing::Test {
 protected:
