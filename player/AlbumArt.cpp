@@ -3,6 +3,8 @@
 // and tells clients its path.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Environment.h"
 #include "core/Logger.h"
 #include "core/PosixHandles.h"

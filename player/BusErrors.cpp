@@ -3,6 +3,8 @@
 // anything else (a file that does not decode, say) skips to the next track.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Environment.h"
 #include "core/Logger.h"
 #include "player/UsbSticks.h"

@@ -2,6 +2,8 @@
 // errors and tags.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Logger.h"
 
 namespace {

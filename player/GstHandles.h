@@ -3,6 +3,8 @@
 // Owning handles for the GStreamer and GLib objects the player holds, so
 // every reference taken is released on every path.
 
+#include "player/GstOwners.h"
+
 #include <gst/gst.h>
 
 #include <memory>
@@ -20,26 +22,10 @@ using GstElementPtr = GstObjectPtr<GstElement>;
 using GstBusPtr = GstObjectPtr<GstBus>;
 using GstPadPtr = GstObjectPtr<GstPad>;
 
-// The top-level pipeline: brought to the NULL state (which stops its
-// streaming threads) before the last reference goes.
-struct GstPipelineRelease {
-    void operator()(GstElement* pipeline) const
-    {
-        gst_element_set_state(pipeline, GST_STATE_NULL);
-        gst_object_unref(pipeline);
-    }
-};
-using GstPipelinePtr = std::unique_ptr<GstElement, GstPipelineRelease>;
-
 struct GstCapsUnref {
     void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
 };
 using GstCapsPtr = std::unique_ptr<GstCaps, GstCapsUnref>;
-
-struct GstSampleUnref {
-    void operator()(GstSample* sample) const { gst_sample_unref(sample); }
-};
-using GstSamplePtr = std::unique_ptr<GstSample, GstSampleUnref>;
 
 struct GstTagListUnref {
     void operator()(GstTagList* tags) const { gst_tag_list_unref(tags); }

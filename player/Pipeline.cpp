@@ -3,6 +3,8 @@
 // The decoder's audio pad is linked to the audio bin when it appears.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Environment.h"
 #include "core/Logger.h"
 

@@ -3,6 +3,8 @@
 // and seeking to a time.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include <chrono>
 
 namespace {

@@ -2,6 +2,8 @@
 // record, trackInfoNotification once they are known, and the cover image.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Logger.h"
 
 namespace {

@@ -2,6 +2,8 @@
 // by the repeat and shuffle rules.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Logger.h"
 #include "player/Navigation.h"
 

@@ -2,6 +2,8 @@
 // the plain accessors.
 #include "player/UsbMediaPlayer.h"
 
+#include "player/GstHandles.h"
+
 #include "core/Environment.h"
 #include "core/PosixHandles.h"
 #include "player/DecoderRanks.h"

@@ -5,14 +5,13 @@
 #include "library/File.h"
 #include "library/FileList.h"
 #include "library/FolderGroups.h"
-#include "player/GstHandles.h"
+#include "player/GstOwners.h"
 #include "player/NotificationBuilders.h"
 #include "player/NotificationSink.h"
 #include "player/PlayerOutcome.h"
 #include "player/PlayerState.h"
 #include "player/UsbDeviceStatus.h"
 
-#include <gst/gst.h>
 #include <json/value.h>
 
 #include <atomic>
@@ -136,7 +135,8 @@ public:
     bool SeekToTime(int64_t seconds);
 
     // --- Bus messages and album art (BusMessages.cpp, AlbumArt.cpp) ---
-    static gboolean OnBusMessage(GstBus* bus, GstMessage* message, gpointer player);
+    // The bus watch (a GstBusFunc: gboolean is int, gpointer is void*).
+    static int OnBusMessage(GstBus* bus, GstMessage* message, void* player);
     void RequestAlbumArt() EXCLUDES(m_playerMutex);
     void CheckAlbumArt();
     std::string GetBufferedAlbumArt() EXCLUDES(m_playerMutex);
