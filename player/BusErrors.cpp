@@ -7,7 +7,7 @@
 
 #include "core/Environment.h"
 #include "core/Logger.h"
-#include "player/UsbSticks.h"
+#include "core/UsbSticks.h"
 
 #include <cstdint>
 #include <memory>

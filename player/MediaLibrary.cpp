@@ -5,7 +5,7 @@
 #include "core/Environment.h"
 #include "core/Logger.h"
 #include "library/StorageIndex.h"
-#include "player/UsbSticks.h"
+#include "core/UsbSticks.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";

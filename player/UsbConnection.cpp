@@ -4,7 +4,7 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "core/Logger.h"
-#include "player/UsbSticks.h"
+#include "core/UsbSticks.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";

@@ -7,7 +7,7 @@
 #include "core/Environment.h"
 #include "core/PosixHandles.h"
 #include "player/DecoderRanks.h"
-#include "player/UsbSticks.h"
+#include "core/UsbSticks.h"
 
 namespace {
 using PlayerLock = CLockGuard<CMutex>;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Environment.h"
+
 #include <functional>
 #include <map>
 #include <optional>
@@ -32,8 +34,8 @@ struct OptionRule {
 };
 
 struct GlobalOptions {
-    std::string host = "127.0.0.1";
-    int port = 8885;
+    std::string host = kDefaultRpcAddress;
+    int port = kDefaultRpcPort;
     bool json = false;
     int timeoutMs = 30000;
 };

@@ -1,6 +1,7 @@
 // usb, power and resume-info: device events and the suspension snapshot.
 #include "tools/Verbs.h"
 
+#include "core/UsbSticks.h"
 #include "tools/Paths.h"
 #include "tools/Reports.h"
 
@@ -24,10 +25,12 @@ bool PluggedArgument(const std::string& word)
 
 std::string DeviceArgument(const std::string& device)
 {
-    if (device != "usb1" && device != "usb2") {
-        throw UsageError("usb takes the device usb1 or usb2, not \"" + device + "\"");
+    for (const SUsbStick& stick : kUsbSticks) {
+        if (device == stick.deviceName) {
+            return device;
+        }
     }
-    return device;
+    throw UsageError("usb takes the device usb1 or usb2, not \"" + device + "\"");
 }
 }  // namespace
 
@@ -60,11 +63,10 @@ std::string DeviceOfMountPoint(const std::string& mountPoint)
     if (!root.empty() && root != "/" && path.compare(0, root.size() + 1, root + "/") == 0) {
         path.erase(0, root.size());
     }
-    if (path == "/mnt/usb-stick1") {
-        return "usb1";
-    }
-    if (path == "/mnt/usb-stick2") {
-        return "usb2";
+    for (const SUsbStick& stick : kUsbSticks) {
+        if (path == stick.mountPoint) {
+            return stick.deviceName;
+        }
     }
     throw UsageError("mount-event takes the mount point /mnt/usb-stick1 or /mnt/usb-stick2, not \"" +
                      mountPoint + "\"");

@@ -2,7 +2,8 @@
 
 // The USB sticks the service plays from: built-in mount point, the folder
 // name that marks a path as being on the stick, and the device name clients
-// and the platform use for it. Only the first stick has a connection record.
+// and the platform use for it, for the service and its client alike. Only
+// the first stick has a connection record in the player.
 
 #include "core/Environment.h"
 
