@@ -10,10 +10,7 @@ CLogger& CLogger::GetInstance()
     return instance;
 }
 
-CLogger::~CLogger()
-{
-    CloseFile();
-}
+CLogger::~CLogger() = default;  // the log file closes with its handle
 
 void CLogger::SetLevel(int level)
 {
@@ -35,7 +32,7 @@ bool CLogger::OpenFile(const char* path)
     if (m_file != nullptr || path == nullptr) {
         return false;
     }
-    m_file = std::fopen(path, "w");
+    m_file.reset(std::fopen(path, "w"));
     return m_file != nullptr;
 }
 
@@ -44,8 +41,7 @@ bool CLogger::CloseFile()
     if (m_file == nullptr) {
         return false;
     }
-    std::fclose(m_file);
-    m_file = nullptr;
+    m_file.reset();
     return true;
 }
 
@@ -68,7 +64,7 @@ void CLogger::Log(const char* file, int line, int level, const char* format, ...
     if (GetLevel() > level) {
         return;
     }
-    FILE* stream = m_file != nullptr ? m_file : stdout;
+    FILE* stream = m_file != nullptr ? m_file.get() : stdout;
 
     const std::time_t now = std::time(nullptr);
     std::tm local{};

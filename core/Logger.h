@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/PosixHandles.h"
+
 #include <atomic>
 #include <cstdio>
 
@@ -42,7 +44,7 @@ private:
     CLogger() = default;
     ~CLogger();
 
-    FILE* m_file = nullptr;  // null: standard output; set only during start-up
+    FilePtr m_file;  // null: standard output; set only during start-up
     std::atomic<int> m_level{LOG_ALL};
 };
 
