@@ -1086,6 +1086,7 @@ TEST_F(CliTest, DemoStickWelcomeHasACoverForArt)
 {
     TempDir demo;
     const std::string script = std::string(USBMEDIA_SOURCE_DIR) + "/scripts/make-demo-stick.sh";
+    DaemonProcess::ForgetEmulatorEnvironment();  // the script runs the host's gst-launch-1.0
     const int status = std::system(("bash '" + script + "' '" + demo.Path() + "' >/dev/null 2>&1").c_str());
     ASSERT_EQ(status, 0);
     DaemonProcess::Options options;

@@ -96,6 +96,11 @@ TEST(Latin1ToUtf8BytesTest, GivesEmptyWhenIconvCannotOpen)
         EXPECT_EQ(plain, "");
         return;
     }
+    if (std::getenv("USBMEDIA_GUEST_ENV") != nullptr) {
+        // Set by the emulator wrapper of the cross build: there /proc/self/exe
+        // names the emulator, not this test, so the re-run below cannot start.
+        GTEST_SKIP() << "re-running the test binary is not possible under qemu-user";
+    }
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
