@@ -247,22 +247,26 @@ std::string DeviceTest::CallRaw(const std::string& method, const Json::Value& pa
     return m_client.CallRaw(method, params, 20000);
 }
 
-Json::Value DeviceTest::PlayFile(const std::string& path, const std::string& name)
+namespace {
+// playFileUSB's parameters for the record `name` in the folder `path`.
+Json::Value PlayParams(const std::string& path, const std::string& name, bool isFolder)
 {
     Json::Value params;
     params["file"]["name"] = name;
     params["file"]["path"] = path;
-    params["file"]["isFolder"] = false;
-    return Call("playFileUSB", params);
+    params["file"]["isFolder"] = isFolder;
+    return params;
+}
+}  // namespace
+
+Json::Value DeviceTest::PlayFile(const std::string& path, const std::string& name)
+{
+    return Call("playFileUSB", PlayParams(path, name, false));
 }
 
 Json::Value DeviceTest::PlayFolder(const std::string& parent, const std::string& name)
 {
-    Json::Value params;
-    params["file"]["name"] = name;
-    params["file"]["path"] = parent;
-    params["file"]["isFolder"] = true;
-    return Call("playFileUSB", params);
+    return Call("playFileUSB", PlayParams(parent, name, true));
 }
 
 Json::Value DeviceTest::Index(const std::string& path)
