@@ -13,6 +13,19 @@ bash scripts/setup.sh
 builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz armhf}
 jobs=$(nproc)
 status=0
+failed=()  # one line per failed stage, printed again at the very end
+
+# Marks a stage failed; the names of the tests that failed in a ctest build
+# directory (if given) go with it so the last lines of the log say what broke.
+stage_failed() {
+  local stage=$1 dir=${2:-}
+  status=1
+  local tests=""
+  if [[ -n $dir && -f $dir/Testing/Temporary/LastTestsFailed.log ]]; then
+    tests=$(cut -d: -f2- "$dir/Testing/Temporary/LastTestsFailed.log" | paste -sd' ' -)
+  fi
+  failed+=("$stage${tests:+: $tests}")
+}
 
 run_suite() {
   local name=$1 dir=$2; shift 2
@@ -23,7 +36,7 @@ run_suite() {
   # Playback tests mostly wait on real-time audio, so more tests than cores
   # run at once.
   if ! (cd "$dir" && ctest -j$(( jobs * 2 )) --output-on-failure --timeout 600 $([[ $name == normal ]] || echo -LE load)); then
-    status=1
+    stage_failed "$name" "$dir"
   fi
 }
 
@@ -36,20 +49,27 @@ for build in $builds; do
   case "$build" in
     normal) run_suite normal build -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     # The Debian package from the normal build: contents, install, "ping".
-    package) bash scripts/package-check.sh build || status=1 ;;
+    package) bash scripts/package-check.sh build || stage_failed package ;;
     asan) run_suite "asan+ubsan" build-asan -DCMAKE_BUILD_TYPE=Debug -DUSBMEDIA_SANITIZE=address ;;
     tsan) run_suite tsan build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_SANITIZE=thread ;;
     # The control interface under libFuzzer for a bounded time (clang).
-    fuzz) bash scripts/fuzz.sh || status=1 ;;
+    fuzz) bash scripts/fuzz.sh || stage_failed fuzz ;;
     # The device's build (armhf) under qemu-arm: unit, integration, load
     # (one at a time) and smoke tests.
     armhf)
       echo "=== armhf: cross build and tests under emulation"
       armhf_start=$SECONDS
-      USBMEDIA_JOBS=$jobs bash scripts/cross-armhf.sh || status=1
+      USBMEDIA_JOBS=$jobs bash scripts/cross-armhf.sh || stage_failed armhf build-armhf
       echo "=== armhf: stage took $(( SECONDS - armhf_start )) s"
       ;;
     *) echo "unknown build: $build" >&2; exit 2 ;;
   esac
 done
+
+if (( status == 0 )); then
+  echo "=== all stages passed: $builds"
+else
+  echo "=== FAILED stages:"
+  printf '  %s\n' "${failed[@]}"
+fi
 exit $status
