@@ -1,6 +1,7 @@
 #include "player/DecoderRanks.h"
 
 #include "core/Logger.h"
+#include "player/GstHandles.h"
 
 #include <gst/gst.h>
 
@@ -27,21 +28,15 @@ bool PreferCheaperDecoders()
         return false;
     }
     GstRegistry* registry = gst_registry_get();
-    GstPluginFeature* preferred = gst_registry_lookup_feature(registry, kPreferred);
-    GstPluginFeature* costlier = gst_registry_lookup_feature(registry, kCostlier);
-    bool changed = false;
-    if (preferred != nullptr && costlier != nullptr) {
-        const guint above = gst_plugin_feature_get_rank(costlier) + 1;
-        if (gst_plugin_feature_get_rank(preferred) < above) {
-            gst_plugin_feature_set_rank(preferred, above);
-            changed = true;
-        }
+    const GstObjectPtr<GstPluginFeature> preferred(gst_registry_lookup_feature(registry, kPreferred));
+    const GstObjectPtr<GstPluginFeature> costlier(gst_registry_lookup_feature(registry, kCostlier));
+    if (!preferred || !costlier) {
+        return false;
     }
-    if (preferred != nullptr) {
-        gst_object_unref(preferred);
+    const guint above = gst_plugin_feature_get_rank(costlier.get()) + 1;
+    if (gst_plugin_feature_get_rank(preferred.get()) >= above) {
+        return false;
     }
-    if (costlier != nullptr) {
-        gst_object_unref(costlier);
-    }
-    return changed;
+    gst_plugin_feature_set_rank(preferred.get(), above);
+    return true;
 }

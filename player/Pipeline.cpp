@@ -1,8 +1,10 @@
 // The decoding pipeline of one track:
 //   filesrc "source" ! decodebin "decoder" ~ [audiobin: audioconvert "aconv" ! sink]
-// The decoder's audio pad is linked to the audio bin when it appears.
+// The decoder's audio pad is linked to the audio bin when it appears; its
+// audio decoder hands on 100 ms buffers (DecoderOutput.h).
 #include "player/UsbMediaPlayer.h"
 
+#include "player/DecoderOutput.h"
 #include "player/GstHandles.h"
 
 #include "core/Environment.h"
@@ -115,6 +117,7 @@ GstPipelinePtr BuildPipeline(const std::string& location)
     GstElement* const audioBin = AddAudioBin(pipeline.get());
     if (addedDecoder != nullptr) {
         g_signal_connect(addedDecoder, "pad-added", G_CALLBACK(OnDecodedPadAdded), audioBin);
+        BatchDecoderOutput(addedDecoder);
     }
     return pipeline;
 }

@@ -1,7 +1,10 @@
 // The MP3 decoder the service prefers (player/DecoderRanks.cpp): mpg123audiodec
 // must give the same audio as libav's avdec_mp3 (same sample count, same
 // duration), and decodebin must pick it once the ranks are set, unless
-// GST_PLUGIN_FEATURE_RANK says otherwise.
+// GST_PLUGIN_FEATURE_RANK says otherwise. The service's decodebin also hands
+// on decoded MP3 in buffers of at least 100 ms (player/DecoderOutput.cpp):
+// the same samples, in fewer buffers.
+#include "player/DecoderOutput.h"
 #include "player/DecoderRanks.h"
 
 #include "tests/support/MediaFactory.h"
@@ -25,6 +28,9 @@ struct SDecoded {
     int channels = 0;
     uint64_t bytes = 0;
     int64_t endNs = -1;  // end of the last buffer
+    int buffers = 0;
+    int64_t shortestButLastNs = -1;  // the shortest buffer before the last one
+    int64_t lastDurationNs = -1;
     std::string decoder;  // the factory decodebin chose (decodebin runs only)
 
     uint64_t Samples() const { return channels > 0 ? bytes / (2u * static_cast<uint64_t>(channels)) : 0; }
@@ -53,6 +59,13 @@ void OnHandoff(GstElement*, GstBuffer* buffer, GstPad* pad, gpointer data)
         }
     }
     decoded->bytes += gst_buffer_get_size(buffer);
+    ++decoded->buffers;
+    if (decoded->lastDurationNs >= 0 &&
+        (decoded->shortestButLastNs < 0 || decoded->lastDurationNs < decoded->shortestButLastNs)) {
+        decoded->shortestButLastNs = decoded->lastDurationNs;
+    }
+    decoded->lastDurationNs =
+        GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<int64_t>(GST_BUFFER_DURATION(buffer)) : -1;
     if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_DURATION_IS_VALID(buffer)) {
         decoded->endNs = static_cast<int64_t>(GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer));
     }
@@ -74,8 +87,9 @@ void OnElementAdded(GstBin*, GstElement* element, gpointer data)
 }
 
 // Decodes `file` to 16-bit interleaved PCM with `decoder` ("decodebin" or an
-// MP3 decoder after mpegaudioparse) and counts what comes out.
-SDecoded Decode(const std::string& file, const std::string& decoder)
+// MP3 decoder after mpegaudioparse) and counts what comes out. `batched`
+// applies the service's decoder output setting to the decodebin.
+SDecoded Decode(const std::string& file, const std::string& decoder, bool batched = false)
 {
     const std::string middle = decoder == "decodebin" ? "decodebin name=dec" : "mpegaudioparse ! " + decoder;
     const std::string description = "filesrc location=\"" + file + "\" ! " + middle +
@@ -97,6 +111,9 @@ SDecoded Decode(const std::string& file, const std::string& decoder)
     g_signal_connect(sink, "handoff", G_CALLBACK(OnHandoff), &run);
     gst_object_unref(sink);
     if (GstElement* bin = gst_bin_get_by_name(GST_BIN(pipeline), "dec")) {
+        if (batched) {
+            BatchDecoderOutput(bin);
+        }
         g_signal_connect(bin, "deep-element-added",
                          G_CALLBACK(+[](GstBin* self, GstBin*, GstElement* element, gpointer data) {
                              OnElementAdded(self, element, data);
@@ -206,6 +223,40 @@ TEST_F(DecoderChoiceTest, ServicePrefersMpg123)
     const SDecoded decoded = Decode(MediaFactory::Mp3(2.0), "decodebin");
     ASSERT_TRUE(decoded.ok) << decoded.error;
     EXPECT_EQ(decoded.decoder, "mpg123audiodec");
+}
+
+TEST_F(DecoderChoiceTest, BatchedOutputGivesTheSameAudioInBuffersOfAtLeastATenthOfASecond)
+{
+    SKIP_IN_PROCESS_DECODING();
+    unsetenv("GST_PLUGIN_FEATURE_RANK");
+    PreferCheaperDecoders();
+    const std::string file = MediaFactory::Mp3(5.0, "Title", "Artist", "Album");
+    const SDecoded plain = Decode(file, "decodebin");
+    const SDecoded batched = Decode(file, "decodebin", true);
+    ASSERT_TRUE(plain.ok) << plain.error;
+    ASSERT_TRUE(batched.ok) << batched.error;
+    EXPECT_EQ(batched.decoder, plain.decoder);
+    EXPECT_EQ(batched.Samples(), plain.Samples());
+    EXPECT_EQ(batched.endNs, plain.endNs);
+    EXPECT_LT(plain.shortestButLastNs, kDecoderOutputNs) << "a compressed frame holds less than the batch";
+    EXPECT_GE(batched.shortestButLastNs, kDecoderOutputNs);
+    EXPECT_LE(batched.buffers * 3, plain.buffers) << "at least three times fewer buffers";
+}
+
+// GStreamer batches only behind an element that answers latency queries;
+// asfdemux does not, so WMA comes out as before: same audio, same buffers.
+TEST_F(DecoderChoiceTest, BatchedOutputLeavesWmaAsItWas)
+{
+    SKIP_IN_PROCESS_DECODING();
+    const std::string file = MediaFactory::Wma(3.0);
+    const SDecoded plain = Decode(file, "decodebin");
+    const SDecoded batched = Decode(file, "decodebin", true);
+    ASSERT_TRUE(plain.ok) << plain.error;
+    ASSERT_TRUE(batched.ok) << batched.error;
+    EXPECT_GT(batched.Samples(), 0u);
+    EXPECT_EQ(batched.Samples(), plain.Samples());
+    EXPECT_EQ(batched.endNs, plain.endNs);
+    EXPECT_LE(batched.buffers, plain.buffers);
 }
 
 TEST_F(DecoderChoiceTest, FeatureRankVariableKeepsTheLastWord)
