@@ -12,13 +12,12 @@
 //   --label goes before each figure. --gst-launch names the reference program
 //   (e.g. a target's own, run through USBMEDIA_TEST_EMULATOR like the daemon).
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,9 +29,12 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 using testing_support::DaemonProcess;
+using testing_support::RunToEnd;
+using testing_support::SChildRun;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
 using testing_support::TempDir;
@@ -200,29 +202,14 @@ double DaemonPlaybackCpu(const TempDir& root, const std::string& folder)
 double ReferencePlaybackCpu(const std::string& file, const std::string& gstLaunch)
 {
     std::vector<std::string> argv = DaemonProcess::EmulatorPrefix();
-    const std::vector<std::string> launch{gstLaunch,      "-q", "filesrc",      "location=" + file, "!", "decodebin",
-                                          "!", "audioconvert", "!",  "fakesink", "sync=true"};
-    argv.insert(argv.end(), launch.begin(), launch.end());
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (argv.size() == launch.size()) {
-            DaemonProcess::ForgetEmulatorEnvironment();
-        }
-        std::vector<char*> raw;
-        for (std::string& argument : argv) {
-            raw.push_back(argument.data());
-        }
-        raw.push_back(nullptr);
-        execvp(raw[0], raw.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    const bool hostProgram = argv.empty();
+    argv.insert(argv.end(), {gstLaunch, "-q", "filesrc", "location=" + file, "!", "decodebin", "!", "audioconvert",
+                             "!", "fakesink", "sync=true"});
+    const SChildRun run = RunToEnd(std::move(argv), hostProgram);
+    if (!run.succeeded) {
         throw std::runtime_error("gst-launch-1.0 failed");
     }
-    const auto seconds = [](const timeval& tv) { return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    return run.cpuSeconds;
 }
 }  // namespace
 

@@ -1,17 +1,16 @@
 #include "tests/support/MediaFactory.h"
 
-#include "tests/support/DaemonProcess.h"
-
+#include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 namespace testing_support {
 
@@ -54,24 +53,7 @@ bool RunLaunch(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> argv{"gst-launch-1.0", "-q"};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    const pid_t pid = fork();
-    if (pid < 0) {
-        return false;
-    }
-    if (pid == 0) {
-        DaemonProcess::ForgetEmulatorEnvironment();
-        std::vector<char*> raw;
-        for (std::string& argument : argv) {
-            raw.push_back(argument.data());
-        }
-        raw.push_back(nullptr);
-        execvp(raw[0], raw.data());
-        _exit(127);
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return RunToEnd(std::move(argv), true).succeeded;
 }
 
 std::string SecondsKey(double seconds)
