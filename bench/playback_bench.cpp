@@ -34,6 +34,7 @@
 
 using testing_support::DaemonProcess;
 using testing_support::RunToEnd;
+using testing_support::SChildOptions;
 using testing_support::SChildRun;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
@@ -202,10 +203,11 @@ double DaemonPlaybackCpu(const TempDir& root, const std::string& folder)
 double ReferencePlaybackCpu(const std::string& file, const std::string& gstLaunch)
 {
     std::vector<std::string> argv = DaemonProcess::EmulatorPrefix();
-    const bool hostProgram = argv.empty();
+    SChildOptions options;
+    options.hostProgram = argv.empty();
     argv.insert(argv.end(), {gstLaunch, "-q", "filesrc", "location=" + file, "!", "decodebin", "!", "audioconvert",
                              "!", "fakesink", "sync=true"});
-    const SChildRun run = RunToEnd(std::move(argv), hostProgram);
+    const SChildRun run = RunToEnd(std::move(argv), options);
     if (!run.succeeded) {
         throw std::runtime_error("gst-launch-1.0 failed");
     }

@@ -1,10 +1,10 @@
 #include "tests/integration/DeviceFixture.h"
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/ProcessStatus.h"
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,6 +13,7 @@
 #include <random>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 using testing_support::DaemonProcess;
 using testing_support::MakeDirs;
@@ -29,24 +30,11 @@ constexpr int kSamplesPerBuffer = 1024;
 // Runs a program with its output discarded; throws when it fails.
 void Run(std::vector<std::string> argv)
 {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        testing_support::DaemonProcess::ForgetEmulatorEnvironment();
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        dup2(null, STDERR_FILENO);
-        std::vector<char*> raw;
-        for (std::string& argument : argv) {
-            raw.push_back(argument.data());
-        }
-        raw.push_back(nullptr);
-        execvp(raw[0], raw.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        throw std::runtime_error("command failed: " + argv[0] + " " + argv.back());
+    testing_support::SChildOptions options;
+    options.discardOutput = true;
+    const std::string what = argv[0] + " " + argv.back();
+    if (!testing_support::RunToEnd(std::move(argv), options).succeeded) {
+        throw std::runtime_error("command failed: " + what);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "tests/support/DaemonProcess.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,7 +18,7 @@ double Seconds(const timeval& time)
 }
 }  // namespace
 
-SChildRun RunToEnd(std::vector<std::string> argv, bool hostProgram)
+SChildRun RunToEnd(std::vector<std::string> argv, const SChildOptions& options)
 {
     SChildRun run;
     if (argv.empty()) {
@@ -28,8 +29,13 @@ SChildRun RunToEnd(std::vector<std::string> argv, bool hostProgram)
         return run;
     }
     if (pid == 0) {
-        if (hostProgram) {
+        if (options.hostProgram) {
             DaemonProcess::ForgetEmulatorEnvironment();
+        }
+        if (options.discardOutput) {
+            const int null = open("/dev/null", O_WRONLY);
+            dup2(null, STDOUT_FILENO);
+            dup2(null, STDERR_FILENO);
         }
         std::vector<char*> raw;
         for (std::string& argument : argv) {

@@ -53,7 +53,7 @@ bool RunLaunch(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> argv{"gst-launch-1.0", "-q"};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    return RunToEnd(std::move(argv), true).succeeded;
+    return RunToEnd(std::move(argv)).succeeded;
 }
 
 std::string SecondsKey(double seconds)
