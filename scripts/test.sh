@@ -11,6 +11,11 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 
 builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz armhf}
+# Ninja schedules the five builds' compiles better than make on two cores
+# (about 15 s less per build). A build tree made earlier keeps its generator.
+if [[ -z ${CMAKE_GENERATOR:-} ]] && command -v ninja >/dev/null; then
+  export CMAKE_GENERATOR=Ninja
+fi
 jobs=$(nproc)
 status=0
 failed=()  # one line per failed stage, printed again at the very end
