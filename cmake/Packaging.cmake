@@ -20,6 +20,13 @@ if(UDEV_PC_FOUND)
 elseif(unit_dir MATCHES "^(.*)/systemd/system$")
   set(udev_dir "${CMAKE_MATCH_1}/udev")  # udev lives beside systemd (/lib/udev)
 endif()
+# In a cross build pkg-config puts the sysroot before the paths it reports;
+# the package installs on the device, where they have none.
+foreach(dir unit_dir udev_dir)
+  if(CMAKE_SYSROOT AND ${dir} MATCHES "^${CMAKE_SYSROOT}(/.*)$")
+    set(${dir} "${CMAKE_MATCH_1}")
+  endif()
+endforeach()
 set(USBMEDIA_SYSTEMD_UNIT_DIR "${unit_dir}" CACHE PATH "Where the systemd unit is installed")
 set(USBMEDIA_UDEV_RULES_DIR "${udev_dir}/rules.d" CACHE PATH "Where the udev rule is installed")
 
@@ -29,6 +36,10 @@ set(dist ${CMAKE_SOURCE_DIR}/dist)
 # The copies in the build tree (for the tests) name the configured prefix.
 configure_file(${dist}/systemd/usb-media-service.service.in ${CMAKE_BINARY_DIR}/dist/usb-media-service.service @ONLY)
 configure_file(${dist}/udev/90-usb-media-service.rules.in ${CMAKE_BINARY_DIR}/dist/90-usb-media-service.rules @ONLY)
+set(stick_units usb-media-stick@.service usb-media-stick-unsupported@.service)
+foreach(unit IN LISTS stick_units)
+  configure_file(${dist}/systemd/${unit}.in ${CMAKE_BINARY_DIR}/dist/${unit} @ONLY)
+endforeach()
 install(CODE "
   set(CMAKE_INSTALL_FULL_BINDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
   set(CMAKE_INSTALL_FULL_DOCDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
@@ -36,8 +47,14 @@ install(CODE "
                  ${CMAKE_BINARY_DIR}/dist/installed/usb-media-service.service @ONLY)
   configure_file(${dist}/udev/90-usb-media-service.rules.in
                  ${CMAKE_BINARY_DIR}/dist/installed/90-usb-media-service.rules @ONLY)
+  foreach(unit ${stick_units})
+    configure_file(${dist}/systemd/\${unit}.in ${CMAKE_BINARY_DIR}/dist/installed/\${unit} @ONLY)
+  endforeach()
 ")
 install(FILES ${CMAKE_BINARY_DIR}/dist/installed/usb-media-service.service DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
+foreach(unit IN LISTS stick_units)
+  install(FILES ${CMAKE_BINARY_DIR}/dist/installed/${unit} DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
+endforeach()
 install(FILES ${CMAKE_BINARY_DIR}/dist/installed/90-usb-media-service.rules DESTINATION ${USBMEDIA_UDEV_RULES_DIR})
 install(FILES ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json DESTINATION ${CMAKE_INSTALL_DATADIR}/usb-media-service)
 install(FILES ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json
@@ -55,11 +72,25 @@ set(CPACK_PACKAGE_DESCRIPTION
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The decoders and sinks are plugins, loaded at run time: no shared-library
 # dependency names them.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
+set(plugin_depends
     "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-alsa")
+if(NOT CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "${plugin_depends}")
+else()
+  # dpkg-shlibdeps reads the host's package database, which knows no armhf
+  # library: a cross build names its libraries as Debian 12 packages them
+  # (override for another distribution's sysroot).
+  set(USBMEDIA_DEB_LIBRARY_DEPENDS
+      "libc6 (>= 2.36), libgcc-s1, libstdc++6 (>= 12), libglib2.0-0 (>= 2.74), libgstreamer1.0-0 (>= 1.22), libjsoncpp25 (>= 1.9.5), libsystemd0, zlib1g (>= 1:1.2.13)"
+      CACHE STRING "Depends of the cross-built package's binaries")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "${USBMEDIA_DEB_LIBRARY_DEPENDS}, ${plugin_depends}")
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  endif()
+endif()
 set(CPACK_STRIP_FILES ON)
 # systemd and udev reread their files; the unit is left for the device's own
 # set-up to enable (systemctl enable --now usb-media-service).

@@ -62,7 +62,7 @@ fi
 SYSROOT_PACKAGES=(
   libc6-dev libstdc++-12-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libglib2.0-dev
-  libjsoncpp-dev zlib1g-dev libgtest-dev
+  libjsoncpp-dev zlib1g-dev libgtest-dev libsystemd-dev libfuse3-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   gstreamer1.0-libav gstreamer1.0-alsa gstreamer1.0-tools
 )
@@ -144,7 +144,7 @@ cd "$builddir"
 stage "unit and integration tests under qemu-arm"
 # Most integration tests wait on real-time playback, so more tests than
 # cores run at once, as in the host build.
-ctest -j"$(( jobs * 2 ))" --output-on-failure --timeout 600 -LE 'load|smoke' || status=1
+bash "$root/scripts/run-ctest.sh" . -j"$(( jobs * 2 ))" --output-on-failure --timeout 600 -LE 'load|smoke' || status=1
 
 stage "load tests under qemu-arm, one at a time"
 if [ "${USBMEDIA_ARMHF_LOAD:-run}" = skip ]; then
@@ -152,7 +152,7 @@ if [ "${USBMEDIA_ARMHF_LOAD:-run}" = skip ]; then
   echo "  the emulator sharing the cores with other tests, not the target; run them alone"
 else
   # Run beside other tests under emulation a deadline can be missed.
-  ctest -j1 --output-on-failure --timeout 600 -L load || status=1
+  bash "$root/scripts/run-ctest.sh" . -j1 --output-on-failure --timeout 600 -L load || status=1
 fi
 
 stage "daemon smoke test under qemu-arm"

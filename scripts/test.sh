@@ -3,14 +3,15 @@
 # from it (installed, asked "ping", removed), then the same suites under
 # AddressSanitizer+UndefinedBehaviorSanitizer and under ThreadSanitizer, then a
 # bounded libFuzzer run of the control interface, then the 32-bit ARM build
-# with its suites and a daemon smoke test under qemu-arm (scripts/cross-armhf.sh).
+# with its suites and a daemon smoke test under qemu-arm (scripts/cross-armhf.sh),
+# then its package on an emulated board (scripts/board-armhf.sh).
 # USBMEDIA_TEST_BUILDS limits the builds (e.g. "normal" or "normal armhf").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 
-builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz armhf}
+builds=${USBMEDIA_TEST_BUILDS:-normal package asan tsan fuzz armhf board}
 # Ninja schedules the five builds' compiles better than make on two cores
 # (about 15 s less per build). A build tree made earlier keeps its generator.
 if [[ -z ${CMAKE_GENERATOR:-} ]] && command -v ninja >/dev/null; then
@@ -40,7 +41,7 @@ run_suite() {
   echo "=== $name: tests"
   # Playback tests mostly wait on real-time audio, so more tests than cores
   # run at once.
-  if ! (cd "$dir" && ctest -j$(( jobs * 2 )) --output-on-failure --timeout 600 $([[ $name == normal ]] || echo -LE load)); then
+  if ! bash scripts/run-ctest.sh "$dir" -j$(( jobs * 2 )) --output-on-failure --timeout 600 $([[ $name == normal ]] || echo -LE load); then
     stage_failed "$name" "$dir"
   fi
 }
@@ -66,6 +67,14 @@ for build in $builds; do
       armhf_start=$SECONDS
       USBMEDIA_JOBS=$jobs bash scripts/cross-armhf.sh || stage_failed armhf build-armhf
       echo "=== armhf: stage took $(( SECONDS - armhf_start )) s"
+      ;;
+    # The armhf package on a whole emulated board: systemd, udev, a USB
+    # stick plugged and pulled, sound through ALSA (scripts/board-armhf.sh).
+    board)
+      echo "=== board: the armhf package on an emulated board"
+      board_start=$SECONDS
+      bash scripts/board-armhf.sh || stage_failed board
+      echo "=== board: stage took $(( SECONDS - board_start )) s"
       ;;
     *) echo "unknown build: $build" >&2; exit 2 ;;
   esac

@@ -1,5 +1,6 @@
 #include "tests/integration/FaultStick.h"
 
+#include "tests/support/DaemonProcess.h"
 #include "tests/support/TempDir.h"
 
 #include <fcntl.h>
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace stick_test {
 
@@ -57,9 +59,16 @@ FaultStick::FaultStick(const std::string& source, const std::string& mountPoint)
             ::dup2(log, STDOUT_FILENO);
             ::dup2(log, STDERR_FILENO);
         }
-        const std::string fd = std::to_string(readyFd);
-        ::execl(helper.c_str(), helper.c_str(), source.c_str(), mountPoint.c_str(), fd.c_str(),
-                static_cast<char*>(nullptr));
+        // A target program: in a cross build it runs through the emulator,
+        // as the daemon does.
+        std::vector<std::string> words = testing_support::DaemonProcess::EmulatorPrefix();
+        words.insert(words.end(), {helper, source, mountPoint, std::to_string(readyFd)});
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     }
     ::close(ready[1]);

@@ -194,6 +194,11 @@ protected:
 
 TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
 {
+    if (!testing_support::DaemonProcess::EmulatorPrefix().empty()) {
+        // Seen under qemu-arm: the failed read ends the file (end of stream
+        // after a second of an 8 s song), where a kernel reports the error.
+        GTEST_SKIP() << "under qemu-user a read error reaches GStreamer as the end of the file";
+    }
     device_test::MakeMp3(Source("music/a.mp3"), 8.0);
     device_test::MakeMp3(Source("music/b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
@@ -451,7 +456,10 @@ TEST_F(SlowStickTest, SlowStickOfTwentyThousandFilesIsIndexedAndBrowsed)
 
 // Under a supervising systemd the listener loop feeds the watchdog; while a
 // long scan holds that loop, the scan feeds it as long as it makes progress.
-// Half the 200 ms interval means a WATCHDOG=1 every 100 ms.
+// Half the 200 ms interval means a WATCHDOG=1 every 100 ms. Built only when
+// the service notifies systemd (USBMEDIA_SYSTEMD, the default), and then a
+// build that cannot notify fails them rather than skipping.
+#ifdef USBMEDIA_TEST_SYSTEMD
 namespace {
 constexpr const char* kWatchdogUsec = "200000";
 
@@ -463,16 +471,12 @@ size_t WatchdogPings(testing_support::NotifySocket& socket)
 }
 }  // namespace
 
-#define SKIP_WITHOUT_SYSTEMD()                                      \
-    do {                                                            \
-        if (!SystemdNotifier::Supported()) {                        \
-            GTEST_SKIP() << "built without libsystemd";             \
-        }                                                           \
-    } while (false)
+#define ASSERT_SYSTEMD_SUPPORTED() \
+    ASSERT_TRUE(SystemdNotifier::Supported()) << "this build was configured to notify systemd but cannot"
 
 TEST_F(StickFaultTest, WatchdogIsFedWhileASlowScanMakesProgress)
 {
-    SKIP_WITHOUT_SYSTEMD();
+    ASSERT_SYSTEMD_SUPPORTED();
     MakeWideTree(m_source.Path(), 20, 2);
     MOUNT_STICK_OR_SKIP();
     // About 20 x 2 directory reads of 50 ms each, half a watchdog period:
@@ -497,7 +501,7 @@ TEST_F(StickFaultTest, WatchdogIsFedWhileASlowScanMakesProgress)
 
 TEST_F(StickFaultTest, WatchdogStarvesWhileOneCallHangs)
 {
-    SKIP_WITHOUT_SYSTEMD();
+    ASSERT_SYSTEMD_SUPPORTED();
     MakeWideTree(m_source.Path(), 1, 5);
     MOUNT_STICK_OR_SKIP();
     testing_support::TempDir socketDir;
@@ -522,6 +526,8 @@ TEST_F(StickFaultTest, WatchdogStarvesWhileOneCallHangs)
     Command("delay readdir 0");
     ExpectStillServing();
 }
+
+#endif  // USBMEDIA_TEST_SYSTEMD
 
 // A scan that would take many seconds ends within a second of SIGTERM, and
 // the daemon exits cleanly.
