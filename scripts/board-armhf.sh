@@ -110,10 +110,17 @@ else
   [ -n "$source_file" ] || fail "no deb822 apt source in /etc/apt/sources.list.d"
   awk 'BEGIN { RS = ""; ORS = "\n" } NR == 1 { print; exit }' "$source_file" |
     sed -E "s/^Suites:.*/Suites: $suite/" > "$cache.new/sources"
-  mmdebstrap --quiet --variant=minbase --architectures=armhf --include="$BOARD_PACKAGES" \
-    --setup-hook="bash $root/tests/board/image-setup.sh \"\$1\"" \
-    --customize-hook="bash $root/tests/board/image-customize.sh \"\$1\"" \
-    "$suite" "$cache.new/rootfs" - < "$cache.new/sources"
+  # A second try when the first fails: a mirror caught mid-sync heals in minutes.
+  for try in 1 2; do
+    rm -rf "$cache.new/rootfs"
+    mmdebstrap --quiet --variant=minbase --architectures=armhf --include="$BOARD_PACKAGES" \
+      --setup-hook="bash $root/tests/board/image-setup.sh \"\$1\"" \
+      --customize-hook="bash $root/tests/board/image-customize.sh \"\$1\"" \
+      "$suite" "$cache.new/rootfs" - < "$cache.new/sources" && break
+    [ $try = 2 ] && fail "mmdebstrap could not make the image"
+    echo "board: mmdebstrap failed; trying once more in 60 s"
+    sleep 60
+  done
   cp "$cache.new/rootfs/boot/vmlinuz-"* "$cache.new/vmlinuz"
   cp "$cache.new/rootfs/boot/initrd.img-"* "$cache.new/initrd.img"
   mke2fs -q -t ext4 -L board-root -d "$cache.new/rootfs" "$cache.new/root.img" 2G
@@ -137,11 +144,15 @@ stick_files=$work/media/mnt/usb-stick1
 mkfs.vfat -F 32 -n USBMEDIA -C "$work/stick.img" $(( 64 * 1024 )) >/dev/null
 mcopy -s -i "$work/stick.img" "$stick_files"/* ::/
 mdir -/ -b -i "$work/stick.img" ::/ | sed 's/^/board: stick /'
+# And one the service cannot read: a minix file system.
+dd if=/dev/zero of="$work/unsupported.img" bs=1M count=4 status=none
+mkfs.minix "$work/unsupported.img" >/dev/null
 
 # --- 5. boot and run the scenario ---------------------------------------------
 stage "scenario on the emulated board"
 status=0
 /usr/bin/python3 tests/board/scenario.py --image "$cache" --deb "$deb" --stick "$work/stick.img" \
+  --unsupported-stick "$work/unsupported.img" \
   --work "$work" --readme README.md ${image_seconds:+--image-seconds "$image_seconds"} || status=1
 stage ""
 [ $status -eq 0 ] && echo "=== board: all passed" || echo "=== board: FAILED"

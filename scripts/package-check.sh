@@ -27,6 +27,7 @@ contents=$(dpkg-deb -c "$deb")
 echo "$contents"
 for file in ./usr/bin/usb-media-service ./usr/bin/usb-media-ctl \
             ./lib/systemd/system/usb-media-service.service ./lib/udev/rules.d/90-usb-media-service.rules \
+            ./lib/systemd/system/usb-media-stick@.service ./lib/systemd/system/usb-media-stick-unsupported@.service \
             ./usr/share/usb-media-service/openrpc.json ./usr/share/doc/usb-media-service/README.md \
             ./usr/share/doc/usb-media-service/openrpc.json \
             ./usr/share/doc/usb-media-service/mnt-usb-stick1.mount.example; do
@@ -77,5 +78,15 @@ daemon_pid=""
 if command -v systemd-analyze >/dev/null; then
   echo "=== package: systemd-analyze verify"
   systemd-analyze verify /lib/systemd/system/usb-media-service.service || fail "systemd-analyze rejects the unit"
+  # The stick units as the rule starts them, for port 1, beside the example
+  # mount unit they bind to.
+  units=$(mktemp -d /tmp/usb-media-units-XXXXXX)
+  cp /usr/share/doc/usb-media-service/mnt-usb-stick1.mount.example "$units/mnt-usb\x2dstick1.mount"
+  for template in usb-media-stick usb-media-stick-unsupported; do
+    cp "/lib/systemd/system/$template@.service" "$units/$template@1.service"
+  done
+  (cd "$units" && SYSTEMD_UNIT_PATH="$units:" systemd-analyze verify "$units"/*) ||
+    { rm -rf "$units"; fail "systemd-analyze rejects the stick units"; }
+  rm -rf "$units"
 fi
 echo "=== package: passed"

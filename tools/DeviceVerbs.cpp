@@ -103,7 +103,7 @@ int RunMountEvent(const VerbContext& context)
 {
     const std::string mountPoint = context.ArgumentOr(0, EnvironmentOr("USBMEDIA_MOUNT_POINT", ""));
     if (mountPoint.empty()) {
-        throw UsageError("mount-event needs a MOUNTPOINT, or USBMEDIA_MOUNT_POINT from the udev rule");
+        throw UsageError("mount-event needs a MOUNTPOINT, or USBMEDIA_MOUNT_POINT in the environment");
     }
     const std::string device = DeviceOfMountPoint(mountPoint);
     const bool mounted = MountedArgument(context);
@@ -115,7 +115,10 @@ int RunMountEvent(const VerbContext& context)
     params["isReadable"] = !context.invocation.Has("--unreadable");
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
         context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported ("
-                    << mountPoint << (params["isSupported"].asBool() ? "" : ", " + fileSystem + " not supported")
+                    << mountPoint
+                    << (params["isSupported"].asBool() ? ""
+                                                       : ", " + (fileSystem.empty() ? "" : fileSystem + " ") +
+                                                             "not supported")
                     << ")\n";
     });
 }

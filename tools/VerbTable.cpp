@@ -70,11 +70,12 @@ std::vector<Verb> MakeVerbs()
         {"mount-event", "[MOUNTPOINT [mounted|unmounted]]", "report a stick mounted or unmounted (for udev)",
          "usbConnectionEvent",
          "Maps /mnt/usb-stick1 to usb1 and /mnt/usb-stick2 to usb2 and reports the stick as\n"
-         "plugged (mounted) or unplugged (unmounted). Run by the udev rule\n"
-         "90-usb-media-service.rules without arguments, it reads what udev sets: the mount\n"
-         "point from USBMEDIA_MOUNT_POINT (set by the rule), the event from ACTION (add or\n"
-         "remove), and the file system from ID_FS_TYPE (one the service cannot read is\n"
-         "reported as not supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
+         "plugged (mounted) or unplugged (unmounted). On a device the units\n"
+         "usb-media-stick@.service and usb-media-stick-unsupported@.service run it with\n"
+         "arguments. Without them it reads what a udev environment sets: the mount point\n"
+         "from USBMEDIA_MOUNT_POINT, the event from ACTION (add or remove), and the file\n"
+         "system from ID_FS_TYPE (one the service cannot read is reported as not\n"
+         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
           {"--unreadable", false, "", "report the stick as unreadable"}},
          0, 2, RunMountEvent},

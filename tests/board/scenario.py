@@ -138,16 +138,19 @@ def tail(text, lines):
     return "\n".join(text.rstrip("\n").split("\n")[-lines:])
 
 
-def readme_steps(readme, name):
-    """The shell lines of the README's block marked <!-- board: NAME -->."""
+def readme_steps(readme, name, keep_comments=False):
+    """The shell lines of the README's block marked <!-- board: NAME -->,
+    without trailing comments; whole-line comments too when asked."""
     text = open(readme, encoding="utf-8").read()
     match = re.search(r"<!-- board: %s -->\s*```sh\n(.*?)```" % re.escape(name), text, re.S)
     if not match:
         raise StepFailed("README.md has no block marked <!-- board: %s -->" % name)
     steps = []
     for line in match.group(1).split("\n"):
-        line = line.split("  #")[0].strip()
-        if line and not line.startswith("#"):
+        line = line.strip()
+        if not line.startswith("#"):
+            line = line.split("  #")[0].strip()
+        if line and (keep_comments or not line.startswith("#")):
             steps.append(line)
     return steps
 
@@ -273,6 +276,8 @@ class Scenario:
         self.figure("kernel start to READY=1", "%.1f s (%.1f s from reset to shell)"
                     % (ready / 1e6, time.monotonic() - rebooted))
         self.figure("later start, registry kept", self.start_seconds())
+        print("board: what the service waited for at boot:\n" +
+              self.run("systemd-analyze critical-chain --no-pager %s.service | tail -n +3" % SERVICE))
         self.check_user(pid)
         self.service_pid = pid
         out = self.run("journalctl -b -u %s --no-pager -o cat | grep -ci 'registry' || true" % SERVICE)
@@ -294,7 +299,7 @@ class Scenario:
                        "usbConnectionNotification connected after the plug")
         self.figure("plug to usbConnectionNotification (%d)" % n, "%.1f s" % (time.monotonic() - t0))
         self.run("findmnt -n -o SOURCE,FSTYPE,OPTIONS %s" % STICK_MOUNT, what="the stick mounted at " + STICK_MOUNT)
-        self.run("systemctl is-active %s %s" % (MOUNT_UNIT.replace("\\", "\\\\"), STICK_UNIT),
+        self.run("systemctl is-active %s %s" % (shlex.quote(MOUNT_UNIT), STICK_UNIT),
                  what="the mount unit and the stick unit active")
 
     def pull(self):
@@ -314,6 +319,16 @@ class Scenario:
             print("board: status after the pull:\n" + status)
         self.run("i=0; while findmnt -n %s >/dev/null; do i=$((i+1)); [ $i -gt 300 ] && exit 1; sleep 0.1; done"
                  % STICK_MOUNT, what="the stick unmounted after the pull")
+        # The service heard of the pull before the file system went.
+        order = self.run("journalctl -b --no-pager -o cat -u %s -u %s | grep -E '^(Stopped %s|Unmounting)'"
+                         % (STICK_UNIT, shlex.quote(MOUNT_UNIT), STICK_UNIT),
+                         what="the stick unit's stop and the unmount")
+        if not order.split("\n")[0].startswith("Stopped " + STICK_UNIT):
+            raise StepFailed("the file system was unmounted before the service heard of the pull:\n" + order)
+        # No playlist left after the stick that held it went.
+        status, out = self.try_run("usb-media-ctl next")
+        if status == 0:
+            raise StepFailed("next succeeded after the pull: " + out)
 
     def play(self, path, ticks, what):
         since = self.lines()
@@ -347,21 +362,58 @@ class Scenario:
         fmt = re.search(r"format: (\S+)", status)
         print("board: ALSA card %s playing, format %s" % (card, fmt.group(1) if fmt else "?"))
 
-    def browse_and_play(self):
-        self.step("index, browse and play through ALSA")
-        self.ctl("index " + STICK_MOUNT)
-        listing = self.ctl("ls")
-        for name in ("Jazz", "Rock", "Spoken", "Welcome.mp3"):
-            if name not in listing:
-                raise StepFailed("the stick's root listing lacks %s:\n%s" % (name, listing))
-        self.play(STICK_MOUNT + "/Jazz", 4, "MP3 from the Jazz folder")
-        self.check_alsa()
+    def readme_play_steps(self):
+        """The README's block of a stick's life, line by line: its commands run
+        as written (the watching client with time stamps added), "# plug" and
+        "# pull" are done through the QEMU monitor, and what each line should
+        have done is checked."""
+        for line in readme_steps(self.args.readme, "play", keep_comments=True):
+            if line.startswith("# plug"):
+                self.plug()
+            elif line.startswith("# pull"):
+                self.pull()
+            elif line.startswith("#"):
+                continue
+            elif line.startswith("usb-media-ctl watch"):
+                self.step("a client stays connected: " + line)
+                self.guest("watch-start")
+            elif line.startswith("usb-media-ctl ls"):
+                listing = self.run(line, what="README step: " + line)
+                for name in ("Jazz", "Rock", "Spoken", "Welcome.mp3"):
+                    if name not in listing:
+                        raise StepFailed("the stick's root listing lacks %s:\n%s" % (name, listing))
+            elif re.match(r"usb-media-ctl (play|next|prev)\b", line):
+                self.step(line)
+                since = self.lines()
+                self.run(line, what="README step: " + line)
+                info = self.wait_line(since, r'"trackInfoNotification"', EVENT_SECONDS, line + ": the track's info")
+                name = re.search(r'"fileName":"([^"]*)"', info)
+                # Counted from the new track on: the old one may tick once more.
+                self.expect_ticks(self.lines(), 3, name.group(1) if name else line)
+                self.check_alsa()
+            else:
+                self.run(line, what="README step: " + line)
+
+    def unsupported_stick(self):
+        """A stick whose file system the service cannot read is reported as
+        such, never mounted, and its pull reported too."""
+        self.plugs += 1
+        n = self.plugs
+        self.step("plug a stick the service cannot read (minix)")
         since = self.lines()
-        self.ctl("next")
-        self.ctl("next")
-        self.wait_line(since, r'"trackInfoNotification".*Slow Rain\.wma', EVENT_SECONDS, "the WMA track's info")
-        self.expect_ticks(self.lines(), 3, "WMA")
-        self.check_alsa()
+        self.monitor.command("drive_add 0 if=none,id=stick%d,format=raw,readonly=on,file=%s"
+                             % (n, self.args.unsupported_stick))
+        self.monitor.command("device_add usb-storage,bus=xhci.0,port=1,drive=stick%d,id=usbstick%d,removable=on"
+                             % (n, n))
+        self.wait_line(since, r'"usbConnectionNotification".*"connected":true,"errorCode":"not_supported"',
+                       EVENT_SECONDS, "the unreadable stick reported as not supported")
+        status, out = self.try_run("findmnt -n %s" % STICK_MOUNT)
+        if status == 0:
+            raise StepFailed("the unsupported stick was mounted: " + out)
+        since = self.lines()
+        self.monitor.command("device_del usbstick%d" % n)
+        self.wait_line(since, r'"usbConnectionNotification".*"connected":false', EVENT_SECONDS,
+                       "the unsupported stick's pull reported")
 
     def play_again(self):
         self.step("play again after the second plug")
@@ -419,9 +471,11 @@ class Scenario:
              "| grep -E '\\[(ERROR|FATAL)|^[^ ]+ [^ ]+ [^ ]+: E: ' || true" % SERVICE),
             ("error lines from udev, the mount or the stick units",
              "journalctl -b -p err --no-pager -o short-monotonic -u systemd-udevd.service "
-             "-u '%s' -u 'usb-media-stick@*' -u 'usb-media-stick-unsupported@*' || true"
-             % MOUNT_UNIT.replace("\\", "\\\\")),
+             "-u %s -u 'usb-media-stick@*' -u 'usb-media-stick-unsupported@*' || true"
+             % shlex.quote(MOUNT_UNIT)),
         ]
+        lines = self.run("journalctl -b --no-pager -o cat _SYSTEMD_UNIT=%s.service | wc -l" % SERVICE)
+        print("board: %s lines of the service's own in the journal, none of them an error" % lines.strip())
         for what, command in checks:
             out = self.run(command)
             lines = [line for line in out.split("\n") if line.strip() and "-- No entries --" not in line]
@@ -443,9 +497,9 @@ class Scenario:
     def diagnose(self):
         """What the board says about the service, after a failure."""
         try:
-            print(self.try_run("systemctl status --no-pager -l %s %s '%s' 2>&1 | tail -n 40; "
+            print(self.try_run("systemctl status --no-pager -l %s %s %s 2>&1 | tail -n 40; "
                                "journalctl -b --no-pager -n 60 -o short-monotonic"
-                               % (SERVICE, STICK_UNIT, MOUNT_UNIT.replace("\\", "\\\\")), 60)[1])
+                               % (SERVICE, STICK_UNIT, shlex.quote(MOUNT_UNIT)), 60)[1])
         except Exception as error:  # the board may be gone
             print("board: no diagnosis: %s" % error)
         if os.path.exists(self.serial_log):
@@ -455,10 +509,8 @@ class Scenario:
         self.boot()
         self.install()
         self.reboot()
-        self.guest("watch-start")
-        self.plug()
-        self.browse_and_play()
-        self.pull()
+        self.readme_play_steps()
+        self.unsupported_stick()
         self.plug()
         self.play_again()
         self.crash()
@@ -473,6 +525,7 @@ def main():
     parser.add_argument("--image", required=True, help="folder with vmlinuz, initrd.img and root.img")
     parser.add_argument("--deb", required=True)
     parser.add_argument("--stick", required=True, help="FAT32 image of the stick")
+    parser.add_argument("--unsupported-stick", required=True, help="image of a file system the service cannot read")
     parser.add_argument("--work", default=None)
     parser.add_argument("--readme", default="README.md")
     parser.add_argument("--image-seconds", type=int, default=None)

@@ -921,83 +921,112 @@ TEST_F(CliTest, WatchEndsWhenTheServiceStops)
 // --- plug events, rough edges ---------------------------------------------
 
 namespace {
-// The command udev runs for the rule, with the installed client replaced by
-// the one built here.
-std::vector<std::string> UdevRuleCommand(const std::string& rules)
+// udev's fnmatch of a rule's "a|b|c" pattern list.
+bool MatchesAny(const std::string& patterns, const std::string& value)
 {
-    const std::string key = "RUN+=\"";
-    const size_t start = rules.find(key);
-    if (start == std::string::npos) {
-        return {};
+    std::istringstream list(patterns);
+    std::string pattern;
+    while (std::getline(list, pattern, '|')) {
+        if (fnmatch(pattern.c_str(), value.c_str(), 0) == 0) {
+            return true;
+        }
     }
-    const size_t end = rules.find('"', start + key.size());
-    std::istringstream words(rules.substr(start + key.size(), end - start - key.size()));
-    std::vector<std::string> command;
-    std::string word;
-    while (words >> word) {
-        command.push_back(word);
-    }
-    return command;
+    return false;
 }
 
-// What the rule sets USBMEDIA_MOUNT_POINT to for a device at `idPath`, by
-// its ENV{ID_PATH}=="pattern|pattern" lines, matched as udev does (fnmatch).
-std::string MountPointOfRule(const std::string& rules, const std::string& idPath)
+// The quoted value after `key` on `line`, or "" when `key` is not there.
+std::string QuotedAfter(const std::string& line, const std::string& key)
+{
+    const size_t at = line.find(key);
+    if (at == std::string::npos) {
+        return "";
+    }
+    const size_t end = line.find('"', at + key.size());
+    return line.substr(at + key.size(), end - at - key.size());
+}
+
+// The port number the rule gives a device at `idPath` (its
+// ENV{ID_PATH}=="..." lines setting USBMEDIA_STICK), "" for none.
+std::string StickOfRule(const std::string& rules, const std::string& idPath)
 {
     std::istringstream lines(rules);
     std::string line;
     while (std::getline(lines, line)) {
-        const std::string key = "ENV{ID_PATH}==\"";
-        const std::string assign = "ENV{USBMEDIA_MOUNT_POINT}=\"";
-        const size_t at = line.find(key);
-        const size_t to = line.find(assign);
-        if (line.rfind("#", 0) == 0 || at == std::string::npos || to == std::string::npos) {
-            continue;
-        }
-        const size_t patternsEnd = line.find('"', at + key.size());
-        std::istringstream patterns(line.substr(at + key.size(), patternsEnd - at - key.size()));
-        std::string pattern;
-        while (std::getline(patterns, pattern, '|')) {
-            if (fnmatch(pattern.c_str(), idPath.c_str(), 0) == 0) {
-                const size_t valueEnd = line.find('"', to + assign.size());
-                return line.substr(to + assign.size(), valueEnd - to - assign.size());
-            }
+        const std::string patterns = QuotedAfter(line, "ENV{ID_PATH}==\"");
+        const std::string stick = QuotedAfter(line, "ENV{USBMEDIA_STICK}=\"");
+        if (line.rfind("#", 0) != 0 && !patterns.empty() && !stick.empty() && MatchesAny(patterns, idPath)) {
+            return stick;
         }
     }
     return "";
 }
+
+// The unit template the rule starts for a file system: the stick unit for
+// the types its ENV{ID_FS_TYPE}=="..." line lists, else the unsupported one.
+std::string StickUnitOfRule(const std::string& rules, const std::string& fsType)
+{
+    std::istringstream lines(rules);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const std::string types = QuotedAfter(line, "ENV{ID_FS_TYPE}==\"");
+        if (line.rfind("#", 0) != 0 && !types.empty()) {
+            return MatchesAny(types, fsType) ? "usb-media-stick@.service" : "usb-media-stick-unsupported@.service";
+        }
+    }
+    return "";
+}
+
+// A unit's ExecStart= or ExecStop= command for instance `stick`, as systemd
+// runs it: %i replaced, the "-" that ignores its status dropped.
+std::vector<std::string> UnitCommand(const std::string& unit, const std::string& key, const std::string& stick)
+{
+    std::istringstream lines(unit);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.rfind(key + "=", 0) != 0) {
+            continue;
+        }
+        std::string text = line.substr(key.size() + 1);
+        if (!text.empty() && text[0] == '-') {
+            text.erase(0, 1);
+        }
+        for (size_t at = text.find("%i"); at != std::string::npos; at = text.find("%i", at)) {
+            text.replace(at, 2, stick);
+        }
+        std::istringstream words(text);
+        std::vector<std::string> command;
+        std::string word;
+        while (words >> word) {
+            command.push_back(word);
+        }
+        return command;
+    }
+    return {};
+}
 }  // namespace
 
+// What systemd does with a stick the rule hands it: the stick unit's start
+// and stop commands, run with the client built here against the daemon.
 class CliUdevTest : public CliTest {
 protected:
-    // Runs the rule's command with the environment udev gives a USB stick's
-    // partition on the port at `idPath`, plus the platform's USBMEDIA_*.
-    CliProcess::Result RunRule(const std::string& action, const std::string& idPath, const std::string& fsType)
+    // Runs `key` (ExecStart or ExecStop) of the unit the rule starts for a
+    // device at `idPath` with a file system of `fsType`.
+    CliProcess::Result RunStickUnit(const std::string& key, const std::string& idPath, const std::string& fsType)
     {
-        const std::string rules = testing_support::ReadFile(USBMEDIA_UDEV_RULE_PATH);
-        std::vector<std::string> command = UdevRuleCommand(rules);
-        EXPECT_EQ(command.size(), 2u) << rules;
-        if (command.size() < 2) {
+        const std::string rules = testing_support::ReadFile(std::string(USBMEDIA_DIST_DIR) + "/90-usb-media-service.rules");
+        const std::string stick = StickOfRule(rules, idPath);
+        const std::string unitName = StickUnitOfRule(rules, fsType);
+        EXPECT_FALSE(stick.empty()) << rules;
+        EXPECT_FALSE(unitName.empty()) << rules;
+        const std::string unit = testing_support::ReadFile(std::string(USBMEDIA_DIST_DIR) + "/" + unitName);
+        const std::vector<std::string> command = UnitCommand(unit, key, stick);
+        EXPECT_GE(command.size(), 2u) << unit;
+        if (stick.empty() || command.size() < 2) {
             return {};
         }
         EXPECT_EQ(command[0].substr(command[0].rfind('/')), "/usb-media-ctl");
-        CliProcess::Options options = CliOptions(std::vector<std::string>(command.begin() + 1, command.end()));
-        const std::map<std::string, std::string> udev{
-            {"ACTION", action},
-            {"SUBSYSTEM", "block"},
-            {"DEVNAME", "/dev/sdz1"},
-            {"DEVPATH", "/devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/host6/target6:0:0/6:0:0:0/block/sdz/sdz1"},
-            {"DEVTYPE", "partition"},
-            {"SEQNUM", "4242"},
-            {"ID_BUS", "usb"},
-            {"ID_PATH", idPath},
-            {"ID_FS_TYPE", fsType},
-            {"ID_FS_USAGE", "filesystem"},
-            {"USBMEDIA_MOUNT_POINT", MountPointOfRule(rules, idPath)},
-            {"PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"},
-        };
-        options.environment.insert(udev.begin(), udev.end());
-        return CliProcess::Run(options, kCliTimeoutMs);
+        return CliProcess::Run(CliOptions(std::vector<std::string>(command.begin() + 1, command.end())),
+                               kCliTimeoutMs);
     }
 
     bool NextUsbNotification(bool connected)
@@ -1016,14 +1045,14 @@ protected:
     }
 };
 
-TEST_F(CliUdevTest, RuleReportsStickOneRemovedAndAdded)
+TEST_F(CliUdevTest, StickUnitReportsStickOnePulledAndPlugged)
 {
-    const std::string port1 = "pci-0000:00:14.0-usb-0:1:1.0-scsi-0:0:0:0";
-    CliProcess::Result result = RunRule("remove", port1, "vfat");
+    const std::string port1 = "platform-4010000000.pcie-pci-0000:00:01.0-usb-0:1:1.0-scsi-0:0:0:0";
+    CliProcess::Result result = RunStickUnit("ExecStop", port1, "vfat");
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "usb1: unplugged reported (/mnt/usb-stick1)\n");
     EXPECT_TRUE(NextUsbNotification(false));
-    result = RunRule("add", port1, "vfat");
+    result = RunStickUnit("ExecStart", port1, "vfat");
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "usb1: plugged reported (/mnt/usb-stick1)\n");
     EXPECT_TRUE(NextUsbNotification(true));
@@ -1032,14 +1061,27 @@ TEST_F(CliUdevTest, RuleReportsStickOneRemovedAndAdded)
 
 TEST_F(CliUdevTest, RuleMapsTheSecondPortToStickTwo)
 {
-    const CliProcess::Result result = RunRule("add", "pci-0000:00:14.0-usb-0:2.3:1.0-scsi-0:0:0:0", "exfat");
+    const CliProcess::Result result =
+        RunStickUnit("ExecStart", "pci-0000:00:14.0-usb-0:2.3:1.0-scsi-0:0:0:0", "exfat");
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "usb2: plugged reported (/mnt/usb-stick2)\n");
 }
 
 TEST_F(CliUdevTest, RuleReportsAnUnreadableFileSystemAsNotSupported)
 {
-    const CliProcess::Result result = RunRule("add", "pci-0000:00:14.0-usb-0:1:1.0-scsi-0:0:0:0", "hfs");
+    const CliProcess::Result result = RunStickUnit("ExecStart", "pci-0000:00:14.0-usb-0:1:1.0-scsi-0:0:0:0", "hfs");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "usb1: plugged reported (/mnt/usb-stick1, not supported)\n");
+    EXPECT_EQ(UsbErrorCode(), "not_supported");
+}
+
+TEST_F(CliUdevTest, MountEventAsUdevsEnvironmentSaysIt)
+{
+    CliProcess::Options options = CliOptions({"mount-event"});
+    options.environment["ACTION"] = "add";
+    options.environment["USBMEDIA_MOUNT_POINT"] = "/mnt/usb-stick1";
+    options.environment["ID_FS_TYPE"] = "hfs";
+    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "usb1: plugged reported (/mnt/usb-stick1, hfs not supported)\n");
     EXPECT_EQ(UsbErrorCode(), "not_supported");
