@@ -272,9 +272,12 @@ class Scenario:
         self.run("mkdir -p %s && mount -o ro LABEL=payload %s" % (PAYLOAD, PAYLOAD))
         pid = self.guest("wait-active %s %d" % (SERVICE, EVENT_SECONDS), EVENT_SECONDS + 30,
                          "the service active at boot")
+        # From PID 1's start: the virt board's counter runs on across a reset,
+        # so the kernel's own clock does not start at the reboot.
         ready = int(self.run("systemctl show -P ActiveEnterTimestampMonotonic %s" % SERVICE))
-        self.figure("kernel start to READY=1", "%.1f s (%.1f s from reset to shell)"
-                    % (ready / 1e6, time.monotonic() - rebooted))
+        userspace = int(self.run("systemctl show -P UserspaceTimestampMonotonic"))
+        self.figure("boot (systemd's start) to READY=1", "%.1f s (%.1f s from the reboot command to a shell)"
+                    % ((ready - userspace) / 1e6, time.monotonic() - rebooted))
         self.figure("later start, registry kept", self.start_seconds())
         print("board: what the service waited for at boot:\n" +
               self.run("systemd-analyze critical-chain --no-pager %s.service | tail -n +3" % SERVICE))
