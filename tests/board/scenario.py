@@ -13,6 +13,7 @@ stick.
 import argparse
 import os
 import re
+import select
 import shlex
 import socket
 import subprocess
@@ -48,7 +49,6 @@ class Console:
         self.count = 0
 
     def read_some(self, timeout):
-        import select
         ready, _, _ = select.select([self.sock], [], [], timeout)
         if not ready:
             return
