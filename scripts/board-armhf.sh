@@ -37,14 +37,8 @@ builddir=${USBMEDIA_ARMHF_BUILD:-build-armhf}
 suite=bookworm
 SUDO=$([ "$(id -u)" -eq 0 ] || echo sudo)
 
-stage_start=$SECONDS
-stage() {
-  local now=$SECONDS
-  [ -n "${stage_name:-}" ] && echo "=== board: $stage_name took $(( now - stage_start )) s"
-  stage_name=$1; stage_start=$now
-  [ -n "$1" ] && echo "=== board: $1"
-  return 0
-}
+stage_prefix=board
+. "$root/scripts/stage-timer.sh"
 fail() { echo "board: FAILED: $*" >&2; exit 1; }
 
 # --- 1. host packages and the binfmt handler ----------------------------------

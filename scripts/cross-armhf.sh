@@ -31,14 +31,8 @@ sysroot=${USBMEDIA_SYSROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/usb-media-service/sy
 builddir=${USBMEDIA_ARMHF_BUILD:-build-armhf}
 suite=bookworm
 
-stage_start=$SECONDS
-stage() {
-  local now=$SECONDS
-  [ -n "${stage_name:-}" ] && echo "=== armhf: $stage_name took $(( now - stage_start )) s"
-  stage_name=$1; stage_start=$now
-  [ -n "$1" ] && echo "=== armhf: $1"
-  return 0
-}
+stage_prefix=armhf
+. "$root/scripts/stage-timer.sh"
 
 # --- 1. host packages -------------------------------------------------------
 stage "host packages"
