@@ -153,6 +153,12 @@ void UsbMediaRequestServer::Run()
     SystemdNotifier& systemd = SystemdNotifier::Get();
     systemd.Ready();
     CUsbMediaPlayer* player = m_handler.Player();
+    // Between requests: the watchdog hears the loop is alive however long a
+    // queue of slow requests is, and a stop ends serving after the current one.
+    m_pServer->SetRequestGate([this, &systemd] {
+        systemd.Alive();
+        return m_isRunning.load();
+    });
     while (m_isRunning) {
         systemd.Alive();
         m_pServer->WaitMessage(systemd.WaitMilliseconds(kWaitMilliseconds));

@@ -26,6 +26,8 @@ public:
 
     int Get() const { return m_fd; }
     bool IsValid() const { return m_fd >= 0; }
+    // Gives the descriptor up without closing it.
+    int Release() { return std::exchange(m_fd, -1); }
     void Reset(int fd = -1)
     {
         if (m_fd >= 0) {

@@ -19,6 +19,13 @@ std::string ToWireText(const Json::Value& value)
 #pragma GCC diagnostic pop
 }
 
+std::string ToCompactText(const Json::Value& value)
+{
+    std::string text = ToWireText(value);
+    text.pop_back();
+    return text;
+}
+
 bool ParseJson(const std::string& text, Json::Value& value)
 {
     // A reader keeps parse state, so each thread has its own.

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <new>
 #include <vector>
 
 namespace Json {
@@ -20,6 +21,7 @@ namespace Rpc {
 namespace {
 constexpr size_t kReadChunk = 64 * 1024;
 constexpr int kReadsPerRound = 16;  // bounds one client's share of a round
+constexpr std::chrono::milliseconds kAcceptPause{250};
 
 std::string ParseErrorText()
 {
@@ -31,6 +33,7 @@ TcpServer::TcpServer(std::string address, uint16_t port)
     : m_address(std::move(address)), m_port(port),
       m_wakeEvent(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
+    SetMaxReplyBytes(kMaxReplyBytes);
 }
 
 TcpServer::~TcpServer()
@@ -96,24 +99,46 @@ bool TcpServer::Send(int client, const std::string& text)
 
 void TcpServer::Enqueue(Client& client, const std::string& text)
 {
-    const size_t pending = client.outbox.size() - client.sent;
-    if (pending + text.size() > kMaxQueuedBytes) {
+    if (Pending(client) + text.size() > kMaxOutputBytes) {
         // The client has stopped reading; it is dropped rather than let it
         // hold memory or anyone's time.
         client.dead = true;
         client.outbox.clear();
+        client.held.clear();
         client.sent = 0;
         if (!OnServingThread()) {
             Wake();
         }
         return;
     }
+    if (client.inBatch) {
+        client.held += text;  // after the batch's "]", never inside it
+        return;
+    }
+    const bool wasEmpty = client.sent == client.outbox.size();
     client.outbox += text;
-    if (pending == 0) {
+    if (wasEmpty) {
         FlushLocked(client);
     }
     if (client.sent < client.outbox.size() && !OnServingThread()) {
         Wake();  // the serving thread must now watch for room to write
+    }
+}
+
+// A reply is always taken: it is served only while the client's output has
+// room, and its length is bounded by kMaxReplyBytes.
+void TcpServer::EnqueueReply(Client& client, const std::string& text, bool inBatch)
+{
+    const bool wasEmpty = client.sent == client.outbox.size();
+    client.outbox += text;
+    client.inBatch = inBatch;
+    if (!inBatch && !client.held.empty()) {
+        client.outbox += client.held;
+        client.held.clear();
+        client.held.shrink_to_fit();
+    }
+    if (wasEmpty) {
+        FlushLocked(client);
     }
 }
 
@@ -138,6 +163,9 @@ void TcpServer::FlushLocked(Client& client)
     if (client.sent == client.outbox.size()) {
         client.outbox.clear();
         client.sent = 0;
+        if (client.outbox.capacity() > kReadChunk) {
+            client.outbox.shrink_to_fit();  // a big reply's buffer is not kept per client
+        }
     } else if (client.sent > kReadChunk && client.sent * 2 > client.outbox.size()) {
         client.outbox.erase(0, client.sent);
         client.sent = 0;
@@ -149,27 +177,41 @@ void TcpServer::WaitMessage(int timeoutMs)
     if (!m_listener.IsValid()) {
         return;
     }
-    std::vector<pollfd> watched;
-    watched.push_back({m_listener.Get(), POLLIN, 0});
-    watched.push_back({m_wakeEvent.Get(), POLLIN, 0});
-    {
-        const CLockGuard<CMutex> lock(m_mutex);
-        watched.reserve(m_clients.size() + 2);
-        for (const auto& entry : m_clients) {
-            const Client& client = *entry.second;
-            short events = client.closing ? 0 : POLLIN;
-            if (client.sent < client.outbox.size()) {
-                events |= POLLOUT;
-            }
-            watched.push_back({entry.first, events, 0});
-        }
+    bool busy = false;
+    std::vector<pollfd> watched = WatchList(busy);
+    const int ready = poll(watched.data(), watched.size(), busy ? 0 : timeoutMs);
+    if (ready > 0) {
+        HandleEvents(watched);
     }
+    ServeRound();
+    CloseFinishedClients();
+}
 
-    const int ready = poll(watched.data(), watched.size(), timeoutMs);
-    if (ready <= 0) {
-        CloseFinishedClients();
-        return;
+std::vector<pollfd> TcpServer::WatchList(bool& busy)
+{
+    std::vector<pollfd> watched;
+    const bool acceptPaused = std::chrono::steady_clock::now() < m_acceptPausedUntil;
+    watched.push_back({m_listener.Get(), static_cast<short>(acceptPaused ? 0 : POLLIN), 0});
+    watched.push_back({m_wakeEvent.Get(), POLLIN, 0});
+    const CLockGuard<CMutex> lock(m_mutex);
+    watched.reserve(m_clients.size() + 2);
+    for (const auto& entry : m_clients) {
+        const Client& client = *entry.second;
+        const bool hasRoom = Pending(client) < kMaxQueuedBytes;
+        // A client is read only when none of its requests waits: what it
+        // sends meanwhile stays in its socket, not in this process.
+        short events = client.closing || HasWork(client) ? 0 : POLLIN;
+        if (client.sent < client.outbox.size()) {
+            events |= POLLOUT;
+        }
+        busy = busy || (HasWork(client) && hasRoom && !client.dead);
+        watched.push_back({entry.first, events, 0});
     }
+    return watched;
+}
+
+void TcpServer::HandleEvents(const std::vector<pollfd>& watched)
+{
     if (watched[1].revents != 0) {
         uint64_t count = 0;
         [[maybe_unused]] const ssize_t drained = read(m_wakeEvent.Get(), &count, sizeof count);
@@ -189,7 +231,7 @@ void TcpServer::WaitMessage(int timeoutMs)
             continue;
         }
         Client& client = *found;
-        if (revents & (POLLIN | POLLHUP | POLLERR)) {
+        if ((revents & (POLLIN | POLLHUP | POLLERR)) && !HasWork(client)) {
             ReadFrom(client);
         }
         if (revents & POLLOUT) {
@@ -197,7 +239,6 @@ void TcpServer::WaitMessage(int timeoutMs)
             FlushLocked(client);
         }
     }
-    CloseFinishedClients();
 }
 
 // Membership changes only on the serving thread (AcceptClients,
@@ -212,24 +253,31 @@ TcpServer::Client* TcpServer::FindClientOnServingThread(int fd) NO_THREAD_SAFETY
 void TcpServer::AcceptClients()
 {
     for (;;) {
-        const int fd = accept4(m_listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (fd < 0) {
+        FileDescriptor accepted(accept4(m_listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!accepted.IsValid()) {
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
             }
-            return;  // EAGAIN: all taken; EMFILE and the like: try next round
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                m_acceptPausedUntil = std::chrono::steady_clock::now() + kAcceptPause;
+            }
+            return;  // EAGAIN: all taken
+        }
+        const CLockGuard<CMutex> lock(m_mutex);
+        if (m_clients.size() >= kMaxClients) {
+            continue;  // closed at once: the connection count is bounded
         }
         const int on = 1;
-        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const CLockGuard<CMutex> lock(m_mutex);
-        m_clients[fd] = std::make_unique<Client>(fd);
+        setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        const int fd = accepted.Get();
+        m_clients[fd] = std::make_unique<Client>(accepted.Release());
     }
 }
 
 void TcpServer::ReadFrom(Client& client)
 {
     char buffer[kReadChunk];
-    for (int round = 0; round < kReadsPerRound; ++round) {
+    for (int round = 0; round < kReadsPerRound && !HasWork(client); ++round) {
         const ssize_t received = recv(client.socket.Get(), buffer, sizeof buffer, MSG_DONTWAIT);
         if (received < 0 && errno == EINTR) {
             continue;
@@ -246,23 +294,19 @@ void TcpServer::ReadFrom(Client& client)
             }
             return;
         }
-        client.framer.Append(buffer, static_cast<size_t>(received));
-        std::string text;
-        while (client.framer.Next(text)) {
-            bool malformed = false;
-            const std::string reply = Process(text, malformed);
-            if (malformed) {
-                client.framer.SkipMalformedRun();  // one error for the whole bad run
-            }
-            if (!reply.empty()) {
-                const CLockGuard<CMutex> lock(m_mutex);
-                Enqueue(client, reply);
-            }
+        if (!CountUnfinished(client, static_cast<size_t>(received))) {
+            Refuse(client);
+            return;
+        }
+        try {
+            client.framer.Append(buffer, static_cast<size_t>(received));
+            TakeNextRequest(client);
+        } catch (const std::bad_alloc&) {
+            Refuse(client);
+            return;
         }
         if (client.framer.Overflowed()) {
-            const CLockGuard<CMutex> lock(m_mutex);
-            Enqueue(client, ParseErrorText());
-            client.dead = true;
+            Refuse(client);
             return;
         }
         if (static_cast<size_t>(received) < sizeof buffer) {
@@ -271,14 +315,110 @@ void TcpServer::ReadFrom(Client& client)
     }
 }
 
+// Counts `adding` more bytes for the client's unfinished requests; false
+// when all clients together would then hold more than the limit.
+bool TcpServer::CountUnfinished(Client& client, size_t adding)
+{
+    const size_t held = client.framer.PendingBytes();
+    const size_t others = m_unfinishedBytes - client.countedBytes;
+    if (others + held + adding > kMaxUnfinishedBytes) {
+        return false;
+    }
+    m_unfinishedBytes = others + held + adding;
+    client.countedBytes = held + adding;
+    return true;
+}
+
+// Moves the framer's next complete value into the client's request slot
+// when that slot and its exchange are free.
+void TcpServer::TakeNextRequest(Client& client)
+{
+    if (!HasWork(client) && client.framer.Next(client.request)) {
+        client.hasRequest = true;
+    }
+    const size_t held = client.framer.PendingBytes();
+    m_unfinishedBytes = m_unfinishedBytes - client.countedBytes + held;
+    client.countedBytes = held;
+}
+
+// One parse error, then the connection closes: the client sent more than
+// it may hold.
+void TcpServer::Refuse(Client& client)
+{
+    const CLockGuard<CMutex> lock(m_mutex);
+    Enqueue(client, ParseErrorText());
+    client.dead = true;
+}
+
+bool TcpServer::HasRoom(const Client& client) const
+{
+    const CLockGuard<CMutex> lock(m_mutex);
+    return !client.dead && Pending(client) < kMaxQueuedBytes;
+}
+
+void TcpServer::ServeRound()
+{
+    std::vector<int> turn;
+    {
+        const CLockGuard<CMutex> lock(m_mutex);
+        turn.reserve(m_clients.size());
+        for (auto it = m_clients.lower_bound(m_nextTurn); it != m_clients.end(); ++it) {
+            turn.push_back(it->first);
+        }
+        for (auto it = m_clients.begin(); it != m_clients.end() && it->first < m_nextTurn; ++it) {
+            turn.push_back(it->first);
+        }
+    }
+    bool first = true;
+    for (const int fd : turn) {
+        Client* const client = FindClientOnServingThread(fd);
+        if (client == nullptr || !HasWork(*client) || !HasRoom(*client)) {
+            continue;
+        }
+        if (m_gate && !m_gate()) {
+            return;
+        }
+        if (first) {
+            m_nextTurn = fd + 1;  // who went first this round goes last next round
+            first = false;
+        }
+        ServeOne(*client);
+    }
+}
+
+void TcpServer::ServeOne(Client& client)
+{
+    std::string text;
+    if (client.exchange.Finished()) {
+        bool malformed = false;
+        client.exchange = Open(client.request, text, malformed);
+        client.request.clear();
+        client.request.shrink_to_fit();
+        client.hasRequest = false;
+        if (malformed) {
+            client.framer.SkipMalformedRun();  // one error for the whole bad run
+        }
+    }
+    if (text.empty()) {
+        text = Step(client.exchange);
+    }
+    if (!text.empty() || !client.exchange.WritingBatch()) {
+        const CLockGuard<CMutex> lock(m_mutex);
+        EnqueueReply(client, text, client.exchange.WritingBatch());
+    }
+    TakeNextRequest(client);
+}
+
 void TcpServer::CloseFinishedClients()
 {
     const CLockGuard<CMutex> lock(m_mutex);
     for (auto it = m_clients.begin(); it != m_clients.end();) {
-        const Client& client = *it->second;
-        const bool flushed = client.sent == client.outbox.size();
-        if (client.dead || (client.closing && flushed)) {
+        Client& client = *it->second;
+        const bool flushed = client.sent == client.outbox.size() && client.held.empty();
+        if (client.dead || (client.closing && flushed && !HasWork(client))) {
+            m_unfinishedBytes -= client.countedBytes;
             it = m_clients.erase(it);
+            m_acceptPausedUntil = {};  // a descriptor is free again
         } else {
             ++it;
         }
@@ -289,6 +429,7 @@ void TcpServer::Close()
 {
     const CLockGuard<CMutex> lock(m_mutex);
     m_clients.clear();
+    m_unfinishedBytes = 0;
     m_listener.Reset();
 }
 

@@ -14,7 +14,12 @@
 
 #include <gtest/gtest.h>
 
+#include <json/value.h>
+
+#include "control/rpc/JsonText.h"
+
 #include <algorithm>
+#include <functional>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -191,7 +196,7 @@ TEST_F(TcpServerTest, ClientPastTheQueueLimitIsDisconnected)
         accepted += kChunk;
     }
     ASSERT_TRUE(dropped);
-    EXPECT_GT(accepted, TcpServer::kMaxQueuedBytes - kChunk);
+    EXPECT_GT(accepted, TcpServer::kMaxOutputBytes - kChunk);
     EXPECT_EQ(server->GetClients(), std::list<int>{readerFd});
     EXPECT_FALSE(server->Send(stalledFd, "more\n"));
 
@@ -212,7 +217,7 @@ TEST_F(TcpServerTest, SingleMessagePastTheLimitDisconnects)
     const FileDescriptor client = NewSocket();
     const int fd = Connect(client);
     ASSERT_GE(fd, 0);
-    EXPECT_FALSE(server->Send(fd, std::string(TcpServer::kMaxQueuedBytes + 1, 'x')));
+    EXPECT_FALSE(server->Send(fd, std::string(TcpServer::kMaxOutputBytes + 1, 'x')));
     EXPECT_TRUE(server->GetClients().empty());
     bool closed = false;
     EXPECT_EQ(Receive(client, 1, &closed), "");
@@ -257,4 +262,189 @@ TEST_F(TcpServerTest, ReusedDescriptorDoesNotInheritTheOldQueue)
     server->WaitMessage(50);
     char byte = 0;
     EXPECT_LT(recv(next.Get(), &byte, 1, MSG_DONTWAIT), 0);
+}
+
+namespace {
+// Methods whose calls are recorded in order, for the serving order tests.
+class Recorder {
+public:
+    bool Call(const Json::Value& request, Json::Value& response)
+    {
+        order += request["params"]["who"].asString();
+        response["jsonrpc"] = "2.0";
+        response["id"] = request["id"];
+        response["result"] = std::string(request["params"]["bytes"].asUInt(), 'r');
+        if (onCall) {
+            onCall();
+        }
+        return true;
+    }
+    std::string order;
+    std::function<void()> onCall;
+};
+
+std::string Request(const std::string& who, unsigned bytes = 0, int id = 1)
+{
+    return R"({"jsonrpc":"2.0","method":"call","id":)" + std::to_string(id) + R"(,"params":{"who":")" + who +
+           R"(","bytes":)" + std::to_string(bytes) + "}}";
+}
+
+class TcpServingTest : public TcpServerTest {
+protected:
+    void SetUp() override
+    {
+        TcpServerTest::SetUp();
+        server->AddMethod(std::make_unique<Json::Rpc::RpcMethod<Recorder>>(recorder, &Recorder::Call, "call"));
+    }
+    static bool SendAll(const FileDescriptor& fd, const std::string& text)
+    {
+        return send(fd.Get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+    }
+    Recorder recorder;
+};
+}  // namespace
+
+// Three requests in one write from one client and one from another: the
+// other client's is served in the first round, after at most one of the
+// first client's.
+TEST_F(TcpServingTest, ClientsAreServedOneRequestEachPerRound)
+{
+    const FileDescriptor busy = NewSocket();
+    const FileDescriptor other = NewSocket();
+    ASSERT_GE(Connect(busy), 0);
+    ASSERT_GE(Connect(other), 0);
+    ASSERT_TRUE(SendAll(busy, Request("a") + Request("a") + Request("a")));
+    ASSERT_TRUE(SendAll(other, Request("b")));
+    for (int round = 0; round < 200 && recorder.order.size() < 4; ++round) {
+        server->WaitMessage(10);
+    }
+    ASSERT_EQ(recorder.order.size(), 4u) << recorder.order;
+    EXPECT_LE(recorder.order.find('b'), 1u) << recorder.order;
+}
+
+// The gate is asked before every request; when it says no, serving stops
+// at once and what is queued stays queued.
+TEST_F(TcpServingTest, GateStopsServingBetweenRequests)
+{
+    int asked = 0;
+    bool open = true;
+    server->SetRequestGate([&] {
+        ++asked;
+        return open;
+    });
+    const FileDescriptor client = NewSocket();
+    ASSERT_GE(Connect(client), 0);
+    recorder.onCall = [&] { open = false; };
+    ASSERT_TRUE(SendAll(client, Request("a") + Request("a") + Request("a")));
+    for (int round = 0; round < 50; ++round) {
+        server->WaitMessage(10);
+    }
+    EXPECT_EQ(recorder.order, "a");
+    EXPECT_GE(asked, 2);
+    open = true;
+    recorder.onCall = nullptr;
+    for (int round = 0; round < 200 && recorder.order.size() < 3; ++round) {
+        server->WaitMessage(10);
+    }
+    EXPECT_EQ(recorder.order, "aaa");
+}
+
+// A batch whose replies together are far past the output limit, from a
+// client that does not read: the next element is served only while its
+// output has room, so the server never holds much more than the limit.
+// When the client reads, the whole array arrives, in order and valid.
+TEST_F(TcpServingTest, BatchRepliesWaitForRoomAndArriveWhole)
+{
+    constexpr unsigned kReplyBytes = 512 * 1024;
+    constexpr int kElements = 40;  // 20 MiB of replies in all
+    const FileDescriptor client = NewSocket();
+    ASSERT_GE(Connect(client), 0);
+    std::string batch = "[";
+    for (int i = 0; i < kElements; ++i) {
+        batch += (i == 0 ? "" : ",") + Request("a", kReplyBytes, i);
+    }
+    ASSERT_TRUE(SendAll(client, batch + "]"));
+    for (int round = 0; round < 100; ++round) {
+        server->WaitMessage(1);
+    }
+    // What the kernel took for the client counts apart from what waits here.
+    const int serverSide = server->GetClients().front();
+    int kernelBytes = 0;
+    socklen_t length = sizeof kernelBytes;
+    ASSERT_EQ(getsockopt(serverSide, SOL_SOCKET, SO_SNDBUF, &kernelBytes, &length), 0);
+    const size_t servedWhileStalled = recorder.order.size();
+    EXPECT_GE(servedWhileStalled, 1u);
+    EXPECT_LE(servedWhileStalled * kReplyBytes,
+              TcpServer::kMaxQueuedBytes + kReplyBytes + static_cast<size_t>(kernelBytes))
+        << servedWhileStalled << " replies made for a client that does not read";
+
+    // A notification sent meanwhile waits for the array to end.
+    const std::string note = "{\"note\":1}\n";
+    ASSERT_TRUE(server->Send(serverSide, note));
+
+    size_t expected = 2 + note.size();  // "]\n" and the note
+    for (int i = 0; i < kElements; ++i) {
+        expected += 1 + std::string(R"({"id":,"jsonrpc":"2.0","result":""})").size() + std::to_string(i).size() +
+                    kReplyBytes;
+    }
+    const std::string received = Receive(client, expected);
+    ASSERT_EQ(recorder.order.size(), static_cast<size_t>(kElements));
+    const size_t end = received.find("]\n");
+    ASSERT_NE(end, std::string::npos);
+    EXPECT_EQ(received.substr(end), "]\n{\"note\":1}\n");
+    Json::Value replies;
+    ASSERT_TRUE(Json::Rpc::ParseJson(received.substr(0, end + 1), replies));
+    ASSERT_EQ(replies.size(), static_cast<unsigned>(kElements));
+    for (int i = 0; i < kElements; ++i) {
+        EXPECT_EQ(replies[i]["id"].asInt(), i);
+    }
+}
+
+// Past the connection limit a client is accepted and closed at once; the
+// others stay.
+TEST_F(TcpServingTest, ConnectionsPastTheLimitAreClosedAtOnce)
+{
+    std::vector<FileDescriptor> clients;
+    for (size_t i = 0; i < TcpServer::kMaxClients; ++i) {
+        clients.push_back(NewSocket());
+        ASSERT_GE(Connect(clients.back()), 0) << i;
+    }
+    const FileDescriptor extra = NewSocket();
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(server->GetPort());
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(connect(extra.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    bool closed = false;
+    EXPECT_EQ(Receive(extra, 1, &closed), "");
+    EXPECT_TRUE(closed);
+    EXPECT_EQ(server->GetClients().size(), TcpServer::kMaxClients);
+}
+
+// Unfinished requests of all clients together are bounded: the client whose
+// bytes would pass the limit gets one parse error and is closed; the others
+// stay connected.
+TEST_F(TcpServingTest, UnfinishedRequestsOfAllClientsAreBounded)
+{
+    const std::string unfinished = R"({"jsonrpc":"2.0","method":"call","params":")" +
+                                   std::string(TcpServer::kMaxRequestBytes - 100, 'u');
+    const size_t fitting = TcpServer::kMaxUnfinishedBytes / unfinished.size();
+    std::vector<FileDescriptor> clients;
+    for (size_t i = 0; i < fitting; ++i) {
+        clients.push_back(NewSocket());
+        ASSERT_GE(Connect(clients.back()), 0);
+        ASSERT_TRUE(SendAll(clients.back(), unfinished)) << i;
+        for (int round = 0; round < 20; ++round) {
+            server->WaitMessage(1);
+        }
+    }
+    ASSERT_EQ(server->GetClients().size(), fitting);
+    const FileDescriptor last = NewSocket();
+    ASSERT_GE(Connect(last), 0);
+    ASSERT_TRUE(SendAll(last, unfinished));
+    bool closed = false;
+    const std::string received = Receive(last, 1000, &closed);
+    EXPECT_EQ(received, "{\"error\":{\"code\":-32700,\"message\":\"Parse error\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+    EXPECT_TRUE(closed);
+    EXPECT_EQ(server->GetClients().size(), fitting);
 }
