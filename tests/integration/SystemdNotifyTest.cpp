@@ -145,3 +145,46 @@ TEST_F(SystemdNotifyTest, NoWatchdogWhenItIsMeantForAnotherProcess)
     ASSERT_NO_FATAL_FAILURE(ReadyPingAndStop(socket, *daemon));
     EXPECT_EQ(socket.Drain(), std::vector<std::string>{"STOPPING=1"});
 }
+
+// A client's queue of slow requests (seeks wait 0.7 s each) once stopped the
+// watchdog pings for as long as the queue lasted. The loop now feeds the
+// watchdog between requests: no gap reaches the interval.
+TEST_F(SystemdNotifyTest, WatchdogIsFedWhileAQueueOfSlowRequestsIsServed)
+{
+    constexpr auto kInterval = std::chrono::milliseconds(4000);
+    constexpr int kSeeks = 16;  // about 11 s of seeking
+    NotifySocket socket(m_dir / "notify");
+    auto daemon = StartDaemon(
+        socket, {{"WATCHDOG_USEC", std::to_string(std::chrono::microseconds(kInterval).count())}});
+    Received message;
+    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    ASSERT_EQ(message.text, "READY=1");
+
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon->Port()));
+    std::string seeks;
+    for (int i = 0; i < kSeeks; ++i) {
+        seeks += R"({"jsonrpc":"2.0","method":"seek","id":)" + std::to_string(i) + R"(,"params":{"timeSec":5}})";
+    }
+    ASSERT_TRUE(client.SendRaw(seeks));
+    std::vector<Clock::time_point> pings{Clock::now()};
+    int answered = 0;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(4 * kEventTimeoutMs);
+    while (answered < kSeeks && Clock::now() < deadline) {
+        if (socket.Receive(message, 50) && message.text == "WATCHDOG=1") {
+            pings.push_back(message.at);
+        }
+        std::string line;
+        while (client.ReadLine(line, 0)) {
+            ++answered;
+        }
+    }
+    ASSERT_EQ(answered, kSeeks);
+    pings.push_back(Clock::now());
+    double longest = 0;
+    for (size_t i = 1; i < pings.size(); ++i) {
+        longest = std::max(longest, std::chrono::duration<double>(pings[i] - pings[i - 1]).count());
+    }
+    EXPECT_LT(longest, std::chrono::duration<double>(kInterval).count()) << pings.size() - 2 << " pings";
+    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+}

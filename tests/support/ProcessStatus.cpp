@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <memory>
 
 namespace testing_support {
@@ -36,15 +38,45 @@ bool ForEachDescriptor(pid_t pid, Visit visit)
 
 long ResidentKiB(pid_t pid)
 {
+    return StatusKiB(pid, "VmRSS");
+}
+
+long StatusKiB(pid_t pid, const std::string& key)
+{
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string key;
-    while (status >> key) {
-        if (key == "VmRSS:") {
+    const std::string wanted = key + ":";
+    std::string name;
+    while (status >> name) {
+        if (name == wanted) {
             long value = -1;
             status >> value;
             return value;
         }
         status.ignore(1 << 16, '\n');
+    }
+    return -1;
+}
+
+double CpuSeconds(pid_t pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    // The command name may hold blanks; the fields after it are plain.
+    const size_t close = text.rfind(')');
+    if (close == std::string::npos) {
+        return -1;
+    }
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    unsigned long long user = 0;
+    unsigned long long system = 0;
+    for (int index = 3; fields >> field; ++index) {
+        if (index == 14) {
+            user = std::stoull(field);
+        } else if (index == 15) {
+            system = std::stoull(field);
+            return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+        }
     }
     return -1;
 }

@@ -10,6 +10,10 @@ namespace testing_support {
 
 // The resident memory (VmRSS) in KiB.
 long ResidentKiB(pid_t pid);
+// A "Vm..." line of /proc/PID/status in KiB ("VmHWM", "VmSize", ...).
+long StatusKiB(pid_t pid, const std::string& key);
+// User plus system CPU time the process has used, in seconds.
+double CpuSeconds(pid_t pid);
 // How many descriptors the process holds open.
 long OpenDescriptors(pid_t pid);
 // Each open descriptor and what it refers to, one "N -> target" a line.
