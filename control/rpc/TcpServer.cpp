@@ -22,6 +22,7 @@ namespace {
 constexpr size_t kReadChunk = 64 * 1024;
 constexpr int kReadsPerRound = 16;  // bounds one client's share of a round
 constexpr std::chrono::milliseconds kAcceptPause{250};
+constexpr std::chrono::milliseconds kRoundsWithoutPoll{1};
 
 std::string ParseErrorText()
 {
@@ -183,7 +184,12 @@ void TcpServer::WaitMessage(int timeoutMs)
     if (ready > 0) {
         HandleEvents(watched);
     }
-    ServeRound();
+    // Quick requests are served round after round without a poll between
+    // them, for a millisecond at most: a client that has just sent waits no
+    // longer for that, and a slow request ends the run at once.
+    const auto pollAgainAt = std::chrono::steady_clock::now() + kRoundsWithoutPoll;
+    while (ServeRound() && std::chrono::steady_clock::now() < pollAgainAt) {
+    }
     CloseFinishedClients();
 }
 
@@ -356,7 +362,7 @@ bool TcpServer::HasRoom(const Client& client) const
     return !client.dead && Pending(client) < kMaxQueuedBytes;
 }
 
-void TcpServer::ServeRound()
+bool TcpServer::ServeRound()
 {
     std::vector<int> turn;
     {
@@ -369,21 +375,22 @@ void TcpServer::ServeRound()
             turn.push_back(it->first);
         }
     }
-    bool first = true;
+    bool served = false;
     for (const int fd : turn) {
         Client* const client = FindClientOnServingThread(fd);
         if (client == nullptr || !HasWork(*client) || !HasRoom(*client)) {
             continue;
         }
         if (m_gate && !m_gate()) {
-            return;
+            return false;
         }
-        if (first) {
+        if (!served) {
             m_nextTurn = fd + 1;  // who went first this round goes last next round
-            first = false;
+            served = true;
         }
         ServeOne(*client);
     }
+    return served;
 }
 
 void TcpServer::ServeOne(Client& client)

@@ -100,7 +100,8 @@ private:
     bool CountUnfinished(Client& client, size_t adding);
     void TakeNextRequest(Client& client);
     void Refuse(Client& client) EXCLUDES(m_mutex);
-    void ServeRound() EXCLUDES(m_mutex);
+    // Serves each client with a request one of them; false when none was served.
+    bool ServeRound() EXCLUDES(m_mutex);
     void ServeOne(Client& client) EXCLUDES(m_mutex);
     bool HasRoom(const Client& client) const EXCLUDES(m_mutex);
     void Enqueue(Client& client, const std::string& text) REQUIRES(m_mutex);

@@ -181,14 +181,16 @@ TEST_F(TransportTest, ClientThatNeverReadsDoesNotDelayOthers)
 {
     RpcClient lazy;
     ASSERT_TRUE(lazy.Connect(daemon.Port()));
-    // Many requests, replies never read: the daemon's queue for it fills
-    // until it is dropped, while this client keeps being answered.
+    // Many requests, replies never read: the daemon's queue for it fills,
+    // then its requests wait and it is no longer read (so its sends block
+    // here: they are made without waiting), while this client keeps being
+    // answered.
     std::string flood;
     for (int i = 0; i < 2000; ++i) {
         flood += R"({"jsonrpc":"2.0","method":"print","id":"............................................................"})";
     }
     for (int round = 0; round < 100; ++round) {
-        lazy.SendRaw(flood);
+        [[maybe_unused]] const ssize_t taken = send(lazy.Fd(), flood.data(), flood.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         ASSERT_TRUE(client.SendRaw(kPing));
         std::string line;
         ASSERT_TRUE(client.ReadLine(line, 3000)) << "round " << round;
