@@ -1,17 +1,12 @@
 // Cover art of the current track: a client's request is served by a short
-// worker thread that writes the held image to a file under the art directory
-// and tells clients its path.
+// worker thread that writes the held image to a file in the art folder
+// (player/AlbumArtFiles.h) and tells clients its path.
 #include "player/UsbMediaPlayer.h"
 
 #include "player/GstHandles.h"
 
-#include "core/Environment.h"
 #include "core/Logger.h"
-#include "core/PosixHandles.h"
 
-#include <sys/stat.h>
-
-#include <cstdio>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -19,13 +14,6 @@
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 using PlayerLock = CLockGuard<CMutex>;
-constexpr mode_t kArtDirectoryMode = 0770;
-
-bool PathExists(const std::string& path)
-{
-    struct stat info {};
-    return stat(path.c_str(), &info) == 0;
-}
 
 // "width" or "height" of the image's caps; 0 when the caps do not say
 // (PNG caps carry neither).
@@ -37,42 +25,6 @@ int CapsDimension(GstCaps* caps, const char* field)
     }
     gst_structure_get_int(gst_caps_get_structure(caps, 0), field, &value);
     return value;
-}
-
-// The first free name of art.dat, art0.dat, art1.dat, ... in `directory`.
-// A missing directory is created and then art.dat is free by definition.
-std::string NextArtFilePath(const std::string& directory)
-{
-    std::string path = directory + "/art.dat";
-    if (!PathExists(directory)) {
-        // chmod as well: the process umask must not narrow the mode.
-        if (mkdir(directory.c_str(), kArtDirectoryMode) == 0) {
-            chmod(directory.c_str(), kArtDirectoryMode);
-        }
-        return path;
-    }
-    for (int n = 0; PathExists(path); ++n) {
-        path = directory + "/art" + std::to_string(n) + ".dat";
-    }
-    return path;
-}
-
-// Writes the image bytes to a new file and returns its path, or "" when the
-// file cannot be opened. One writer at a time, so two workers never pick the
-// same free name.
-std::string WriteAlbumArtFile(const std::vector<uint8_t>& bytes)
-{
-    static CMutex writerMutex;
-    const CLockGuard<CMutex> lock(writerMutex);
-    const std::string path = NextArtFilePath(SystemPath("/home/root/art_dump"));
-    FilePtr file(std::fopen(path.c_str(), "w"));
-    if (!file) {
-        return std::string();
-    }
-    if (!bytes.empty()) {
-        std::fwrite(bytes.data(), 1, bytes.size(), file.get());
-    }
-    return path;
 }
 }  // namespace
 
@@ -135,12 +87,13 @@ void CUsbMediaPlayer::WaitForAlbumArtWorkers()
     }
 }
 
-std::vector<uint8_t> CUsbMediaPlayer::GetAlbumArtBytes(uint64_t& generation)
+bool CUsbMediaPlayer::GetAlbumArtBytes(std::vector<uint8_t>& bytes, uint64_t& generation)
 {
     const CLockGuard<CMutex> artLock(m_albumArtMutex);
     generation = m_albumArtGeneration;
+    bytes.clear();
     if (!m_albumArtSample) {
-        return {};
+        return true;
     }
     GstBuffer* buffer = gst_sample_get_buffer(m_albumArtSample.get());
     GstCaps* caps = gst_sample_get_caps(m_albumArtSample.get());
@@ -148,20 +101,25 @@ std::vector<uint8_t> CUsbMediaPlayer::GetAlbumArtBytes(uint64_t& generation)
     LOG(LOG_INFO, "image size is: %d\n", static_cast<int>(size));
     LOG(LOG_INFO, "image width is: %d\n", CapsDimension(caps, "width"));
     LOG(LOG_INFO, "image height is: %d\n", CapsDimension(caps, "height"));
-    std::vector<uint8_t> bytes(size);
+    if (size > CAlbumArtFiles::kMaxImageBytes) {
+        return false;  // not even copied: it will not be written
+    }
+    bytes.resize(size);
     if (size > 0) {
         bytes.resize(gst_buffer_extract(buffer, 0, bytes.data(), size));
     }
-    return bytes;
+    return true;
 }
 
 // Body of one album-art worker: copy the image out, write it to a new file
-// (outside the player lock, file I/O may be slow) and tell clients.
+// (outside the player lock, file I/O may be slow) and tell clients. An image
+// too large for the folder is announced with the path "".
 void CUsbMediaPlayer::RunAlbumArtWorker()
 {
     uint64_t generation = 0;
-    const std::vector<uint8_t> bytes = GetAlbumArtBytes(generation);
-    const std::string path = WriteAlbumArtFile(bytes);
+    std::vector<uint8_t> bytes;
+    const bool fits = GetAlbumArtBytes(bytes, generation);
+    const std::string path = fits ? m_artFiles.Write(bytes) : std::string();
     {
         const CLockGuard<CMutex> lock(m_playerMutex);
         bool sameTrack = false;

@@ -24,7 +24,7 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
     return INSTANCE;
 }
 
-CUsbMediaPlayer::CUsbMediaPlayer()
+CUsbMediaPlayer::CUsbMediaPlayer() : m_artFiles(SystemPath("/home/root/art_dump"))
 {
     gst_init(nullptr, nullptr);
     PreferCheaperDecoders();

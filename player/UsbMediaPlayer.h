@@ -5,6 +5,7 @@
 #include "library/File.h"
 #include "library/FileList.h"
 #include "library/FolderGroups.h"
+#include "player/AlbumArtFiles.h"
 #include "player/GstOwners.h"
 #include "player/NotificationBuilders.h"
 #include "player/NotificationSink.h"
@@ -34,7 +35,8 @@
 // worker threads and the album-art workers never touch the player's members
 // at the same time. Lock order: m_playerMutex, then any of m_stateMutex,
 // m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
-// none of them is held while another lock is taken).
+// none of them is held while another lock is taken). The art folder's lock
+// (CAlbumArtFiles) is a leaf taken by a worker that holds no other lock.
 // m_stateMutex guards the state alone, so the worker threads can read it in
 // their wait conditions while holding their wake mutex (taking the player
 // lock there would invert the order, as the player wakes them under it).
@@ -225,7 +227,9 @@ private:
     void ReleaseAlbumArtLocked() REQUIRES(m_playerMutex);
     void WaitForAlbumArtWorkers() EXCLUDES(m_playerMutex, m_artWorkersMutex);
     void RunAlbumArtWorker() EXCLUDES(m_playerMutex);
-    std::vector<uint8_t> GetAlbumArtBytes(uint64_t& generation) EXCLUDES(m_albumArtMutex);
+    // The held image's bytes, or false (nothing copied) when it is larger
+    // than the art folder takes.
+    bool GetAlbumArtBytes(std::vector<uint8_t>& bytes, uint64_t& generation) EXCLUDES(m_albumArtMutex);
     void HandleUsbRemoval(const std::string& device) REQUIRES(m_playerMutex);
     void EndPlaylistLocked() REQUIRES(m_playerMutex);
     bool PlayFolder(const CFile& folder) REQUIRES(m_playerMutex);
@@ -267,6 +271,8 @@ private:
     CMutex m_artWorkersMutex;
     std::condition_variable m_artWorkersDone;
     uint32_t m_artWorkers GUARDED_BY(m_artWorkersMutex) = 0;
+    // The folder the workers write images to; it has its own (leaf) lock.
+    CAlbumArtFiles m_artFiles;
 
     CMutex m_stateMutex;
     int32_t m_playerState GUARDED_BY(m_stateMutex) = STATE_UNKNOWN;

@@ -102,7 +102,7 @@ int RunAlbumArt(const VerbContext& context)
     }
     const std::string path = art->value["params"]["artFilePath"].asString();
     if (path.empty()) {
-        ReportFailure(context, "the service could not write the album art file");
+        ReportFailure(context, "the service wrote no album art file (it could not, or the image is over 16 MiB)");
         return kExitFailure;
     }
     if (!context.Json()) {

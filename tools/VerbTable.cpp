@@ -56,8 +56,9 @@ std::vector<Verb> MakeVerbs()
         {"shuffle", "[on|off]", "switch shuffle, or show it", "enableShuffleUSB, isShuffleEnabledUSB", "",
          {}, 0, 1, RunShuffle},
         {"art", "", "print the current track's album art file", "getTrackAlbumArt",
-         "The service writes the image under $USBMEDIA_ROOT/home/root/art_dump and announces\n"
-         "it; this waits for that announcement. A track without a cover image sends none.\n",
+         "The service writes the image under $USBMEDIA_ROOT/home/root/art_dump (keeping the 16\n"
+         "newest files; an image over 16 MiB is not written) and announces it; this waits for that\n"
+         "announcement. A track without a cover image sends none.\n",
          {{"--wait", true, "SECONDS", "how long to wait for the image (default 5)"}}, 0, 0, RunAlbumArt},
         {"index", "[PATH]", "build the storage index of a stick", "indexUsbStorage",
          "PATH defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1.\n", {}, 0, 1, RunIndex},

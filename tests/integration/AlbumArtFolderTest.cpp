@@ -1,0 +1,153 @@
+// The art folder through the running daemon: however often a client asks
+// for the cover, at most sixteen art files stay and the names go on in
+// sequence, also across a restart; a cover too large is never written.
+
+#include "tests/integration/DeviceFixture.h"
+#include "tests/support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <memory>
+#include <set>
+#include <string>
+
+using device_test::DeviceTest;
+using device_test::MakeMp3;
+using device_test::TrackTags;
+using testing_support::ReadFile;
+using testing_support::WriteFile;
+
+namespace {
+constexpr size_t kKeptFiles = 16;
+// Long enough that the track is still playing when the last request of a
+// test is served, even with both cores busy.
+constexpr double kTrackSeconds = 120.0;
+
+std::string ArtName(int number)
+{
+    return "art" + std::to_string(number) + ".dat";
+}
+
+std::set<std::string> ArtNames(int first, int last)
+{
+    std::set<std::string> names;
+    for (int n = first; n <= last; ++n) {
+        names.insert(ArtName(n));
+    }
+    return names;
+}
+
+// Every name in `directory` but "." and "..".
+std::set<std::string> Names(const std::string& directory)
+{
+    std::set<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(directory.c_str()), closedir);
+    if (!folder) {
+        return names;
+    }
+    while (const dirent* entry = readdir(folder.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+std::string Describe(const std::set<std::string>& names)
+{
+    std::string text;
+    for (const std::string& name : names) {
+        text += name + " ";
+    }
+    return text.empty() ? "<none>" : text;
+}
+
+class AlbumArtFolderTest : public DeviceTest {
+protected:
+    // Starts the daemon and plays one long MP3 with the cover `coverPath`.
+    void PlayCoveredTrack(const std::string& coverPath)
+    {
+        const std::string song = Stick1() + "/cover.mp3";
+        if (access(song.c_str(), F_OK) != 0) {
+            TrackTags tags{"Covered", "Artist", "Album", coverPath, ""};
+            MakeMp3(song, kTrackSeconds, tags);
+        }
+        StartDaemon();
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+
+    // Asks for the cover and returns the path announced for it.
+    std::string RequestArt()
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        Json::Value notification;
+        if (!NextNotification(notification, "trackAlbumArtNotification", 20000)) {
+            return "<no trackAlbumArtNotification>";
+        }
+        EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
+        return notification["params"]["artFilePath"].asString();
+    }
+};
+}  // namespace
+
+TEST_F(AlbumArtFolderTest, ManyRequestsKeepSixteenFilesAndGoOnInSequence)
+{
+    ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(device_test::CoverJpeg()));
+    EXPECT_EQ(RequestArt(), ArtDirectory() + "/art.dat");
+    for (int n = 0; n < 39; ++n) {
+        ASSERT_EQ(RequestArt(), ArtDirectory() + "/" + ArtName(n));
+        ASSERT_LE(Names(ArtDirectory()).size(), kKeptFiles) << Describe(Names(ArtDirectory()));
+    }
+    EXPECT_EQ(Names(ArtDirectory()), ArtNames(23, 38)) << Describe(Names(ArtDirectory()));
+    EXPECT_EQ(ReadFile(ArtDirectory() + "/art38.dat"), ReadFile(device_test::CoverJpeg()));
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], ArtDirectory() + "/art38.dat");
+}
+
+TEST_F(AlbumArtFolderTest, AfterARestartStaleFilesAreTrimmedAndTheSequenceFollowsTheHighest)
+{
+    ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(device_test::CoverJpeg()));
+    EXPECT_EQ(RequestArt(), ArtDirectory() + "/art.dat");
+    EXPECT_EQ(RequestArt(), ArtDirectory() + "/art0.dat");
+    ASSERT_EQ(m_daemon->Stop(SIGTERM, 20000), 0) << m_daemon->Output();
+
+    // Forty art files in all, as a run of a version that kept every file
+    // leaves them, and files of someone else's.
+    for (int n = 1; n < 39; ++n) {
+        WriteFile(ArtDirectory() + "/" + ArtName(n), "stale");
+    }
+    ASSERT_EQ(Names(ArtDirectory()).size(), 40u);
+    WriteFile(ArtDirectory() + "/notes.txt", "not the service's");
+    WriteFile(ArtDirectory() + "/art007.dat", "not the service's");
+
+    ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(device_test::CoverJpeg()));
+    EXPECT_EQ(RequestArt(), ArtDirectory() + "/art39.dat");
+    std::set<std::string> expected = ArtNames(24, 39);
+    expected.insert({"notes.txt", "art007.dat"});
+    EXPECT_EQ(Names(ArtDirectory()), expected) << Describe(Names(ArtDirectory()));
+    EXPECT_EQ(ReadFile(ArtDirectory() + "/notes.txt"), "not the service's");
+    EXPECT_EQ(ReadFile(ArtDirectory() + "/art39.dat"), ReadFile(device_test::CoverJpeg()));
+}
+
+TEST_F(AlbumArtFolderTest, CoverOverSixteenMebibytesIsAnnouncedWithAnEmptyPathAndNotWritten)
+{
+    // A real JPEG padded past 16 MiB: GStreamer still types it as an image.
+    const testing_support::TempDir images;
+    const std::string cover = images / "large.jpg";
+    const std::string jpeg = ReadFile(device_test::CoverJpeg());
+    const size_t size = 16u * 1024u * 1024u + 4096u;
+    WriteFile(cover, jpeg + std::string(size - jpeg.size(), '\0'));
+
+    ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(cover));
+    EXPECT_EQ(RequestArt(), "");
+    EXPECT_TRUE(m_daemon->WaitForOutput("image size is: " + std::to_string(size), 5000)) << m_daemon->Output();
+    EXPECT_NE(access(ArtDirectory().c_str(), F_OK), 0) << Describe(Names(ArtDirectory()));
+    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
+    EXPECT_EQ(Call("getCurrentTrackInfoUSB")["result"]["trackInfo"]["fileName"], "cover.mp3");
+}
