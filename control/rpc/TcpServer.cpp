@@ -127,10 +127,11 @@ void TcpServer::Enqueue(Client& client, const std::string& text)
 }
 
 // A reply is always taken: it is served only while the client's output has
-// room, and its length is bounded by kMaxReplyBytes.
+// room, and its length is bounded by kMaxReplyBytes. It is written with the
+// round's other replies (FlushAll), so a pipelining client gets them in one
+// write rather than one each.
 void TcpServer::EnqueueReply(Client& client, const std::string& text, bool inBatch)
 {
-    const bool wasEmpty = client.sent == client.outbox.size();
     client.outbox += text;
     client.inBatch = inBatch;
     if (!inBatch && !client.held.empty()) {
@@ -138,8 +139,16 @@ void TcpServer::EnqueueReply(Client& client, const std::string& text, bool inBat
         client.held.clear();
         client.held.shrink_to_fit();
     }
-    if (wasEmpty) {
-        FlushLocked(client);
+}
+
+void TcpServer::FlushAll()
+{
+    const CLockGuard<CMutex> lock(m_mutex);
+    for (const auto& entry : m_clients) {
+        Client& client = *entry.second;
+        if (!client.dead && client.sent < client.outbox.size()) {
+            FlushLocked(client);
+        }
     }
 }
 
@@ -190,6 +199,7 @@ void TcpServer::WaitMessage(int timeoutMs)
     const auto pollAgainAt = std::chrono::steady_clock::now() + kRoundsWithoutPoll;
     while (ServeRound() && std::chrono::steady_clock::now() < pollAgainAt) {
     }
+    FlushAll();
     CloseFinishedClients();
 }
 
@@ -409,11 +419,16 @@ void TcpServer::ServeOne(Client& client)
     if (text.empty()) {
         text = Step(client.exchange);
     }
+    TakeNextRequest(client);
+    const CLockGuard<CMutex> lock(m_mutex);
     if (!text.empty() || !client.exchange.WritingBatch()) {
-        const CLockGuard<CMutex> lock(m_mutex);
         EnqueueReply(client, text, client.exchange.WritingBatch());
     }
-    TakeNextRequest(client);
+    // A client with nothing more to ask gets its reply now; a pipelining
+    // one gets its replies together when the run of rounds ends.
+    if (!HasWork(client)) {
+        FlushLocked(client);
+    }
 }
 
 void TcpServer::CloseFinishedClients()

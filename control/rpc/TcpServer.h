@@ -107,6 +107,7 @@ private:
     void Enqueue(Client& client, const std::string& text) REQUIRES(m_mutex);
     void EnqueueReply(Client& client, const std::string& text, bool inBatch) REQUIRES(m_mutex);
     void FlushLocked(Client& client) REQUIRES(m_mutex);
+    void FlushAll() EXCLUDES(m_mutex);
     void CloseFinishedClients() EXCLUDES(m_mutex);
     // The client on `fd`, or null. Serving thread only: membership changes
     // only there, so the lookup needs no lock.
