@@ -30,7 +30,7 @@
 //
 // Locking (checked by clang's -Wthread-safety, see core/ThreadAnnotations.h):
 // every public operation takes m_playerMutex for its whole run, except while
-// sleeping or waiting, so the request thread, the main loop's bus watch, the
+// sleeping or waiting and while the storage index is built, so the request thread, the main loop's bus watch, the
 // worker threads and the album-art workers never touch the player's members
 // at the same time. Lock order: m_playerMutex, then any of m_stateMutex,
 // m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
@@ -91,7 +91,6 @@ public:
     std::vector<CFile> GetFileListByPathLocked(const std::string& path, bool atMaxDepth) REQUIRES(m_playerMutex);
     std::vector<CFile> SearchFilesLocked(const std::string& path,
                                          const std::string& searchText) REQUIRES(m_playerMutex);
-    bool IndexStorageLocked(const std::string& path) REQUIRES(m_playerMutex);
     bool PlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayFileByIdLocked(uint32_t id, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayAllSongsLocked(const std::string& rootPath) REQUIRES(m_playerMutex);
@@ -152,6 +151,10 @@ public:
     std::vector<CFile> _getFileListByGroupID(uint32_t groupId, bool atMaxDepth) EXCLUDES(m_playerMutex);
     std::vector<CFile> GetFileListByPath(const std::string& path, bool atMaxDepth) EXCLUDES(m_playerMutex);
     std::vector<CFile> SearchFiles(const std::string& path, const std::string& searchText) EXCLUDES(m_playerMutex);
+    // The storage index is built without the player lock (a slow stick takes
+    // seconds), then put in place under it; the status is read in that same
+    // hold, as RunWithStatus does for the other operations.
+    SPlayerOutcome<bool> IndexStorageWithStatus(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexStorage(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexDevice(const std::string& deviceName) EXCLUDES(m_playerMutex);
     uint32_t GetStorageCrc32() EXCLUDES(m_playerMutex);
@@ -204,6 +207,9 @@ private:
         REQUIRES(m_playerMutex);
     // Media library (MediaLibrary.cpp)
     std::string GetCurrentRootPathLocked() REQUIRES(m_playerMutex);
+    uint64_t ClearStorageIndex() EXCLUDES(m_playerMutex);
+    void InstallStorageIndexLocked(CStorageIndex& built, const std::string& path, uint64_t removalsBefore)
+        REQUIRES(m_playerMutex);
 
     static void TrackProgressUpdate(CUsbMediaPlayer* player);
     static void SeekFastForwardRewind(CUsbMediaPlayer* player);
@@ -236,6 +242,9 @@ private:
     CTrackInfo m_currentTrack GUARDED_BY(m_playerMutex);
     // The storage index: every folder and file of the stick.
     CStorageIndex m_folderList GUARDED_BY(m_playerMutex);
+    // Stick removals so far: each empties the index, so an index whose build
+    // saw one go by is stale and is not put in place.
+    uint64_t m_stickRemovals GUARDED_BY(m_playerMutex) = 0;
     INotificationSink* m_pTcpServer GUARDED_BY(m_playerMutex) = nullptr;
     std::list<int> m_clients GUARDED_BY(m_playerMutex);
     CFileList m_playlist GUARDED_BY(m_playerMutex);
