@@ -90,15 +90,22 @@ std::vector<CFile> CUsbMediaPlayer::SearchFilesLocked(const std::string& path, c
 
 SPlayerOutcome<bool> CUsbMediaPlayer::IndexStorageWithStatus(const std::string& path)
 {
-    const uint64_t removalsBefore = ClearStorageIndex();
+    const SPlayerOutcome<uint64_t> start = ClearStorageIndex();
     // A slow stick takes seconds to walk: the walk holds no player lock, so
     // progress reports, the end of a track and bus errors are handled
     // meanwhile. It still feeds the watchdog and ends early on a scan stop.
     CStorageIndex built;
     const bool found = BuildStorageIndex(built, path);
+    // The reply tells of the walk alone: its own failure, else the status as
+    // it was when the index was asked for, not one a bus error set meanwhile.
+    SPlayerOutcome<bool> outcome{found, start.code, start.message};
+    if (built.m_errorCode != 0) {
+        outcome.code = built.m_errorCode;
+        outcome.message = built.GetErrorText();
+    }
     const PlayerLock lock(m_playerMutex);
-    InstallStorageIndexLocked(built, path, removalsBefore);
-    return {found, m_errorCode, GetErrorText()};
+    InstallStorageIndexLocked(built, path, start.value);
+    return outcome;
 }
 
 bool CUsbMediaPlayer::IndexStorage(const std::string& path)
@@ -108,13 +115,13 @@ bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 
 // A build always replaced the old index whole, so the old one goes first:
 // the device never holds two indexes at once. Returns the removal count the
-// build starts from.
-uint64_t CUsbMediaPlayer::ClearStorageIndex()
+// build starts from, with the player's status at that moment.
+SPlayerOutcome<uint64_t> CUsbMediaPlayer::ClearStorageIndex()
 {
     const PlayerLock lock(m_playerMutex);
     m_folderList.Clear();
     m_folderGroups.MarkDirty();
-    return m_stickRemovals;
+    return {m_stickRemovals, m_errorCode, GetErrorText()};
 }
 
 // A stick removal (a platform event or a bus error) that came during the
@@ -124,8 +131,8 @@ void CUsbMediaPlayer::InstallStorageIndexLocked(CStorageIndex& built, const std:
                                                 uint64_t removalsBefore)
 {
     if (built.m_errorCode != 0) {
-        // The walk's failure becomes the player's status for the reply; it
-        // was printed once already.
+        // The walk's failure becomes the player's status; it was printed
+        // once already.
         m_errorCode = built.m_errorCode;
         m_errorText = built.m_errorText;
     }

@@ -30,9 +30,11 @@
 //
 // Locking (checked by clang's -Wthread-safety, see core/ThreadAnnotations.h):
 // every public operation takes m_playerMutex for its whole run, except while
-// sleeping or waiting and while the storage index is built, so the request thread, the main loop's bus watch, the
+// sleeping or waiting, so the request thread, the main loop's bus watch, the
 // worker threads and the album-art workers never touch the player's members
-// at the same time. Lock order: m_playerMutex, then any of m_stateMutex,
+// at the same time. The one exception is the walk of a stick for the storage
+// index (IndexStorageWithStatus): it builds an index of its own without the
+// lock and takes the lock only to put it in place. Lock order: m_playerMutex, then any of m_stateMutex,
 // m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
 // none of them is held while another lock is taken).
 // m_stateMutex guards the state alone, so the worker threads can read it in
@@ -152,8 +154,8 @@ public:
     std::vector<CFile> GetFileListByPath(const std::string& path, bool atMaxDepth) EXCLUDES(m_playerMutex);
     std::vector<CFile> SearchFiles(const std::string& path, const std::string& searchText) EXCLUDES(m_playerMutex);
     // The storage index is built without the player lock (a slow stick takes
-    // seconds), then put in place under it; the status is read in that same
-    // hold, as RunWithStatus does for the other operations.
+    // seconds), then put in place under it. The status returned is the
+    // walk's failure, else the player's status when the build began.
     SPlayerOutcome<bool> IndexStorageWithStatus(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexStorage(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexDevice(const std::string& deviceName) EXCLUDES(m_playerMutex);
@@ -207,7 +209,7 @@ private:
         REQUIRES(m_playerMutex);
     // Media library (MediaLibrary.cpp)
     std::string GetCurrentRootPathLocked() REQUIRES(m_playerMutex);
-    uint64_t ClearStorageIndex() EXCLUDES(m_playerMutex);
+    SPlayerOutcome<uint64_t> ClearStorageIndex() EXCLUDES(m_playerMutex);
     void InstallStorageIndexLocked(CStorageIndex& built, const std::string& path, uint64_t removalsBefore)
         REQUIRES(m_playerMutex);
 
