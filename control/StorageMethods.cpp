@@ -13,7 +13,7 @@ bool UsbMediaRequestHandler::indexUsbStorage(const Json::Value& request, Json::V
 {
     BeginReply(request, response);
     const std::string path = Utf8ToLatin1(ReadString(Params(request), "usbStoragePath").c_str());
-    ReplySuccess(m_pPlayer->RunWithStatus(&CUsbMediaPlayer::IndexStorageLocked, path), response);
+    ReplySuccess(m_pPlayer->IndexStorageWithStatus(path), response);
     return true;
 }
 

@@ -132,6 +132,20 @@ void CStorageIndex::Clear()
     ClearError();
 }
 
+void CStorageIndex::Swap(CStorageIndex& other) noexcept
+{
+    m_ids.swap(other.m_ids);
+    m_records.swap(other.m_records);
+    m_names.swap(other.m_names);
+    m_folders.swap(other.m_folders);
+    m_foldersByPath.swap(other.m_foldersByPath);
+    m_childStart.swap(other.m_childStart);
+    m_children.swap(other.m_children);
+    m_rootPath.swap(other.m_rootPath);
+    std::swap(m_errorCode, other.m_errorCode);
+    m_errorText.swap(other.m_errorText);
+}
+
 bool CStorageIndex::Build(const std::string& path)
 {
     Clear();

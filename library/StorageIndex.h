@@ -30,6 +30,10 @@ public:
     // Destroys all records, forgets the path, clears the status.
     void Clear();
 
+    // Exchanges records, path and status with `other`, so that an index built
+    // aside can be put in place without copying it.
+    void Swap(CStorageIndex& other) noexcept;
+
     // Replaces the index with every folder and audio file below `path`
     // (the walk and order of CFileList::Scan(path, "", true, true, false, 0));
     // true when anything was found.

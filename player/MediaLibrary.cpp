@@ -88,33 +88,67 @@ std::vector<CFile> CUsbMediaPlayer::SearchFilesLocked(const std::string& path, c
     return m_folderGroups.m_usbFileList.m_files;
 }
 
-bool CUsbMediaPlayer::IndexStorage(const std::string& path)
+SPlayerOutcome<bool> CUsbMediaPlayer::IndexStorageWithStatus(const std::string& path)
 {
+    const SPlayerOutcome<uint64_t> start = ClearStorageIndex();
+    // A slow stick takes seconds to walk: the walk holds no player lock, so
+    // progress reports, the end of a track and bus errors are handled
+    // meanwhile. It still feeds the watchdog and ends early on a scan stop.
+    CStorageIndex built;
+    const bool found = BuildStorageIndex(built, path);
+    // The reply tells of the walk alone: its own failure, else the status as
+    // it was when the index was asked for, not one a bus error set meanwhile.
+    SPlayerOutcome<bool> outcome{found, start.code, start.message};
+    if (built.m_errorCode != 0) {
+        outcome.code = built.m_errorCode;
+        outcome.message = built.GetErrorText();
+    }
     const PlayerLock lock(m_playerMutex);
-    return IndexStorageLocked(path);
+    InstallStorageIndexLocked(built, path, start.value);
+    return outcome;
 }
 
-bool CUsbMediaPlayer::IndexStorageLocked(const std::string& path)
+bool CUsbMediaPlayer::IndexStorage(const std::string& path)
 {
-    const bool found = BuildStorageIndex(m_folderList, path);
+    return IndexStorageWithStatus(path).value;
+}
+
+// A build always replaced the old index whole, so the old one goes first:
+// the device never holds two indexes at once. Returns the removal count the
+// build starts from, with the player's status at that moment.
+SPlayerOutcome<uint64_t> CUsbMediaPlayer::ClearStorageIndex()
+{
+    const PlayerLock lock(m_playerMutex);
+    m_folderList.Clear();
+    m_folderGroups.MarkDirty();
+    return {m_stickRemovals, m_errorCode, GetErrorText()};
+}
+
+// A stick removal (a platform event or a bus error) that came during the
+// build emptied the index; it counts as having come after the build, so the
+// index stays empty while the reply still tells what the walk found.
+void CUsbMediaPlayer::InstallStorageIndexLocked(CStorageIndex& built, const std::string& path,
+                                                uint64_t removalsBefore)
+{
+    if (built.m_errorCode != 0) {
+        // The walk's failure becomes the player's status; it was printed
+        // once already.
+        m_errorCode = built.m_errorCode;
+        m_errorText = built.m_errorText;
+    }
+    if (m_stickRemovals == removalsBefore) {
+        m_folderList.Swap(built);
+    }
     m_folderGroups.MarkDirty();
     m_folderGroups.m_rootPath = StickOf(path);
-    if (m_folderList.m_errorCode != 0) {
-        // The scan's failure becomes the player's status for the reply; it
-        // was printed once already.
-        m_errorCode = m_folderList.m_errorCode;
-        m_errorText = m_folderList.m_errorText;
-    }
-    return found;
 }
 
 bool CUsbMediaPlayer::IndexDevice(const std::string& deviceName)
 {
-    const PlayerLock lock(m_playerMutex);
     if (deviceName != kFirstStick.deviceName) {
         return false;
     }
-    return IndexStorageLocked(SystemPath(kFirstStick.mountPoint));
+    return IndexStorage(SystemPath(kFirstStick.mountPoint));
 }
 
 uint32_t CUsbMediaPlayer::GetStorageCrc32()

@@ -50,6 +50,7 @@ void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
         m_playlistSize = 0;  // the records stay but count as no playlist
     }
     m_folderList.Clear();
+    ++m_stickRemovals;
     m_folderGroups.m_usbFileList.Clear();
     m_folderGroups.MarkDirty();
 }

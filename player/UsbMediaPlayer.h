@@ -33,7 +33,9 @@
 // every public operation takes m_playerMutex for its whole run, except while
 // sleeping or waiting, so the request thread, the main loop's bus watch, the
 // worker threads and the album-art workers never touch the player's members
-// at the same time. Lock order: m_playerMutex, then any of m_stateMutex,
+// at the same time. The one exception is the walk of a stick for the storage
+// index (IndexStorageWithStatus): it builds an index of its own without the
+// lock and takes the lock only to put it in place. Lock order: m_playerMutex, then any of m_stateMutex,
 // m_albumArtMutex, m_artWorkersMutex, m_progressMutex, m_seekMutex (leaves:
 // none of them is held while another lock is taken). The art folder's lock
 // (CAlbumArtFiles) is a leaf taken by a worker that holds no other lock.
@@ -93,7 +95,6 @@ public:
     std::vector<CFile> GetFileListByPathLocked(const std::string& path, bool atMaxDepth) REQUIRES(m_playerMutex);
     std::vector<CFile> SearchFilesLocked(const std::string& path,
                                          const std::string& searchText) REQUIRES(m_playerMutex);
-    bool IndexStorageLocked(const std::string& path) REQUIRES(m_playerMutex);
     bool PlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayFileByIdLocked(uint32_t id, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayAllSongsLocked(const std::string& rootPath) REQUIRES(m_playerMutex);
@@ -154,6 +155,10 @@ public:
     std::vector<CFile> _getFileListByGroupID(uint32_t groupId, bool atMaxDepth) EXCLUDES(m_playerMutex);
     std::vector<CFile> GetFileListByPath(const std::string& path, bool atMaxDepth) EXCLUDES(m_playerMutex);
     std::vector<CFile> SearchFiles(const std::string& path, const std::string& searchText) EXCLUDES(m_playerMutex);
+    // The storage index is built without the player lock (a slow stick takes
+    // seconds), then put in place under it. The status returned is the
+    // walk's failure, else the player's status when the build began.
+    SPlayerOutcome<bool> IndexStorageWithStatus(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexStorage(const std::string& path) EXCLUDES(m_playerMutex);
     bool IndexDevice(const std::string& deviceName) EXCLUDES(m_playerMutex);
     uint32_t GetStorageCrc32() EXCLUDES(m_playerMutex);
@@ -206,6 +211,9 @@ private:
         REQUIRES(m_playerMutex);
     // Media library (MediaLibrary.cpp)
     std::string GetCurrentRootPathLocked() REQUIRES(m_playerMutex);
+    SPlayerOutcome<uint64_t> ClearStorageIndex() EXCLUDES(m_playerMutex);
+    void InstallStorageIndexLocked(CStorageIndex& built, const std::string& path, uint64_t removalsBefore)
+        REQUIRES(m_playerMutex);
 
     static void TrackProgressUpdate(CUsbMediaPlayer* player);
     static void SeekFastForwardRewind(CUsbMediaPlayer* player);
@@ -240,6 +248,9 @@ private:
     CTrackInfo m_currentTrack GUARDED_BY(m_playerMutex);
     // The storage index: every folder and file of the stick.
     CStorageIndex m_folderList GUARDED_BY(m_playerMutex);
+    // Stick removals so far: each empties the index, so an index whose build
+    // saw one go by is stale and is not put in place.
+    uint64_t m_stickRemovals GUARDED_BY(m_playerMutex) = 0;
     INotificationSink* m_pTcpServer GUARDED_BY(m_playerMutex) = nullptr;
     std::list<int> m_clients GUARDED_BY(m_playerMutex);
     CFileList m_playlist GUARDED_BY(m_playerMutex);

@@ -14,6 +14,7 @@
 
 #include "core/SystemdNotifier.h"
 #include "library/FileId.h"
+#include "library/StorageIndex.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -385,48 +387,155 @@ TEST_F(StickFaultTest, FatStickWithIsoNamesIsBrowsedAndPlayedWithIdsOfItsBytes)
 }
 
 namespace {
+// What a client saw while one indexUsbStorage ran: the notifications that
+// came before the reply, with their arrival in seconds from the request.
+struct SIndexRun {
+    Json::Value reply;
+    double seconds = 0;  // from the request to its reply
+    std::vector<Json::Value> notifications;
+    std::vector<double> arrivals;
+    // The stick's directory reads when each notification came, and at the
+    // reply: a notification that came while the walk still had folders to
+    // read came during the index.
+    std::vector<unsigned long long> readsAt;
+    unsigned long long readsAtReply = 0;
+    size_t beforeScan = 0;  // notifications that had come when the walk was seen under way
+
+    bool DuringTheWalk(size_t position) const
+    {
+        return position >= beforeScan && position < notifications.size() && readsAt[position] < readsAtReply;
+    }
+
+    int ProgressReports() const
+    {
+        return static_cast<int>(device_test::CountNamed(notifications, "trackTimeNotification"));
+    }
+
+    // The longest stretch without a trackTimeNotification, counting the
+    // request and the reply as the ends.
+    double LongestProgressGap() const
+    {
+        double last = 0;
+        double longest = 0;
+        for (size_t i = 0; i < notifications.size(); ++i) {
+            if (notifications[i]["method"] == "trackTimeNotification") {
+                longest = std::max(longest, arrivals[i] - last);
+                last = arrivals[i];
+            }
+        }
+        return std::max(longest, seconds - last);
+    }
+
+    // The position of the first notification named `method` whose "params"
+    // hold `key` = `value`; notifications.size() when none came.
+    size_t Find(const std::string& method, const std::string& key, const Json::Value& value) const
+    {
+        for (size_t i = 0; i < notifications.size(); ++i) {
+            if (notifications[i]["method"] == method && notifications[i]["params"][key] == value) {
+                return i;
+            }
+        }
+        return notifications.size();
+    }
+
+    std::string Methods() const
+    {
+        std::string text;
+        for (size_t i = 0; i < notifications.size(); ++i) {
+            char at[32];
+            std::snprintf(at, sizeof at, " @%.2f s %llu reads ", arrivals[i], readsAt[i]);
+            text += at + notifications[i]["method"].asString() + (i + 1 == beforeScan ? " | scan" : "") + "\n";
+        }
+        return text;
+    }
+};
+
 class SlowStickTest : public StickFaultTest {
 protected:
     // A cheap stick: 2 ms for each directory read and each lookup, holding
-    // `folders` folders of `filesEach` files. While it is indexed a song
-    // plays from the second stick: its progress reports go on every second,
-    // the index completes and the listener answers again afterwards.
-    void IndexAndBrowse(int folders, int filesEach)
+    // `folders` folders of `filesEach` files; false when FUSE cannot mount.
+    bool MountSlowTree(int folders, int filesEach)
     {
         MakeWideTree(m_source.Path(), folders, filesEach);
-        device_test::MakeMp3(Stick2() + "/long.mp3", 30.0);
         if (!MountStick()) {
-            GTEST_SKIP() << m_stick->Why();
+            return false;
         }
         Command("delay readdir 2000");
         Command("delay stat 2000");
+        return true;
+    }
+
+    void Undelay()
+    {
+        Command("delay readdir 0");
+        Command("delay stat 0");
+    }
+
+    // One of the stick's counters ("readdir", "stat", ...).
+    unsigned long long Counter(const std::string& name) const
+    {
+        const std::string counters = m_stick->Counters();
+        const size_t at = counters.find(name + " ");
+        return at == std::string::npos ? 0 : std::stoull(counters.substr(at + name.size() + 1));
+    }
+
+    std::string Crc() { return Call("getUsbStorageCrc32")["result"]["crc32"].asString(); }
+
+    // The checksum the library computes in this process for `path`.
+    static std::string ExpectedCrc(const std::string& path)
+    {
+        CStorageIndex index;
+        BuildStorageIndex(index, path);
+        return std::to_string(StorageIndexCrc32(index));
+    }
+
+    // Asks for the index of `path`, waits until the walk reads the stick,
+    // runs `whileWalking`, then reads every message up to the reply.
+    SIndexRun IndexReading(const std::string& path, const std::function<void()>& whileWalking = {})
+    {
+        SIndexRun run;
+        const unsigned long long readsBefore = Counter("readdir");
+        EXPECT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":"slow","params":{)"
+                                     R"("usbStoragePath":")" + path + "\"}}\n"));
+        const auto start = Clock::now();
+        Command("wait readdir " + std::to_string(readsBefore + 1));
+        std::string line;
+        while (run.reply.isNull() && m_client.ReadLine(line, 0)) {
+            Take(run, line, start);
+        }
+        run.beforeScan = run.notifications.size();
+        if (whileWalking) {
+            whileWalking();
+        }
+        while (run.reply.isNull() && m_client.ReadLine(line, 600000)) {
+            Take(run, line, start);
+        }
+        run.seconds = SecondsSince(start);
+        return run;
+    }
+
+    // Tree of a large stick; as it plays from the second stick, its progress
+    // reports go on every second, the index completes and the listener
+    // answers again afterwards.
+    void IndexAndBrowse(int folders, int filesEach)
+    {
+        device_test::MakeMp3(Stick2() + "/long.mp3", 30.0);
+        if (!MountSlowTree(folders, filesEach)) {
+            GTEST_SKIP() << m_stick->Why();
+        }
         StartDaemon();
         ASSERT_TRUE(PlayFile(Stick2(), "long.mp3")["result"]["success"].asBool());
         ASSERT_TRUE(WaitForState(kPlaying));
         NoteDescriptors();
 
-        ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":"slow","params":{)"
-                                     R"("usbStoragePath":")" + Stick1() + "\"}}\n"));
-        const auto start = Clock::now();
-        Json::Value reply;
-        int progressReports = 0;
-        std::string line;
-        while (reply.isNull() && m_client.ReadLine(line, 600000)) {
-            const Json::Value message = testing_support::ParseLine(line);
-            if (message["method"] == "trackTimeNotification") {
-                ++progressReports;
-            } else if (message["id"] == "slow") {
-                reply = message;
-            }
-        }
-        const double seconds = SecondsSince(start);
+        const SIndexRun run = IndexReading(Stick1());
         std::printf("slow stick, %d files in %d folders: indexed in %.2f s (%s), %d progress reports meanwhile\n",
-                    folders * filesEach, folders, seconds, OneLine(m_stick->Counters()).c_str(),
-                    progressReports);
-        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
-        // One report a second while the scan held the listener (a loose
-        // bound: the machine may be loaded).
-        EXPECT_GE(progressReports, static_cast<int>(seconds / 2) - 1);
+                    folders * filesEach, folders, run.seconds, OneLine(m_stick->Counters()).c_str(),
+                    run.ProgressReports());
+        ASSERT_TRUE(run.reply["result"]["success"].asBool()) << run.reply.toStyledString();
+        // One report a second while the walk went on (a loose bound: the
+        // machine may be loaded).
+        EXPECT_GE(run.ProgressReports(), static_cast<int>(run.seconds / 2) - 1) << run.Methods();
 
         const auto browseStart = Clock::now();
         const Json::Value root = Browse(Stick1(), 50)["result"];
@@ -439,12 +548,120 @@ protected:
         EXPECT_EQ(PlayerState(), kPlaying);
         ExpectStillServing();
     }
+
+private:
+    void Take(SIndexRun& run, const std::string& line, Clock::time_point start) const
+    {
+        const Json::Value message = testing_support::ParseLine(line);
+        if (message["id"] == "slow") {
+            run.reply = message;
+            run.readsAtReply = Counter("readdir");
+            return;
+        }
+        if (message.isMember("method")) {
+            run.notifications.push_back(message);
+            run.arrivals.push_back(SecondsSince(start));
+            run.readsAt.push_back(Counter("readdir"));
+        }
+    }
 };
+
+// A tree whose index takes several seconds at 2 ms a call: its 3200 calls
+// (a lookup, two attribute reads and a directory read for each folder; the
+// files cost none) take 6.4 s at least, 7 s on an idle machine.
+constexpr int kSlowFolders = 800;
+constexpr int kSlowFilesEach = 5;
 }  // namespace
 
 TEST_F(SlowStickTest, SlowStickOfTwoThousandFilesIsIndexedAndBrowsed)
 {
     IndexAndBrowse(40, 50);
+}
+
+// The walk holds no player lock: the progress thread reports every second
+// all through a long index, and the reply and checksum are those of a stick
+// without delay.
+TEST_F(SlowStickTest, TrackTimeKeepsComingWhileASlowStickIsIndexed)
+{
+    device_test::MakeMp3(Stick2() + "/long.mp3", 60.0);
+    if (!MountSlowTree(kSlowFolders, kSlowFilesEach)) {
+        GTEST_SKIP() << m_stick->Why();
+    }
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick2(), "long.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+
+    const SIndexRun run = IndexReading(Stick1());
+    std::printf("slow index of %d folders: %.2f s, %d progress reports, longest gap %.2f s (%s)\n", kSlowFolders,
+                run.seconds, run.ProgressReports(), run.LongestProgressGap(), OneLine(m_stick->Counters()).c_str());
+    ASSERT_TRUE(run.reply["result"]["success"].asBool()) << run.reply.toStyledString();
+    ASSERT_GT(run.seconds, 5.0) << "the index must outlast several progress periods";
+    EXPECT_LT(run.LongestProgressGap(), 2.5) << run.Methods();
+    EXPECT_EQ(PlayerState(), kPlaying);
+
+    const std::string slowCrc = Crc();
+    Undelay();
+    Json::Value slowReply = run.reply;
+    slowReply.removeMember("id");
+    Json::Value fastReply = Index(Stick1());
+    fastReply.removeMember("id");
+    EXPECT_EQ(slowReply, fastReply) << fastReply.toStyledString();
+    EXPECT_EQ(Crc(), slowCrc);
+    EXPECT_EQ(slowCrc, ExpectedCrc(Stick1()));
+}
+
+// A track that ends while a slow stick is indexed gives way to the next one
+// at once, not when the index is done.
+TEST_F(SlowStickTest, TrackEndingDuringASlowIndexAdvancesAtOnce)
+{
+    device_test::MakeMp3(Stick2() + "/album/a.mp3", 3.0);
+    device_test::MakeMp3(Stick2() + "/album/b.mp3", 60.0);
+    if (!MountSlowTree(kSlowFolders, kSlowFilesEach)) {
+        GTEST_SKIP() << m_stick->Why();
+    }
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick2() + "/album", "a.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+
+    const SIndexRun run = IndexReading(Stick1());
+    const size_t next = run.Find("playerStateChangedNotification", "playerState", kPlaying);
+    std::printf("slow index of %.2f s; the next track started at %.2f s\n", run.seconds,
+                next < run.arrivals.size() ? run.arrivals[next] : -1.0);
+    ASSERT_TRUE(run.reply["result"]["success"].asBool()) << run.reply.toStyledString();
+    ASSERT_GE(next, run.beforeScan) << "a.mp3 ended before the walk began\n" << run.Methods();
+    EXPECT_TRUE(run.DuringTheWalk(next)) << "the next track waited for the index\n" << run.Methods();
+    EXPECT_TRUE(WaitForPlayingFile("b.mp3"));
+}
+
+// A stick that fails under the player while it is indexed counts as removed
+// after the index: the index is left empty, as the removal leaves it, and the
+// reply tells what the walk found.
+TEST_F(SlowStickTest, StickFailingDuringASlowIndexLeavesTheIndexEmpty)
+{
+    if (!testing_support::DaemonProcess::EmulatorPrefix().empty()) {
+        GTEST_SKIP() << "under qemu-user a read error reaches GStreamer as the end of the file";
+    }
+    device_test::MakeMp3(Source("music/long.mp3"), 60.0);
+    if (!MountSlowTree(kSlowFolders, kSlowFilesEach)) {
+        GTEST_SKIP() << m_stick->Why();
+    }
+    StartDaemon();
+    ASSERT_TRUE(PlayFile(Stick1() + "/music", "long.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(kPlaying));
+
+    const SIndexRun run = IndexReading(Stick1(), [this] { Command("fail-read music/long.mp3 0"); });
+    const size_t report = run.Find("usbConnectionNotification", "errorCode", "badFile");
+    std::printf("slow index of %.2f s; the stick was reported unreadable at %.2f s\n", run.seconds,
+                report < run.arrivals.size() ? run.arrivals[report] : -1.0);
+    EXPECT_EQ(run.reply["result"]["success"], true) << run.reply.toStyledString();
+    EXPECT_FALSE(run.reply.isMember("error")) << run.reply.toStyledString();
+    EXPECT_TRUE(run.DuringTheWalk(report)) << "the report waited for the index\n" << run.Methods();
+    EXPECT_EQ(Crc(), "0");
+    EXPECT_EQ(Browse(Stick1())["result"]["totalCount"].asInt(), 0);
+
+    Undelay();
+    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    EXPECT_EQ(Crc(), ExpectedCrc(Stick1()));
 }
 
 // The full size of a large stick; labelled "load" (left out of the sanitizer

@@ -370,6 +370,28 @@ TEST_F(CompactIndexTest, ClearEmptiesTheIndexAndTheMap)
     ExpectSameRecords(index.Records(), scanned.m_files);
 }
 
+// An index built aside is put in place by a swap: records, folder map, path
+// and status all change sides.
+TEST_F(CompactIndexTest, SwapExchangesRecordsMapPathAndStatus)
+{
+    const uint32_t crc = StorageIndexCrc32(index);
+    CStorageIndex failed;
+    ExpectFailedBuildOnMissingFolder(failed, dir);
+
+    index.Swap(failed);
+    EXPECT_TRUE(index.Empty());
+    EXPECT_EQ(index.RootPath(), dir / "missing");
+    EXPECT_EQ(index.m_errorCode, -1);
+    EXPECT_EQ(index.GetErrorText(), "E: While opendir " + (dir / "missing"));
+    EXPECT_TRUE(index.ChildrenOf(dir.Path()).empty());
+
+    EXPECT_EQ(failed.m_errorCode, 0);
+    EXPECT_EQ(failed.RootPath(), dir.Path());
+    EXPECT_EQ(StorageIndexCrc32(failed), crc);
+    ExpectSameRecords(failed.Records(), scanned.m_files);
+    ExpectSameRecords(Children(failed, dir / "Rock"), ScannedChildren(scanned, dir / "Rock"));
+}
+
 TEST(CompactIndexEmptyTest, AFreshIndexIsEmpty)
 {
     const CStorageIndex index;
