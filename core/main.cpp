@@ -59,6 +59,16 @@ void LimitMallocArenas()
 #endif
 }
 
+// Signals whose default action ends the process but that mean nothing to
+// this service: a hang-up from a closed terminal, a stray kill -USR1 or an
+// alarm must not take the player down. Set before any thread exists.
+void IgnoreStraySignals()
+{
+    for (const int sig : {SIGHUP, SIGUSR1, SIGUSR2, SIGALRM}) {
+        std::signal(sig, SIG_IGN);
+    }
+}
+
 void InstallTerminateHandler(int sig, int logLine, const char* failure)
 {
     if (g_unix_signal_add(sig, OnTerminateSignal, GINT_TO_POINTER(sig)) == 0) {
@@ -70,6 +80,7 @@ void InstallTerminateHandler(int sig, int logLine, const char* failure)
 int main(int argc, char** argv)
 {
     LimitMallocArenas();
+    IgnoreStraySignals();
     auto timer = std::make_unique<CStartupTimer>();
     gettimeofday(&timer->start, nullptr);
     std::cout << timer->name << " Started. " << std::endl;
