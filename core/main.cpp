@@ -10,6 +10,7 @@
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
 #include "core/SystemdNotifier.h"
+#include "core/TextConversion.h"
 #include "library/ScanStop.h"
 #include "player/UsbMediaPlayer.h"
 
@@ -102,6 +103,11 @@ int main(int argc, char** argv)
     // can connect can also stop the service cleanly.
     InstallTerminateHandler(SIGTERM, LogLine::kSigtermNotHandled, "Error signal SIGTERM will not be handled\n");
     InstallTerminateHandler(SIGINT, LogLine::kSigintNotHandled, "Error signal SIGINT will not be handled\n");
+
+    // While descriptors are plenty: a reply written when they have run out
+    // still carries its message. Failing here is not fatal: conversions
+    // try again and give "" until it opens.
+    OpenTextConverters();
 
     UsbMediaRequestServer server;
     server.Init(address);
