@@ -79,7 +79,7 @@ TEST(Utf8ToLatin1BytesTest, TextEndsAtTheFirstDecodedNul)
 // in a fresh copy of this program that never converted anything before.
 namespace {
 // Runs the test `name` again in a fresh copy of this program, with the mark
-// set; true when it passed there.
+// set, and expects it to pass there.
 void ExpectPassesInFreshCopy(const std::string& name)
 {
     if (std::getenv("USBMEDIA_GUEST_ENV") != nullptr) {
