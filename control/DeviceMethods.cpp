@@ -67,8 +67,9 @@ bool UsbMediaRequestHandler::setSoftPowerOff(const Json::Value& request, Json::V
         return true;
     }
     // Waking up: a snapshot taken before is handed out on the next pop.
-    if (m_suspensionData) {
+    if (m_suspensionData && !m_isSuspended) {
         m_isSuspended = true;
+        StoreSuspension();
     }
     return true;
 }
@@ -81,6 +82,9 @@ bool UsbMediaRequestHandler::popSuspendedTrackInfo(const Json::Value& request, J
     if (m_isSuspended && m_suspensionData) {
         suspensionData = SuspensionReport(*m_suspensionData);
         m_suspensionData.reset();
+        if (m_suspensionStore) {
+            m_suspensionStore->Remove();
+        }
     }
     m_isSuspended = false;
     Json::Value result(Json::objectValue);
@@ -98,4 +102,23 @@ void UsbMediaRequestHandler::SaveSuspension()
         return;
     }
     m_suspensionData.emplace(*m_pPlayer);
+    StoreSuspension();
+}
+
+void UsbMediaRequestHandler::StoreSuspension()
+{
+    if (m_suspensionStore && m_suspensionData) {
+        m_suspensionStore->Save({*m_suspensionData, m_isSuspended});
+    }
+}
+
+void UsbMediaRequestHandler::KeepSuspensionIn(const std::string& directory)
+{
+    m_suspensionStore.emplace(directory);
+    std::optional<SStoredSuspension> stored = m_suspensionStore->Load();
+    if (!stored) {
+        return;
+    }
+    m_suspensionData = std::move(stored->data);
+    m_isSuspended = stored->isPending;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "player/SuspensionData.h"
+#include "player/SuspensionStore.h"
 
 #include <json/value.h>
 
@@ -66,10 +67,18 @@ public:
 
     CUsbMediaPlayer* Player() const { return m_pPlayer; }
 
+    // Keeps the suspension snapshot in `directory` from now on, and takes
+    // back the one a previous run left there (pending again if it was).
+    // Without it the snapshot lives in memory only.
+    void KeepSuspensionIn(const std::string& directory);
+
 private:
     void SaveSuspension();
+    // Writes the snapshot held (and whether it is pending) to the store.
+    void StoreSuspension();
 
     CUsbMediaPlayer* m_pPlayer;
     bool m_isSuspended = false;
     std::optional<SSuspensionData> m_suspensionData;
+    std::optional<CSuspensionStore> m_suspensionStore;  // none: kept in memory only
 };

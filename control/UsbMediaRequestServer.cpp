@@ -64,6 +64,9 @@ const SRegistration kRegistry[] = {
 
 void UsbMediaRequestServer::Init(const std::string& address)
 {
+    // A snapshot left by a run that ended without its pop is taken back
+    // before any client can ask.
+    m_handler.KeepSuspensionIn(StateDirectory());
     const std::string listenAddress = address.empty() ? kDefaultRpcAddress : address;
     m_pServer = std::make_unique<NotifyingTcpServer>(listenAddress, static_cast<uint16_t>(RpcPort()));
     m_handler.Player()->SetTcpServer(m_pServer.get());

@@ -40,7 +40,8 @@ public:
     UsbMediaRequestServer(const UsbMediaRequestServer&) = delete;
     UsbMediaRequestServer& operator=(const UsbMediaRequestServer&) = delete;
 
-    // Creates the TCP server, hands it to the player and registers the methods.
+    // Takes back the suspension snapshot kept in the state folder, creates the
+    // TCP server, hands it to the player and registers the methods.
     void Init(const std::string& address);
 
     // Starts the listener thread (Run); false when it could not be started.

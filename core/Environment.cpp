@@ -39,3 +39,13 @@ int RpcPort()
     const long value = std::strtol(port, &end, 10);
     return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultRpcPort;
 }
+
+std::string StateDirectory()
+{
+    const char* fromSystemd = Variable("STATE_DIRECTORY");
+    if (fromSystemd == nullptr) {
+        return SystemPath(kDefaultStateDirectory);
+    }
+    const std::string list(fromSystemd);
+    return list.substr(0, list.find(':'));
+}

@@ -7,6 +7,8 @@
 //   USBMEDIA_ROOT        prefix put before every built-in absolute path
 //   USBMEDIA_AUDIO_SINK  element description used instead of "alsasink"
 //   USBMEDIA_PORT        TCP port instead of 8885
+//   STATE_DIRECTORY      set by systemd (StateDirectory=): where state that
+//                        must outlive the process is kept
 
 // A built-in absolute path such as "/mnt/usb-stick1", with the prefix.
 std::string SystemPath(const std::string& builtInPath);
@@ -17,7 +19,13 @@ std::string AudioSinkDescription();
 // The JSON-RPC port (8885 by default).
 int RpcPort();
 
+// The folder for state kept across restarts: systemd's $STATE_DIRECTORY
+// (its first entry when it lists several), else
+// "/var/lib/usb-media-service" under the root prefix. Not created here.
+std::string StateDirectory();
+
 // Built-in defaults.
 constexpr const char* kDefaultRpcAddress = "127.0.0.1";
 constexpr int kDefaultRpcPort = 8885;
 constexpr const char* kDefaultAudioSink = "alsasink";
+constexpr const char* kDefaultStateDirectory = "/var/lib/usb-media-service";

@@ -1,12 +1,14 @@
 #pragma once
 
-// Owning handles for C library streams and directory streams, closed on
-// every path.
+// Owning handles for C library streams, directory streams and plain file
+// descriptors, closed on every path.
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -17,3 +19,37 @@ struct DirClose {
     void operator()(DIR* dir) const { closedir(dir); }
 };
 using DirPtr = std::unique_ptr<DIR, DirClose>;
+
+// Owns one file descriptor (-1: none).
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : m_fd(fd) {}
+    ~UniqueFd() { Reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept
+    {
+        if (this != &other) {
+            Reset(std::exchange(other.m_fd, -1));
+        }
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int Get() const { return m_fd; }
+    bool IsValid() const { return m_fd >= 0; }
+    void Reset(int fd = -1)
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+        m_fd = fd;
+    }
+    // Closes now and says whether the close succeeded: after a write, a
+    // failing close can be the first report of lost data.
+    bool Close() { return ::close(std::exchange(m_fd, -1)) == 0; }
+
+private:
+    int m_fd = -1;
+};

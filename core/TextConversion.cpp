@@ -7,19 +7,34 @@
 #include <vector>
 
 namespace {
-// The process's one ISO8859-1 to UTF-8 converter, opened on first use and
-// kept; an open that failed (no descriptor left) is tried again next time.
-// A descriptor carries conversion state, so one conversion at a time.
+// The process's one ISO8859-1 to UTF-8 converter, opened at start
+// (OpenTextConverters) and kept: opening loads iconv's module cache, which
+// needs a descriptor, and a service short of descriptors must still say in
+// its replies what went wrong. An open that failed is tried again at the
+// next conversion. The mutex guards the descriptor's conversion state: one
+// conversion at a time.
 CMutex g_latin1Mutex;
 std::unique_ptr<CIconvHandle> g_latin1Converter GUARDED_BY(g_latin1Mutex);
+
+void OpenLatin1ConverterLocked() REQUIRES(g_latin1Mutex)
+{
+    if (!g_latin1Converter || !g_latin1Converter->IsOpen()) {
+        g_latin1Converter = std::make_unique<CIconvHandle>("UTF-8", "ISO8859-1");
+    }
+}
 }  // namespace
+
+bool OpenTextConverters()
+{
+    const CLockGuard<CMutex> lock(g_latin1Mutex);
+    OpenLatin1ConverterLocked();
+    return g_latin1Converter->IsOpen();
+}
 
 std::string Latin1ToUtf8(const std::string& text)
 {
     const CLockGuard<CMutex> lock(g_latin1Mutex);
-    if (!g_latin1Converter || !g_latin1Converter->IsOpen()) {
-        g_latin1Converter = std::make_unique<CIconvHandle>("UTF-8", "ISO8859-1");
-    }
+    OpenLatin1ConverterLocked();
     const CIconvHandle& converter = *g_latin1Converter;
     if (!converter.IsOpen()) {
         return std::string();

@@ -10,6 +10,7 @@
 #include "core/Logger.h"
 #include "core/StartupTimer.h"
 #include "core/SystemdNotifier.h"
+#include "core/TextConversion.h"
 #include "library/ScanStop.h"
 #include "player/UsbMediaPlayer.h"
 
@@ -59,6 +60,16 @@ void LimitMallocArenas()
 #endif
 }
 
+// Signals whose default action ends the process but that mean nothing to
+// this service: a hang-up from a closed terminal, a stray kill -USR1 or an
+// alarm must not take the player down. Set before any thread exists.
+void IgnoreStraySignals()
+{
+    for (const int sig : {SIGHUP, SIGUSR1, SIGUSR2, SIGALRM}) {
+        std::signal(sig, SIG_IGN);
+    }
+}
+
 void InstallTerminateHandler(int sig, int logLine, const char* failure)
 {
     if (g_unix_signal_add(sig, OnTerminateSignal, GINT_TO_POINTER(sig)) == 0) {
@@ -70,6 +81,7 @@ void InstallTerminateHandler(int sig, int logLine, const char* failure)
 int main(int argc, char** argv)
 {
     LimitMallocArenas();
+    IgnoreStraySignals();
     auto timer = std::make_unique<CStartupTimer>();
     gettimeofday(&timer->start, nullptr);
     std::cout << timer->name << " Started. " << std::endl;
@@ -91,6 +103,11 @@ int main(int argc, char** argv)
     // can connect can also stop the service cleanly.
     InstallTerminateHandler(SIGTERM, LogLine::kSigtermNotHandled, "Error signal SIGTERM will not be handled\n");
     InstallTerminateHandler(SIGINT, LogLine::kSigintNotHandled, "Error signal SIGINT will not be handled\n");
+
+    // While descriptors are plenty: a reply written when they have run out
+    // still carries its message. Failing here is not fatal: conversions
+    // try again and give "" until it opens.
+    OpenTextConverters();
 
     UsbMediaRequestServer server;
     server.Init(address);

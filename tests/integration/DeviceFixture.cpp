@@ -210,10 +210,11 @@ void DeviceTest::TearDown()
 }
 
 void DeviceTest::StartDaemon(const std::vector<std::string>& arguments,
-                             const std::map<std::string, std::string>& environment)
+                             const std::map<std::string, std::string>& environment, int maxDescriptors)
 {
     DaemonProcess::Options options;
     options.arguments = arguments;
+    options.maxDescriptors = maxDescriptors;
     options.environment["USBMEDIA_ROOT"] = m_root.Path();
     // mpg123audiodec and the libav decoder share a rank; pin one so runs are
     // alike (the libav one also trips ThreadSanitizer inside FFmpeg).

@@ -64,9 +64,10 @@ protected:
 
     // Starts the daemon on the fake root (all log levels on unless other
     // arguments are given) and connects.
-    // `environment` adds to (or overrides) the variables every test daemon gets.
+    // `environment` adds to (or overrides) the variables every test daemon gets;
+    // `maxDescriptors` limits its descriptor table (0: no limit of its own).
     void StartDaemon(const std::vector<std::string>& arguments = {"-l", "a"},
-                     const std::map<std::string, std::string>& environment = {});
+                     const std::map<std::string, std::string>& environment = {}, int maxDescriptors = 0);
 
     Json::Value Call(const std::string& method, const Json::Value& params = Json::Value());
     std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value());

@@ -3,6 +3,7 @@
 // path from the stick.
 
 #include "tests/integration/DeviceFixture.h"
+#include "tests/support/ProcessStatus.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,8 @@
 #include <vector>
 
 using device_test::DeviceTest;
+using testing_support::DescriptorList;
+using testing_support::OpenDescriptorsBelow;
 
 namespace {
 const std::string kUnknown = "\xC3\x9Cnknown";  // "Ünknown" in UTF-8
@@ -115,5 +118,53 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
     }
     EXPECT_TRUE(busFailedOften);
     EXPECT_GT(replies.load(), 0);
+    Call("stopPlayingUSB");
+}
+
+// With its descriptor table full the daemon cannot open the song's folder;
+// the reply must still say what went wrong, though converting its message
+// to UTF-8 needs a converter that could not be opened now.
+TEST_F(ErrorReplyTest, FullDescriptorTableStillGivesTheWholeMessage)
+{
+    constexpr long kLimit = 128;
+    device_test::MakeMp3(Stick1() + "/music/song.mp3", 5.0);
+    StartDaemon({"-l", "a"}, {}, static_cast<int>(kLimit));
+    const pid_t pid = m_daemon->Pid();
+    // Two answered requests: the start-up probe's connection is closed by now.
+    ASSERT_TRUE(Call("ping")["result"].asBool());
+    ASSERT_TRUE(Call("ping")["result"].asBool());
+    const long before = OpenDescriptorsBelow(pid, kLimit);
+    ASSERT_GT(before, 0);
+    ASSERT_LT(before, kLimit) << DescriptorList(pid);
+
+    // Each answered ping is one more accepted socket: stop when none is left.
+    std::vector<testing_support::RpcClient> held;
+    for (long open = before; open < kLimit; open = OpenDescriptorsBelow(pid, kLimit)) {
+        ASSERT_LT(held.size(), static_cast<size_t>(kLimit)) << DescriptorList(pid);
+        testing_support::RpcClient client;
+        ASSERT_TRUE(client.Connect(m_daemon->Port()));
+        const Json::Value pong = client.Call("ping");
+        ASSERT_TRUE(pong["result"].asBool()) << "reply: " << pong.toStyledString() << DescriptorList(pid);
+        held.push_back(std::move(client));
+    }
+    ASSERT_EQ(OpenDescriptorsBelow(pid, kLimit), kLimit) << DescriptorList(pid);
+
+    const Json::Value reply = PlayFile(Stick1() + "/music", "song.mp3");
+    Json::Value expected;
+    expected["code"] = -6;
+    expected["message"] = "E: No Songs on USB!";
+    EXPECT_EQ(reply["error"], expected) << "reply: " << reply.toStyledString() << m_daemon->Output();
+    EXPECT_EQ(reply["result"]["success"], false) << "reply: " << reply.toStyledString();
+
+    // The connections gone, the same request plays.
+    held.clear();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (OpenDescriptorsBelow(pid, kLimit) > before && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_LE(OpenDescriptorsBelow(pid, kLimit), before) << DescriptorList(pid);
+    const Json::Value again = PlayFile(Stick1() + "/music", "song.mp3");
+    EXPECT_TRUE(again["result"]["success"].asBool()) << "reply: " << again.toStyledString();
+    EXPECT_TRUE(WaitForState(4));
     Call("stopPlayingUSB");
 }

@@ -161,3 +161,20 @@ TEST(ServiceStartupTest, GstDebugLevelOptionTurnsOnGStreamersDebugOutput)
     EXPECT_TRUE(std::regex_search(daemon.Output(), record)) << daemon.Output();
     EXPECT_EQ(daemon.Stop(SIGTERM, 15000), 0);
 }
+
+TEST(ServiceStartupTest, HangUpUserSignalsAndAlarmAreIgnored)
+{
+    DaemonProcess daemon;
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon.Port()));
+    for (const int sig : {SIGHUP, SIGUSR1, SIGUSR2, SIGALRM}) {
+        ASSERT_EQ(kill(daemon.Pid(), sig), 0);
+        // The answer comes after the signal was delivered: a signal that
+        // ended the process would have left nobody to answer.
+        const Json::Value reply = client.Call("ping");
+        EXPECT_TRUE(reply["result"].asBool()) << "after signal " << sig << ": " << reply.toStyledString()
+                                              << daemon.Output();
+        EXPECT_TRUE(daemon.IsRunning()) << "after signal " << sig;
+    }
+    EXPECT_EQ(daemon.Stop(SIGTERM, 5000), 0) << daemon.Output();
+}

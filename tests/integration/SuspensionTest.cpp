@@ -1,12 +1,17 @@
 // Soft power-off and wake-up around real playback: the snapshot kept, its
-// report, and the states that keep none.
+// report, the states that keep none, and the snapshot kept across a killed
+// daemon.
 
 #include "tests/integration/DeviceFixture.h"
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/stat.h>
+
 using device_test::DeviceTest;
 using device_test::MakeMp3;
+using testing_support::WriteFile;
 
 namespace {
 Json::Value SoftPowerOff(bool on)
@@ -41,6 +46,17 @@ protected:
         Call("setSoftPowerOff", SoftPowerOff(false));
         return Call("popSuspendedTrackInfo")["result"]["suspensionData"];
     }
+
+    // Kills the daemon as a crash or the watchdog would (nothing of it runs
+    // on the way out), then starts a new one on the same root.
+    void KillAndRestart(const std::map<std::string, std::string>& environment = {})
+    {
+        ASSERT_EQ(m_daemon->Stop(SIGKILL, 20000), 128 + SIGKILL);
+        m_client = testing_support::RpcClient();
+        StartDaemon({"-l", "a"}, environment);
+    }
+
+    std::string StateFile() const { return m_root / "var/lib/usb-media-service/suspension.json"; }
 
     // Waits until the progress thread reports at least `seconds`.
     bool WaitForTrackTime(unsigned seconds)
@@ -166,4 +182,81 @@ TEST_F(SuspensionTest, PendingSnapshotIsReplacedByASecondSoftPowerOffWhilePaused
     EXPECT_TRUE(data["isSuspended"].asBool());
     EXPECT_EQ(data["playerState"], 3);
     EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+}
+
+TEST_F(SuspensionTest, SnapshotSurvivesAKilledDaemonAndIsReportedOnceAfterWakeUp)
+{
+    StartPlaying(10.0, "caf\xE9.mp3", "caf\xC3\xA9.mp3");
+    Json::Value mode;
+    mode["mode"] = 1;
+    Call("setRepeatModeUSB", mode);
+    Call("enableShuffleUSB", Flag("enable", true));
+    ASSERT_TRUE(WaitForTrackTime(1));
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    struct stat status {};
+    ASSERT_EQ(stat(StateFile().c_str(), &status), 0) << m_daemon->Output();
+
+    KillAndRestart();
+    // Not pending before the wake-up, as without the restart; asking does
+    // not lose it.
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"], Flag("isSuspended", false));
+    Call("setSoftPowerOff", SoftPowerOff(false));
+    const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString() << m_daemon->Output();
+    EXPECT_EQ(data["fileName"], "caf\xC3\xA9.mp3");
+    EXPECT_EQ(data["filePath"], Stick1() + "/music");
+    EXPECT_GE(data["trackTime"].asUInt(), 1u);
+    EXPECT_LE(data["trackTime"].asUInt(), 10u);
+    EXPECT_TRUE(data["isShuffleOn"].asBool());
+    EXPECT_EQ(data["repeatMode"], 1);
+    EXPECT_EQ(data["playerState"], 4);
+    EXPECT_EQ(data.size(), 7u);
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"], Flag("isSuspended", false));
+
+    // Handed out means gone from the disk too: the next run has none.
+    EXPECT_NE(stat(StateFile().c_str(), &status), 0);
+    KillAndRestart();
+    Call("setSoftPowerOff", SoftPowerOff(false));
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"], Flag("isSuspended", false));
+}
+
+TEST_F(SuspensionTest, PendingSnapshotSurvivesAKilledDaemonInSystemdsStateDirectory)
+{
+    const testing_support::TempDir state;
+    const std::map<std::string, std::string> environment = {{"STATE_DIRECTORY", state.Path()}};
+    MakeMp3(Stick1() + "/music/song.mp3", 10.0);
+    StartDaemon({"-l", "a"}, environment);
+    ASSERT_TRUE(PlayFile(Stick1() + "/music", "song.mp3")["result"]["success"].asBool());
+    ASSERT_TRUE(WaitForState(4));
+    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    Call("setSoftPowerOff", SoftPowerOff(true));
+    Call("setSoftPowerOff", SoftPowerOff(false));  // pending now
+    struct stat status {};
+    ASSERT_EQ(stat((state / "suspension.json").c_str(), &status), 0) << m_daemon->Output();
+    EXPECT_NE(stat(StateFile().c_str(), &status), 0);
+
+    // Still pending after the restart: no second wake-up needed.
+    KillAndRestart(environment);
+    const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString() << m_daemon->Output();
+    EXPECT_EQ(data["fileName"], "song.mp3");
+    EXPECT_EQ(data["playerState"], 3);
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"], Flag("isSuspended", false));
+    EXPECT_NE(stat((state / "suspension.json").c_str(), &status), 0);
+}
+
+TEST_F(SuspensionTest, GarbageStateFileIsIgnoredWithOneLogLine)
+{
+    static const char kTorn[] = "{\"format\":1,\"isPending\":tr\x00\xff garbage";
+    WriteFile(StateFile(), std::string(kTorn, sizeof kTorn - 1));
+    StartDaemon();
+    EXPECT_TRUE(Call("ping")["result"].asBool()) << m_daemon->Output();
+    Call("setSoftPowerOff", SoftPowerOff(false));
+    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"], Flag("isSuspended", false));
+
+    const std::string output = m_daemon->Output();
+    const std::string line = "Suspension snapshot ignored: " + StateFile() + " (not JSON)\n";
+    const size_t first = output.find(line);
+    EXPECT_NE(first, std::string::npos) << output;
+    EXPECT_EQ(output.find("Suspension snapshot", first + 1), std::string::npos) << output;
 }

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -103,6 +104,13 @@ DaemonProcess::DaemonProcess(const Options& options)
         }
         for (const auto& entry : options.environment) {
             setenv(entry.first.c_str(), entry.second.c_str(), 1);
+        }
+        if (options.maxDescriptors > 0) {
+            const rlimit limit{static_cast<rlim_t>(options.maxDescriptors),
+                               static_cast<rlim_t>(options.maxDescriptors)};
+            if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+                _exit(127);
+            }
         }
         std::vector<char*> raw;
         for (std::string& argument : argv) {

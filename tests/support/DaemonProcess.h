@@ -17,6 +17,7 @@ public:
         std::map<std::string, std::string> environment;  // added to the test's own
         int port = 0;                                     // 0: pick a free one
         bool waitUntilServing = true;
+        int maxDescriptors = 0;  // RLIMIT_NOFILE of the daemon; 0: the test's own
     };
 
     explicit DaemonProcess(const Options& options);

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -85,6 +86,15 @@ long OpenDescriptors(pid_t pid)
 {
     long count = 0;
     return ForEachDescriptor(pid, [&count](const char*) { ++count; }) ? count : -1;
+}
+
+long OpenDescriptorsBelow(pid_t pid, long limit)
+{
+    long count = 0;
+    const bool read = ForEachDescriptor(pid, [&count, limit](const char* name) {
+        count += std::strtol(name, nullptr, 10) < limit ? 1 : 0;
+    });
+    return read ? count : -1;
 }
 
 std::string DescriptorList(pid_t pid)

@@ -16,6 +16,10 @@ long StatusKiB(pid_t pid, const std::string& key);
 double CpuSeconds(pid_t pid);
 // How many descriptors the process holds open.
 long OpenDescriptors(pid_t pid);
+// How many of them are numbered below `limit`: a process whose table is
+// limited to `limit` is full when this reaches it (descriptors it inherited
+// above the limit stay open but do not count).
+long OpenDescriptorsBelow(pid_t pid, long limit);
 // Each open descriptor and what it refers to, one "N -> target" a line.
 std::string DescriptorList(pid_t pid);
 

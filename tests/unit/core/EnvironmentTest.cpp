@@ -36,3 +36,19 @@ TEST(EnvironmentTest, SinkAndPortOverrides)
     unsetenv("USBMEDIA_AUDIO_SINK");
     unsetenv("USBMEDIA_PORT");
 }
+
+TEST(EnvironmentTest, StateDirectoryFromSystemdOrUnderTheRoot)
+{
+    unsetenv("STATE_DIRECTORY");
+    unsetenv("USBMEDIA_ROOT");
+    EXPECT_EQ(StateDirectory(), "/var/lib/usb-media-service");
+    setenv("USBMEDIA_ROOT", "/tmp/demo", 1);
+    EXPECT_EQ(StateDirectory(), "/tmp/demo/var/lib/usb-media-service");
+    // systemd's own choice wins; of several folders the first is ours.
+    setenv("STATE_DIRECTORY", "/var/lib/usb-media-service", 1);
+    EXPECT_EQ(StateDirectory(), "/var/lib/usb-media-service");
+    setenv("STATE_DIRECTORY", "/var/lib/a:/var/lib/b", 1);
+    EXPECT_EQ(StateDirectory(), "/var/lib/a");
+    unsetenv("STATE_DIRECTORY");
+    unsetenv("USBMEDIA_ROOT");
+}

@@ -75,42 +75,89 @@ TEST(Utf8ToLatin1BytesTest, TextEndsAtTheFirstDecodedNul)
 
 // iconv loads its converters from files; with no file descriptor left it
 // cannot open one, as on a device that ran out of descriptors. A converter
-// once loaded stays loaded for the life of the process, so the check runs in
-// a fresh copy of this program that never converted anything before.
-TEST(Latin1ToUtf8BytesTest, GivesEmptyWhenIconvCannotOpen)
+// once loaded stays loaded for the life of the process, so each check runs
+// in a fresh copy of this program that never converted anything before.
+namespace {
+// Runs the test `name` again in a fresh copy of this program, with the mark
+// set, and expects it to pass there.
+void ExpectPassesInFreshCopy(const std::string& name)
 {
-    if (std::getenv(kNoDescriptorsMark) != nullptr) {
-        // Only the soft limit drops, so it can be given back before the
-        // results are checked (the test framework and the sanitizers need
-        // descriptors of their own).
-        rlimit saved{};
-        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-        const rlimit none{0, saved.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        const bool iconvOpened = iconv_open("UTF-8", "ISO8859-1") != reinterpret_cast<iconv_t>(-1);
-        const std::string accented = Latin1ToUtf8("Caf\xE9");
-        const std::string plain = Latin1ToUtf8("plain");
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
-        ASSERT_FALSE(iconvOpened) << "iconv opened without descriptors";
-        EXPECT_EQ(accented, "");
-        EXPECT_EQ(plain, "");
-        return;
-    }
     if (std::getenv("USBMEDIA_GUEST_ENV") != nullptr) {
         // Set by the emulator wrapper of the cross build: there /proc/self/exe
-        // names the emulator, not this test, so the re-run below cannot start.
+        // names the emulator, not this test, so the re-run cannot start.
         GTEST_SKIP() << "re-running the test binary is not possible under qemu-user";
     }
+    const std::string filter = "--gtest_filter=" + name;
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
         setenv(kNoDescriptorsMark, "1", 1);
-        execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=Latin1ToUtf8BytesTest.GivesEmptyWhenIconvCannotOpen",
-              static_cast<char*>(nullptr));
+        execl("/proc/self/exe", "/proc/self/exe", filter.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0) << "the check without descriptors failed (see its output above)";
+}
+
+// Only the soft limit drops, so it can be given back before the results
+// are checked (the test framework and the sanitizers need descriptors of
+// their own).
+class CNoDescriptors {
+public:
+    CNoDescriptors()
+    {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &m_saved), 0);
+        const rlimit none{0, m_saved.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~CNoDescriptors() { Restore(); }
+    CNoDescriptors(const CNoDescriptors&) = delete;
+    CNoDescriptors& operator=(const CNoDescriptors&) = delete;
+    void Restore()
+    {
+        if (!m_restored) {
+            EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &m_saved), 0);
+            m_restored = true;
+        }
+    }
+
+private:
+    rlimit m_saved{};
+    bool m_restored = false;
+};
+}  // namespace
+
+TEST(Latin1ToUtf8BytesTest, GivesEmptyWhenIconvCannotOpen)
+{
+    if (std::getenv(kNoDescriptorsMark) == nullptr) {
+        ExpectPassesInFreshCopy("Latin1ToUtf8BytesTest.GivesEmptyWhenIconvCannotOpen");
+        return;
+    }
+    CNoDescriptors noDescriptors;
+    const bool iconvOpened = iconv_open("UTF-8", "ISO8859-1") != reinterpret_cast<iconv_t>(-1);
+    const bool openedAtStart = OpenTextConverters();
+    const std::string accented = Latin1ToUtf8("Caf\xE9");
+    const std::string plain = Latin1ToUtf8("plain");
+    noDescriptors.Restore();
+    ASSERT_FALSE(iconvOpened) << "iconv opened without descriptors";
+    EXPECT_FALSE(openedAtStart);
+    EXPECT_EQ(accented, "");
+    EXPECT_EQ(plain, "");
+}
+
+TEST(Latin1ToUtf8BytesTest, ConverterOpenedAtStartServesWithoutDescriptors)
+{
+    if (std::getenv(kNoDescriptorsMark) == nullptr) {
+        ExpectPassesInFreshCopy("Latin1ToUtf8BytesTest.ConverterOpenedAtStartServesWithoutDescriptors");
+        return;
+    }
+    ASSERT_TRUE(OpenTextConverters());
+    CNoDescriptors noDescriptors;
+    const std::string accented = Latin1ToUtf8("E: Caf\xE9 not found");
+    const bool openedAgain = OpenTextConverters();
+    noDescriptors.Restore();
+    EXPECT_EQ(accented, "E: Caf\xC3\xA9 not found");
+    EXPECT_TRUE(openedAgain);  // kept, not opened again
 }
