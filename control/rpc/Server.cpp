@@ -94,9 +94,9 @@ Json::Value Server::ProcessRequest(const Json::Value& request)
     try {
         found->second->Call(request, response);
     } catch (const Json::Exception&) {
-        // A method that reads its parameters with the library's throwing
-        // accessors (the service's own methods read leniently and never do).
-        return ErrorReply(INVALID_PARAMS, "Invalid params", RequestId(request));
+        // Methods read their parameters leniently, so a throwing accessor
+        // is the method's own fault, not the client's: no "Invalid params".
+        return ErrorReply(INTERNAL_ERROR, "Internal error", RequestId(request));
     }
     return response;
 }

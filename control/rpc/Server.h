@@ -16,7 +16,7 @@ enum ErrorCode {
     PARSE_ERROR = -32700,
     INVALID_REQUEST = -32600,
     METHOD_NOT_FOUND = -32601,
-    INVALID_PARAMS = -32602,
+    INTERNAL_ERROR = -32603,
 };
 
 // The method table and the dispatch of one JSON text to it.

@@ -129,12 +129,14 @@ TEST_F(ServerTest, BatchOfOnlyNullRepliesWritesNothing)
     EXPECT_EQ(server.Process(R"([{"jsonrpc":"2.0","method":"notify"}])"), "");
 }
 
-TEST_F(ServerTest, ParameterOfUnreadableTypeIsInvalidParams)
+// A method that throws from the library's strict accessors is a fault of the
+// method: answered "Internal error", never "Invalid params".
+TEST_F(ServerTest, MethodThrowingFromStrictAccessorIsInternalError)
 {
     EXPECT_EQ(server.Process(R"({"jsonrpc":"2.0","method":"readsInt","id":1,"params":{"n":"x"}})"),
-              "{\"error\":{\"code\":-32602,\"message\":\"Invalid params\"},\"id\":1,\"jsonrpc\":\"2.0\"}\n");
+              "{\"error\":{\"code\":-32603,\"message\":\"Internal error\"},\"id\":1,\"jsonrpc\":\"2.0\"}\n");
     EXPECT_EQ(server.Process(R"({"jsonrpc":"2.0","method":"readsInt","id":2,"params":[1]})"),
-              "{\"error\":{\"code\":-32602,\"message\":\"Invalid params\"},\"id\":2,\"jsonrpc\":\"2.0\"}\n");
+              "{\"error\":{\"code\":-32603,\"message\":\"Internal error\"},\"id\":2,\"jsonrpc\":\"2.0\"}\n");
     EXPECT_EQ(server.Process(R"({"jsonrpc":"2.0","method":"readsInt","id":3})"),
               "{\"id\":3,\"jsonrpc\":\"2.0\",\"result\":0}\n");
 }
