@@ -25,6 +25,7 @@
 
 using cli_test::CliProcess;
 using testing_support::DaemonProcess;
+using testing_support::HeldPort;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
 using testing_support::TempDir;
@@ -399,7 +400,8 @@ TEST_F(CliTest, CallWhoseReplyCarriesAnErrorFails)
 
 TEST_F(CliTest, NoServiceIsAConnectionError)
 {
-    const int port = DaemonProcess::FreePort();
+    const HeldPort nothingListens;  // no other test's daemon can get it meanwhile
+    const int port = nothingListens.Port();
     const CliProcess::Result result = Cli({"--port", std::to_string(port), "status"});
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(Contains(result.err, "cannot connect to 127.0.0.1:" + std::to_string(port))) << result.err;
@@ -409,7 +411,8 @@ TEST_F(CliTest, NoServiceIsAConnectionError)
 TEST_F(CliTest, PortOptionOverridesTheEnvironment)
 {
     CliProcess::Options options = CliOptions({"--port", std::to_string(Daemon().Port()), "call", "ping", "--json"});
-    options.environment["USBMEDIA_PORT"] = std::to_string(DaemonProcess::FreePort());
+    const HeldPort nothingListens;
+    options.environment["USBMEDIA_PORT"] = std::to_string(nothingListens.Port());
     const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}\n");
