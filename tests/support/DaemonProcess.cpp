@@ -202,7 +202,13 @@ bool DaemonProcess::WaitUntilServing(bool handedOver, int timeoutMs)
     }
     // A handed-over socket accepts connections before the daemon serves
     // (the kernel queues them): only an answer says it does.
-    return !handedOver || probe.Call("ping", Json::Value(), timeoutMs)["result"].asBool();
+    if (handedOver && !probe.Call("ping", Json::Value(), timeoutMs)["result"].asBool()) {
+        return false;
+    }
+    // Leave only once the daemon has closed the probe's connection, so that
+    // a test counting the daemon's descriptors starts from its idle count.
+    shutdown(probe.Fd(), SHUT_WR);
+    return probe.WaitClosed(timeoutMs);
 }
 
 DaemonProcess::~DaemonProcess()
