@@ -175,7 +175,7 @@ protected:
         ExpectNormalReply(badReply, what);
         const Json::Value goodReply = CallAfterReset(method, good);
         if (std::string(method.name) != "usbConnectionEvent") {
-            EXPECT_TRUE(badReply.isMember("result")) << what;
+            EXPECT_TRUE(badReply.isMember("result")) << what << ": " << badReply.toStyledString();
         }
         Json::Value badCompared = WithoutId(badReply);
         Json::Value goodCompared = WithoutId(goodReply);
@@ -205,17 +205,32 @@ TEST_F(ParameterReadingTest, ConvertedValuesReachThePlayer)
 {
     Json::Value params;
     params["mode"] = true;
-    EXPECT_EQ(Call("setRepeatModeUSB", params)["result"]["mode"], 1);
+    {
+        const Json::Value reply = Call("setRepeatModeUSB", params);
+        EXPECT_EQ(reply["result"]["mode"], 1) << reply.toStyledString();
+    }
     params["mode"] = 4294967296.0;
-    EXPECT_EQ(Call("setRepeatModeUSB", params)["result"]["mode"], 0);
+    {
+        const Json::Value reply = Call("setRepeatModeUSB", params);
+        EXPECT_EQ(reply["result"]["mode"], 0) << reply.toStyledString();
+    }
     params["mode"] = 2.9;
-    EXPECT_EQ(Call("setRepeatModeUSB", params)["result"]["mode"], 2);
+    {
+        const Json::Value reply = Call("setRepeatModeUSB", params);
+        EXPECT_EQ(reply["result"]["mode"], 2) << reply.toStyledString();
+    }
 
     Json::Value shuffle;
     shuffle["enable"] = 7;
-    EXPECT_EQ(Call("enableShuffleUSB", shuffle)["result"]["enabled"], true);
+    {
+        const Json::Value reply = Call("enableShuffleUSB", shuffle);
+        EXPECT_EQ(reply["result"]["enabled"], true) << reply.toStyledString();
+    }
     shuffle["enable"] = "true";
-    EXPECT_EQ(Call("enableShuffleUSB", shuffle)["result"]["enabled"], false);
+    {
+        const Json::Value reply = Call("enableShuffleUSB", shuffle);
+        EXPECT_EQ(reply["result"]["enabled"], false) << reply.toStyledString();
+    }
 }
 
 TEST_F(ParameterReadingTest, ParamsThatAreNoObjectReadAsMissing)
@@ -225,13 +240,13 @@ TEST_F(ParameterReadingTest, ParamsThatAreNoObjectReadAsMissing)
         const std::string what = params.toStyledString();
         const Json::Value mode = Call("setRepeatModeUSB", params);
         ExpectNormalReply(mode, what);
-        EXPECT_EQ(mode["result"]["mode"], 0) << what;
+        EXPECT_EQ(mode["result"]["mode"], 0) << what << ": " << mode.toStyledString();
         const Json::Value list = Call("getFileListByGroupID", params);
         ExpectNormalReply(list, what);
-        EXPECT_EQ(list["result"]["currIndex"].asUInt(), 0u) << what;
+        EXPECT_EQ(list["result"]["currIndex"].asUInt(), 0u) << what << ": " << list.toStyledString();
         const Json::Value play = Call("playFileUSB", params);
         ExpectNormalReply(play, what);
-        EXPECT_EQ(play["result"]["success"], false) << what;
+        EXPECT_EQ(play["result"]["success"], false) << what << ": " << play.toStyledString();
     }
 }
 
@@ -255,7 +270,7 @@ TEST_F(ParameterReadingTest, IllTypedFileMembersReadLeniently)
     params["file"]["isFolder"] = "yes";
     const Json::Value nothing = Call("playFileUSB", params);
     ExpectNormalReply(nothing, "all ill-typed");
-    EXPECT_EQ(nothing["result"]["success"], false);
+    EXPECT_EQ(nothing["result"]["success"], false) << nothing.toStyledString();
 
     // "isFolder" as a text reads as false: the file itself is played.
     params["file"]["name"] = "a.mp3";
