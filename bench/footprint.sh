@@ -43,10 +43,13 @@ done
 # Resident memory of an idle daemon: serving, no stick, nothing playing.
 idle_rss_kb() {  # [EMULATOR...] DAEMON
   local port
-  port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
   mkdir -p "$work/root"
-  USBMEDIA_ROOT=$work/root USBMEDIA_PORT=$port USBMEDIA_AUDIO_SINK="fakesink sync=true" "$@" >/dev/null 2>&1 &
+  rm -f "$work/port"
+  USBMEDIA_ROOT=$work/root USBMEDIA_AUDIO_SINK="fakesink sync=true" \
+    python3 scripts/with-listener.py "$work/port" "$@" >/dev/null 2>&1 &
   pid=$!
+  until [ -s "$work/port" ]; do sleep 0.05; done
+  port=$(cat "$work/port")
   for _ in $(seq 300); do
     python3 -c "import socket, sys; socket.create_connection(('127.0.0.1', $port), 0.2)" 2>/dev/null && break
     sleep 0.1
@@ -101,11 +104,13 @@ reference_insns() {  # DIRECTORY [ENVIRONMENT...]
 ref_default=$(reference_insns "$work/ref-default")
 ref_mpg123=$(reference_insns "$work/ref-mpg123" GST_PLUGIN_FEATURE_RANK=mpg123audiodec:MAX)
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 mkdir -p "$work/daemon"
-USBMEDIA_ROOT=$work/root USBMEDIA_PORT=$port USBMEDIA_AUDIO_SINK="fakesink sync=true" \
-  QEMU_PLUGIN="file=$plugin,dir=$work/daemon" "${emulator[@]}" "$armhf/usb-media-service" >/dev/null 2>&1 &
+rm -f "$work/port"
+USBMEDIA_ROOT=$work/root USBMEDIA_AUDIO_SINK="fakesink sync=true" QEMU_PLUGIN="file=$plugin,dir=$work/daemon" \
+  python3 scripts/with-listener.py "$work/port" "${emulator[@]}" "$armhf/usb-media-service" >/dev/null 2>&1 &
 pid=$!
+until [ -s "$work/port" ]; do sleep 0.05; done
+port=$(cat "$work/port")
 ctl() { USBMEDIA_PORT=$port "$native/usb-media-ctl" "$@"; }
 for _ in $(seq 300); do ctl status >/dev/null 2>&1 && break; sleep 0.1; done
 ctl watch --json > "$work/watch.log" 2>&1 &

@@ -57,13 +57,18 @@ DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recomme
 dpkg-query -W -f='${Status} ${Version}\n' usb-media-service
 
 echo "=== package: the installed service answers"
-port=$(/usr/bin/python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 root=$staged/root
 mkdir -p "$root/mnt/usb-stick1" "$root/home/root"
-USBMEDIA_PORT=$port USBMEDIA_ROOT=$root USBMEDIA_AUDIO_SINK="fakesink sync=true" \
-  /usr/bin/usb-media-service >"$staged/service.log" 2>&1 &
+# On a socket made for it, as systemd's socket activation would hand it over.
+USBMEDIA_ROOT=$root USBMEDIA_AUDIO_SINK="fakesink sync=true" \
+  /usr/bin/python3 scripts/with-listener.py "$staged/port" /usr/bin/usb-media-service >"$staged/service.log" 2>&1 &
 daemon_pid=$!
-# Retries while the service binds; each try is one connection attempt.
+until [ -s "$staged/port" ]; do
+  kill -0 "$daemon_pid" 2>/dev/null || { cat "$staged/service.log"; fail "the installed service exited"; }
+  sleep 0.05
+done
+port=$(cat "$staged/port")
+# Retries until the service answers; each try is one connection attempt.
 reply=""
 for _ in $(seq 1 300); do
   if reply=$(/usr/bin/usb-media-ctl --port "$port" --json call ping 2>/dev/null); then break; fi

@@ -37,10 +37,13 @@ def tables(doc):
         params = ", ".join("`%s` (%s)" % (p["name"], p["summary"]) for p in m["params"])
         out.append("| `%s` | %s | %s |" % (m["name"], cell(params), cell(m["summary"])))
     out += ["", "### Error codes", "", "| code | message |", "|---|---|"]
-    for error in doc["components"]["errors"].values():
+    # OpenRPC allows no extension inside an error object: the notes sit at
+    # the document's root, keyed by the error's name.
+    notes = doc.get("x-error-notes", {})
+    for name, error in doc["components"]["errors"].items():
         message = " / ".join('"%s"' % part for part in error["message"].split(" / "))
-        if "x-note" in error:
-            message += ": " + error["x-note"]
+        if name in notes:
+            message += ": " + notes[name]
         out.append("| %d | %s |" % (error["code"], cell(message)))
     return "\n".join(out) + "\n"
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs every Debian package the service, its tests and its benchmarks need.
+# Installs every Debian package the service, its tests and its benchmarks need,
+# then the npm packages of the protocol checks (tests/protocol/package-lock.json)
+# into ~/.cache/usb-media-service/openrpc-tools.
 # Idempotent: packages already present are skipped; apt-get update runs once,
-# and only when something is missing.
+# and only when something is missing; npm runs only when the lock changed.
 set -euo pipefail
 
 PACKAGES=(
@@ -23,13 +25,36 @@ for pkg in "${PACKAGES[@]}"; do
   fi
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
-  echo "setup: all ${#PACKAGES[@]} packages present"
-  exit 0
+# node and npm may come from Debian (nodejs, npm) or from elsewhere (NodeSource's
+# nodejs bundles npm and conflicts with Debian's npm package): ask for the
+# commands, not the packages.
+if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+  missing+=(nodejs npm)
 fi
 
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-echo "setup: installing ${missing[*]}"
-$SUDO apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#PACKAGES[@]} packages present"
+else
+  SUDO=""
+  if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+  echo "setup: installing ${missing[*]}"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The OpenRPC validator for protocol_openrpc_valid, at the versions the lock
+# pins. Kept out of the tree so that a build directory or a fresh clone
+# needs nothing but this cache; reinstalled only when the lock differs.
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+tools=${USBMEDIA_OPENRPC_TOOLS:-${XDG_CACHE_HOME:-$HOME/.cache}/usb-media-service/openrpc-tools}
+if [ -d "$tools/node_modules" ] && cmp -s "$here/tests/protocol/package-lock.json" "$tools/package-lock.json"; then
+  echo "setup: OpenRPC validator present in $tools"
+else
+  echo "setup: installing the OpenRPC validator into $tools"
+  rm -rf "$tools.new"
+  mkdir -p "$tools.new"
+  cp "$here/tests/protocol/package.json" "$here/tests/protocol/package-lock.json" "$tools.new/"
+  (cd "$tools.new" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
+  rm -rf "$tools"
+  mv "$tools.new" "$tools"
+fi

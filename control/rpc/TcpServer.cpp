@@ -1,5 +1,6 @@
 #include "control/rpc/TcpServer.h"
 
+#include "control/rpc/InheritedListener.h"
 #include "control/rpc/JsonText.h"
 
 #include <arpa/inet.h>
@@ -44,6 +45,15 @@ TcpServer::~TcpServer()
 
 bool TcpServer::Bind()
 {
+    // Started with a socket already listening: serve on it, on the port its
+    // maker chose, and bind nothing.
+    SInheritedListener inherited = TakeInheritedListener();
+    if (inherited.socket.IsValid()) {
+        m_listener = std::move(inherited.socket);
+        m_address = std::move(inherited.address);
+        m_port = inherited.port;
+        return true;
+    }
     struct sockaddr_in address {};
     address.sin_family = AF_INET;
     address.sin_port = htons(m_port);
@@ -60,6 +70,11 @@ bool TcpServer::Bind()
         return false;
     }
     m_listener = std::move(socketFd);
+    // Port 0 leaves the choice to the kernel: keep the port it chose.
+    socklen_t length = sizeof address;
+    if (getsockname(m_listener.Get(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+        m_port = ntohs(address.sin_port);
+    }
     return true;
 }
 

@@ -29,6 +29,9 @@ namespace Rpc {
 // client's next request waits while its output is full, and one that lets
 // notifications pile up past the hard limit is disconnected.
 //
+// Bind takes over a listening socket handed to the process at start
+// (InheritedListener.h) instead of binding one, when there is one.
+//
 // Threads: Bind, Listen, WaitMessage and Close belong to the serving thread.
 // GetClients and Send may be called from any thread.
 class TcpServer : public Server {
@@ -114,7 +117,9 @@ private:
     Client* FindClientOnServingThread(int fd);
     bool OnServingThread() const { return std::this_thread::get_id() == m_servingThread; }
 
-    const std::string m_address;
+    // Asked for at construction; once bound, where the socket really listens
+    // (an inherited socket chose its own). Serving thread only after Bind.
+    std::string m_address;
     uint16_t m_port;
     FileDescriptor m_listener;
     FileDescriptor m_wakeEvent;

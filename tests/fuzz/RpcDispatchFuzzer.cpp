@@ -116,28 +116,14 @@ void MakeTemporaryStick()
     }
 }
 
-// A free loopback port: bound once by the kernel's choice, then released.
-uint16_t FreeLoopbackPort()
-{
-    const Json::Rpc::FileDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (!probe.IsValid() || bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        getsockname(probe.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        std::perror("free port");
-        std::abort();
-    }
-    return ntohs(address.sin_port);
-}
-
 // The player notifies through a real TCP server with one connected client
 // that reads everything, as in the daemon: with no client it would stop
 // playback at the first notification.
 class NotificationSink {
 public:
-    NotificationSink() : m_tcp("127.0.0.1", FreeLoopbackPort())
+    // Port 0: the kernel picks one while binding, so no other process can
+    // take it in between.
+    NotificationSink() : m_tcp("127.0.0.1", 0)
     {
         if (!m_tcp.Bind() || !m_tcp.Listen()) {
             std::fprintf(stderr, "notification server failed\n");

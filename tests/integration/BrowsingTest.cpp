@@ -46,11 +46,14 @@ TEST_F(BrowsingTest, PageInsideTheList)
 {
     MakePagingTree();
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const Json::Value reply = ListPath(Stick() + "/Many", 10, 20);
-    EXPECT_FALSE(reply.isMember("error"));
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 20u);
-    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25);
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 20u) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), Numbered("t", 20, 24));
 }
 
@@ -58,30 +61,36 @@ TEST_F(BrowsingTest, StartIndexIsTakenModuloTheListSize)
 {
     MakePagingTree();
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value reply = ListPath(Stick() + "/Many", 10, 47);
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 22u);
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 22u) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), Numbered("t", 22, 24));
 
     reply = ListPath(Stick() + "/Many", 10, -1);
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 24u);
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 24u) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), Numbered("t", 24, 24));
-    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25);
+    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25) << reply.toStyledString();
 }
 
 TEST_F(BrowsingTest, AListThatFitsIsSentWholeFromTheStart)
 {
     MakePagingTree();
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     for (const int start : {0, 3, 7, -2}) {
         const Json::Value reply = ListPath(Stick() + "/Five", 10, start);
-        EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 0u) << start;
+        EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 0u) << start << ": " << reply.toStyledString();
         EXPECT_EQ(PageNames(reply), Numbered("f", 0, 4)) << start;
-        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 5);
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 5) << reply.toStyledString();
     }
     const Json::Value exact = ListPath(Stick() + "/Five", 5, 3);
-    EXPECT_EQ(exact["result"]["currIndex"].asUInt(), 0u);
+    EXPECT_EQ(exact["result"]["currIndex"].asUInt(), 0u) << exact.toStyledString();
     EXPECT_EQ(PageNames(exact).size(), 5u);
 }
 
@@ -89,20 +98,23 @@ TEST_F(BrowsingTest, ZeroItemCountSendsAnEmptyPage)
 {
     MakePagingTree();
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value reply = ListPath(Stick() + "/Many", 0, 28);
-    EXPECT_FALSE(reply.isMember("error"));
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 3u);
-    EXPECT_TRUE(reply["result"]["filelist"].isNull());
-    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25);
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 3u) << reply.toStyledString();
+    EXPECT_TRUE(reply["result"]["filelist"].isNull()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25) << reply.toStyledString();
 
     // The same page by group is an empty array.
     const uint32_t many = FileId(Stick(), "Many");
     reply = ListGroup(many, 0, 28);
-    EXPECT_FALSE(reply.isMember("error"));
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 3u);
-    EXPECT_TRUE(reply["result"]["filelist"].isArray());
-    EXPECT_EQ(reply["result"]["filelist"].size(), 0u);
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 3u) << reply.toStyledString();
+    EXPECT_TRUE(reply["result"]["filelist"].isArray()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"].size(), 0u) << reply.toStyledString();
 }
 
 TEST_F(BrowsingTest, ExactReplyOfAFolder)
@@ -110,7 +122,10 @@ TEST_F(BrowsingTest, ExactReplyOfAFolder)
     Touch("Album/b.wav");
     Touch("Album/Disc/a.mp3");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value params(Json::objectValue);
     params["path"] = Stick() + "/Album";
     params["itemCount"] = 10;
@@ -130,7 +145,10 @@ TEST_F(BrowsingTest, EmptyFolderCarriesErrorBesideResult)
     Touch("Songs/a.mp3");
     MakeDirs(Stick() + "/Empty");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value params(Json::objectValue);
     params["path"] = Stick() + "/Empty";
     params["itemCount"] = 10;
@@ -157,27 +175,33 @@ TEST_F(BrowsingTest, MissingParamsReadAsEmptyPathAndGroupZero)
     Touch("a.mp3");
     StartDaemon();
     Json::Value reply = Call("getFileListUSB");
-    EXPECT_EQ(reply["error"]["code"].asInt(), -10);
-    EXPECT_TRUE(reply["result"]["filelist"].isNull());
+    EXPECT_EQ(reply["error"]["code"].asInt(), -10) << reply.toStyledString();
+    EXPECT_TRUE(reply["result"]["filelist"].isNull()) << reply.toStyledString();
 
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     reply = Call("getFileListByGroupID");
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     // itemCount 0 is less than the 1 record: no entries, currIndex 0.
-    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 1);
-    EXPECT_EQ(reply["result"]["filelist"].size(), 0u);
+    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 1) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"].size(), 0u) << reply.toStyledString();
 }
 
 TEST_F(BrowsingTest, PathThatDoesNotExistIsAnEmptyList)
 {
     Touch("a.mp3");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const Json::Value reply = ListPath(Stick() + "/nowhere", 10, 0);
-    EXPECT_EQ(reply["error"]["code"].asInt(), -10);
-    EXPECT_EQ(reply["error"]["message"].asString(), "E: No Items In This Group!");
-    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0);
-    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 0u);
+    EXPECT_EQ(reply["error"]["code"].asInt(), -10) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["message"].asString(), "E: No Items In This Group!") << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 0u) << reply.toStyledString();
 }
 
 TEST_F(BrowsingTest, RootListingSkipsHiddenLinksAndNonAudio)
@@ -187,20 +211,26 @@ TEST_F(BrowsingTest, RootListingSkipsHiddenLinksAndNonAudio)
     ASSERT_EQ(symlink((Stick() + "/Real/r.wav").c_str(), (Stick() + "/link.mp3").c_str()), 0);
     ASSERT_EQ(symlink((Stick() + "/Real").c_str(), (Stick() + "/LinkedFolder").c_str()), 0);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const Json::Value reply = ListGroup(0, 100, 0);
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), (std::vector<std::string>{"Real", "B.Wav", "C.WMA", "a.MP3", "x.mp3"}));
-    EXPECT_TRUE(reply["result"]["filelist"][0]["isFolder"].asBool());
-    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick(), "Real"));
-    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick());
+    EXPECT_TRUE(reply["result"]["filelist"][0]["isFolder"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick(), "Real")) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick()) << reply.toStyledString();
 }
 
 TEST_F(BrowsingTest, Latin1NamesTravelAsUtf8AndUtf8PathsFindLatin1Folders)
 {
     Touch("\xc9t\xe9/Caf\xe9.mp3");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
 
     Json::Value reply = ListGroup(0, 10, 0);
     ASSERT_EQ(PageNames(reply), (std::vector<std::string>{"\xc3\x89t\xc3\xa9"}));
@@ -208,10 +238,10 @@ TEST_F(BrowsingTest, Latin1NamesTravelAsUtf8AndUtf8PathsFindLatin1Folders)
     EXPECT_EQ(groupId, FileId(Stick(), "\xc9t\xe9"));
 
     reply = ListPath(Stick() + "/\xc3\x89t\xc3\xa9", 10, 0);
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     ASSERT_EQ(PageNames(reply), (std::vector<std::string>{"Caf\xc3\xa9.mp3"}));
-    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick() + "/\xc3\x89t\xc3\xa9");
-    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick() + "/\xc9t\xe9", "Caf\xe9.mp3"));
+    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick() + "/\xc3\x89t\xc3\xa9") << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick() + "/\xc9t\xe9", "Caf\xe9.mp3")) << reply.toStyledString();
 
     reply = ListGroup(groupId, 10, 0);
     EXPECT_EQ(PageNames(reply), (std::vector<std::string>{"Caf\xc3\xa9.mp3"}));
@@ -221,7 +251,10 @@ TEST_F(BrowsingTest, GroupIdsListTheirFolder)
 {
     TouchAll({"Rock/a.mp3", "Rock/Live/b.mp3", "Jazz/c.mp3", "top.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
     EXPECT_EQ(PageNames(ListGroup(FileId(Stick(), "Rock"), 10, 0)), (std::vector<std::string>{"Live", "a.mp3"}));
     EXPECT_EQ(PageNames(ListGroup(FileId(Stick() + "/Rock", "Live"), 10, 0)), (std::vector<std::string>{"b.mp3"}));
@@ -231,10 +264,13 @@ TEST_F(BrowsingTest, FileOrUnknownGroupIdFallsBackToRoot)
 {
     TouchAll({"Rock/a.mp3", "top.mp3"});
     StartDaemon({"-l", "w"});
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::vector<std::string> root{"Rock", "top.mp3"};
     Json::Value reply = ListGroup(FileId(Stick(), "top.mp3"), 10, 0);
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), root);
     EXPECT_EQ(PageNames(ListGroup(12345, 10, 0)), root);
     // A folder of the other stick is unknown to this index.
@@ -247,16 +283,22 @@ TEST_F(BrowsingTest, GroupIdMadeStaleByANewIndexFallsBackToRoot)
 {
     TouchAll({"Rock/a.mp3", "Other/Sub/s.mp3", "Other/o.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const uint32_t rock = FileId(Stick(), "Rock");
     EXPECT_EQ(PageNames(ListGroup(rock, 10, 0)), (std::vector<std::string>{"a.mp3"}));
 
     // Index a folder of the stick: Rock's id is gone, so it falls back to
     // group 0, which stays the stick's mount point (no records of its own in
     // this index); the new index's folders have their own ids.
-    ASSERT_TRUE(Index(Stick() + "/Other")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick() + "/Other");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value reply = ListGroup(rock, 10, 0);
-    EXPECT_EQ(reply["error"]["code"].asInt(), -10);
+    EXPECT_EQ(reply["error"]["code"].asInt(), -10) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), (std::vector<std::string>{}));
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{}));
     EXPECT_EQ(PageNames(ListGroup(FileId(Stick() + "/Other", "Sub"), 10, 0)), (std::vector<std::string>{"s.mp3"}));
@@ -266,13 +308,19 @@ TEST_F(BrowsingTest, ListsComeFromTheIndexUntilItIsRebuilt)
 {
     TouchAll({"Rock/a.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     Touch("Rock/b.mp3");
     // Asked twice: the cached folder, the disk is not read again.
     EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     EXPECT_EQ(PageNames(ListGroup(FileId(Stick(), "Rock"), 10, 0)), (std::vector<std::string>{"a.mp3"}));
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3", "b.mp3"}));
 }
 
@@ -284,14 +332,20 @@ TEST_F(BrowsingTest, IdIsEchoedAsSent)
                                  R"("params":{"groupID":0,"itemCount":1}})"));
     std::string line;
     ASSERT_TRUE(m_client.ReadLine(line, 30000));
-    EXPECT_EQ(ParseLine(line)["id"].asString(), "x-1");
+    {
+        const Json::Value reply = ParseLine(line);
+        EXPECT_EQ(reply["id"].asString(), "x-1") << reply.toStyledString();
+    }
 }
 
 TEST_F(BrowsingTest, GetFileListUsbLogsItsRequest)
 {
     MakePagingTree();
     StartDaemon({"-l", "i"});
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ListPath(Stick() + "/Many", 10, 0);
     const std::string stars(96, '*');
     EXPECT_TRUE(m_daemon->WaitForOutput("Max number of files to send: 10\n", 10000));

@@ -44,9 +44,9 @@ const Json::Value* FirstNamed(const std::vector<Json::Value>& notifications, con
 // it is loaded, and no artist or album.
 void ExpectNoTagTexts(const Json::Value& info)
 {
-    EXPECT_EQ(info["trackTitle"].asString(), info["fileName"].asString());
-    EXPECT_EQ(info["trackArtist"].asString(), "");
-    EXPECT_EQ(info["trackAlbum"].asString(), "");
+    EXPECT_EQ(info["trackTitle"].asString(), info["fileName"].asString()) << info.toStyledString();
+    EXPECT_EQ(info["trackArtist"].asString(), "") << info.toStyledString();
+    EXPECT_EQ(info["trackAlbum"].asString(), "") << info.toStyledString();
 }
 
 bool Exists(const std::string& path)
@@ -60,7 +60,10 @@ protected:
     std::vector<Json::Value> PlayToEnd(const std::string& folder, const std::string& name)
     {
         StartDaemon();
-        EXPECT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+        {
+            const Json::Value reply = PlayFile(folder, name);
+            EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         return NotificationsUntil("endOfPlayListNotification");
     }
 
@@ -81,12 +84,15 @@ protected:
 
     std::string RequestArt()
     {
-        EXPECT_TRUE(Call("getTrackAlbumArt")["result"].asBool());
+        {
+            const Json::Value reply = Call("getTrackAlbumArt");
+            EXPECT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+        }
         Json::Value notification;
         if (!NextNotification(notification, "trackAlbumArtNotification", 10000)) {
             return "<no trackAlbumArtNotification>";
         }
-        EXPECT_EQ(notification["params"]["trackIndex"], 1);
+        EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
         return notification["params"]["artFilePath"].asString();
     }
 };
@@ -100,16 +106,16 @@ TEST_F(BusMessagesTest, TaggedMp3SendsTrackInfoOnce)
     ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
 
     const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
-    EXPECT_EQ(info["trackTitle"], "Song One");
-    EXPECT_EQ(info["trackArtist"], "Artist One");
-    EXPECT_EQ(info["trackAlbum"], "Album One");
-    EXPECT_EQ(info["fileName"], "tagged.mp3");
-    EXPECT_EQ(info["filePath"], Stick1());
-    EXPECT_EQ(info["trackIndex"], 1);
-    EXPECT_EQ(info["trackCount"], 1);
-    EXPECT_TRUE(info["isPlaying"].asBool());
+    EXPECT_EQ(info["trackTitle"], "Song One") << info.toStyledString();
+    EXPECT_EQ(info["trackArtist"], "Artist One") << info.toStyledString();
+    EXPECT_EQ(info["trackAlbum"], "Album One") << info.toStyledString();
+    EXPECT_EQ(info["fileName"], "tagged.mp3") << info.toStyledString();
+    EXPECT_EQ(info["filePath"], Stick1()) << info.toStyledString();
+    EXPECT_EQ(info["trackIndex"], 1) << info.toStyledString();
+    EXPECT_EQ(info["trackCount"], 1) << info.toStyledString();
+    EXPECT_TRUE(info["isPlaying"].asBool()) << info.toStyledString();
     // An MP3's duration may not be known yet when its second tag message comes.
-    EXPECT_LE(info["trackDuration"].asUInt(), 2u);
+    EXPECT_LE(info["trackDuration"].asUInt(), 2u) << info.toStyledString();
     EXPECT_TRUE(m_daemon->WaitForOutput("Got Artist data from gst", 1000));
     EXPECT_TRUE(m_daemon->WaitForOutput("Sending Out TrackInfo Notification since some info was updated", 1000));
 }
@@ -122,9 +128,9 @@ TEST_F(BusMessagesTest, UntaggedMp3IsAnnouncedOnceWithoutArtistOrAlbum)
     ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
     const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
     ExpectNoTagTexts(info);
-    EXPECT_EQ(info["fileName"], "plain.mp3");
-    EXPECT_EQ(info["filePath"], Stick1());
-    EXPECT_TRUE(info["isPlaying"].asBool());
+    EXPECT_EQ(info["fileName"], "plain.mp3") << info.toStyledString();
+    EXPECT_EQ(info["filePath"], Stick1()) << info.toStyledString();
+    EXPECT_TRUE(info["isPlaying"].asBool()) << info.toStyledString();
 }
 
 TEST_F(BusMessagesTest, WmaIsAnnouncedOnce)
@@ -134,9 +140,9 @@ TEST_F(BusMessagesTest, WmaIsAnnouncedOnce)
     ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
     ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
     const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
-    EXPECT_EQ(info["fileName"], "Slow Rain.wma");
-    EXPECT_EQ(info["trackIndex"], 1);
-    EXPECT_TRUE(info["isPlaying"].asBool());
+    EXPECT_EQ(info["fileName"], "Slow Rain.wma") << info.toStyledString();
+    EXPECT_EQ(info["trackIndex"], 1) << info.toStyledString();
+    EXPECT_TRUE(info["isPlaying"].asBool()) << info.toStyledString();
 }
 
 TEST_F(BusMessagesTest, WavWithOneTagMessageSendsTrackInfoAfterIt)
@@ -146,10 +152,10 @@ TEST_F(BusMessagesTest, WavWithOneTagMessageSendsTrackInfoAfterIt)
     ASSERT_EQ(CountNamed(seen, "endOfPlayListNotification"), 1u);
     ASSERT_EQ(CountNamed(seen, "trackInfoNotification"), 1u);
     const Json::Value& info = (*FirstNamed(seen, "trackInfoNotification"))["params"]["trackInfo"];
-    EXPECT_EQ(info["trackTitle"], "WaveTitle");
-    EXPECT_EQ(info["trackArtist"], "WaveArtist");
-    EXPECT_EQ(info["trackAlbum"], "WaveAlbum");
-    EXPECT_EQ(info["trackDuration"], 2);
+    EXPECT_EQ(info["trackTitle"], "WaveTitle") << info.toStyledString();
+    EXPECT_EQ(info["trackArtist"], "WaveArtist") << info.toStyledString();
+    EXPECT_EQ(info["trackAlbum"], "WaveAlbum") << info.toStyledString();
+    EXPECT_EQ(info["trackDuration"], 2) << info.toStyledString();
 }
 
 TEST_F(BusMessagesTest, UntaggedWavIsAnnouncedWithoutArtistOrAlbum)
@@ -164,7 +170,7 @@ TEST_F(BusMessagesTest, UntaggedWavIsAnnouncedWithoutArtistOrAlbum)
     for (const Json::Value& notification : seen) {
         if (notification["method"] == "trackInfoNotification") {
             ExpectNoTagTexts(notification["params"]["trackInfo"]);
-            EXPECT_EQ(notification["params"]["trackInfo"]["fileName"], "plain.wav");
+            EXPECT_EQ(notification["params"]["trackInfo"]["fileName"], "plain.wav") << notification.toStyledString();
         }
     }
 }
@@ -176,10 +182,16 @@ TEST_F(BusMessagesTest, CoverArtIsWrittenToNewFilesInACreatedDirectory)
     MakeMp3(Stick1() + "/cover.mp3", 8.0, tags);
     ASSERT_FALSE(Exists(ArtDirectory()));
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
-    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
+    {
+        const Json::Value reply = Call("getBufferedAlbumArt");
+        EXPECT_EQ(reply["result"]["albumArt"], "") << reply.toStyledString();
+    }
 
     const std::string first = RequestArt();
     EXPECT_EQ(first, ArtDirectory() + "/art.dat");
@@ -187,17 +199,26 @@ TEST_F(BusMessagesTest, CoverArtIsWrittenToNewFilesInACreatedDirectory)
     struct stat info {};
     ASSERT_EQ(stat(ArtDirectory().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0770u);
-    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], first);
+    {
+        const Json::Value reply = Call("getBufferedAlbumArt");
+        EXPECT_EQ(reply["result"]["albumArt"], first) << reply.toStyledString();
+    }
     EXPECT_TRUE(m_daemon->WaitForOutput("image width is: 32", 1000));
     EXPECT_TRUE(m_daemon->WaitForOutput("image height is: 24", 1000));
 
     const std::string second = RequestArt();
     EXPECT_EQ(second, ArtDirectory() + "/art0.dat");
     EXPECT_EQ(ReadFile(second), ReadFile(tags.coverPath));
-    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], second);
+    {
+        const Json::Value reply = Call("getBufferedAlbumArt");
+        EXPECT_EQ(reply["result"]["albumArt"], second) << reply.toStyledString();
+    }
 
     Call("stopPlayingUSB");
-    EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
+    {
+        const Json::Value reply = Call("getBufferedAlbumArt");
+        EXPECT_EQ(reply["result"]["albumArt"], "") << reply.toStyledString();
+    }
 }
 
 TEST_F(BusMessagesTest, CoverArtNeverOverwritesAFile)
@@ -208,7 +229,10 @@ TEST_F(BusMessagesTest, CoverArtNeverOverwritesAFile)
     testing_support::WriteFile(ArtDirectory() + "/art.dat", "older");
     testing_support::WriteFile(ArtDirectory() + "/art0.dat", "older");
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
 
     // Asked at once, maybe before the tags are read: served once the image is known.
     EXPECT_EQ(RequestArt(), ArtDirectory() + "/art1.dat");
@@ -220,8 +244,14 @@ TEST_F(BusMessagesTest, ArtRequestForTrackWithoutImageStaysPending)
 {
     MakeMp3(Stick1() + "/plain.mp3", 4.0, kSongTags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "plain.mp3")["result"]["success"].asBool());
-    EXPECT_TRUE(Call("getTrackAlbumArt")["result"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "plain.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        EXPECT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(NoNotification("trackAlbumArtNotification", 2500));
     EXPECT_FALSE(Exists(ArtDirectory()));
 }
@@ -234,8 +264,8 @@ TEST_F(BusMessagesTest, UndecodableFileIsSkipped)
     PlayFile(Stick1() + "/mix", "a.mp3");
     EXPECT_TRUE(WaitForPlayingFile("b.mp3"));
     const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
-    EXPECT_EQ(info["trackIndex"], 2);
-    EXPECT_EQ(info["trackCount"], 2);
+    EXPECT_EQ(info["trackIndex"], 2) << info.toStyledString();
+    EXPECT_EQ(info["trackCount"], 2) << info.toStyledString();
 }
 
 TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
@@ -245,8 +275,14 @@ TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
     MakeMp3(music + "/b.mp3", 1.0);
     MakeMp3(music + "/c.mp3", 1.0);
     StartDaemon();
-    ASSERT_TRUE(Call("indexUsbStorage", StoragePath(Stick1()))["result"]["success"].asBool());
-    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick1()));
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(music, "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlaylist("a.mp3", 3));
 
     // b is gone when a ends: the stick is played again from its root.
@@ -262,11 +298,14 @@ TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
     expected["usbDeviceName"] = "usb1";
     expected["connected"] = false;
     expected["errorCode"] = "fileNotFound";
-    EXPECT_EQ(notification["params"], expected);
+    EXPECT_EQ(notification["params"], expected) << notification.toStyledString();
     EXPECT_EQ(PlayerState(), 0);
     Json::Value device;
     device["deviceName"] = "usb1";
-    EXPECT_EQ(Call("isUSBconnected", device)["result"]["errorCode"], "fileNotFound");
+    {
+        const Json::Value reply = Call("isUSBconnected", device);
+        EXPECT_EQ(reply["result"]["errorCode"], "fileNotFound") << reply.toStyledString();
+    }
 }
 
 namespace {
@@ -285,7 +324,10 @@ TEST_F(BusMessagesTest, UnreadableFileStopsAndReportsItsStick)
     MakeMp3(music + "/a.mp3", 2.0);
     MakeMp3(music + "/b.mp3", 1.0);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(music, "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
     MakeUnreadable(music + "/b.mp3");
 
@@ -299,7 +341,10 @@ TEST_F(BusMessagesTest, UnreadableFileOnSecondStickIsNotAnnounced)
     MakeMp3(Stick2() + "/a.mp3", 2.0);
     MakeMp3(Stick2() + "/b.mp3", 1.0);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick2(), "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick2(), "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlaylist("a.mp3", 2));
     MakeUnreadable(Stick2() + "/b.mp3");
 
@@ -309,26 +354,29 @@ TEST_F(BusMessagesTest, UnreadableFileOnSecondStickIsNotAnnounced)
     Json::Value device;
     device["deviceName"] = "usb1";
     const Json::Value reply = Call("isUSBconnected", device);
-    EXPECT_TRUE(reply["result"]["connected"].asBool());
-    EXPECT_EQ(reply["result"]["errorCode"], "");
+    EXPECT_TRUE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["errorCode"], "") << reply.toStyledString();
 }
 
 TEST_F(BusMessagesTest, Utf8TagTextArrivesUnchangedInNotificationAndReply)
 {
     MakeMp3(Stick1() + "/cafe.mp3", 6.0, {"Caf\xC3\xA9", "Bj\xC3\xB6rk", "\xC3\x89t\xC3\xA9", "", ""});
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cafe.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cafe.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
     const Json::Value& sent = notification["params"]["trackInfo"];
-    EXPECT_EQ(sent["trackTitle"], "Caf\xC3\xA9");
-    EXPECT_EQ(sent["trackArtist"], "Bj\xC3\xB6rk");
-    EXPECT_EQ(sent["trackAlbum"], "\xC3\x89t\xC3\xA9");
+    EXPECT_EQ(sent["trackTitle"], "Caf\xC3\xA9") << sent.toStyledString();
+    EXPECT_EQ(sent["trackArtist"], "Bj\xC3\xB6rk") << sent.toStyledString();
+    EXPECT_EQ(sent["trackAlbum"], "\xC3\x89t\xC3\xA9") << sent.toStyledString();
 
     const Json::Value replied = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
-    EXPECT_EQ(replied["trackTitle"], "Caf\xC3\xA9");
-    EXPECT_EQ(replied["trackArtist"], "Bj\xC3\xB6rk");
-    EXPECT_EQ(replied["trackAlbum"], "\xC3\x89t\xC3\xA9");
+    EXPECT_EQ(replied["trackTitle"], "Caf\xC3\xA9") << replied.toStyledString();
+    EXPECT_EQ(replied["trackArtist"], "Bj\xC3\xB6rk") << replied.toStyledString();
+    EXPECT_EQ(replied["trackAlbum"], "\xC3\x89t\xC3\xA9") << replied.toStyledString();
 }
 
 TEST_F(BusMessagesTest, Latin1FileNameArrivesAsUtf8InNotificationAndReply)
@@ -336,17 +384,20 @@ TEST_F(BusMessagesTest, Latin1FileNameArrivesAsUtf8InNotificationAndReply)
     // "été.mp3" in ISO8859-1 on the stick.
     MakeMp3(Stick1() + "/music/\xE9t\xE9.mp3", 6.0, kSongTags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1() + "/music", "\xC3\xA9t\xC3\xA9.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1() + "/music", "\xC3\xA9t\xC3\xA9.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackInfoNotification"));
     const Json::Value& sent = notification["params"]["trackInfo"];
-    EXPECT_EQ(sent["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3");
-    EXPECT_EQ(sent["filePath"].asString(), Stick1() + "/music");
+    EXPECT_EQ(sent["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3") << sent.toStyledString();
+    EXPECT_EQ(sent["filePath"].asString(), Stick1() + "/music") << sent.toStyledString();
 
     const Json::Value replied = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
-    EXPECT_EQ(replied["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3");
-    EXPECT_EQ(replied["filePath"].asString(), Stick1() + "/music");
-    EXPECT_EQ(replied["trackTitle"].asString(), "Song One");
+    EXPECT_EQ(replied["fileName"].asString(), "\xC3\xA9t\xC3\xA9.mp3") << replied.toStyledString();
+    EXPECT_EQ(replied["filePath"].asString(), Stick1() + "/music") << replied.toStyledString();
+    EXPECT_EQ(replied["trackTitle"].asString(), "Song One") << replied.toStyledString();
 }
 
 TEST_F(BusMessagesTest, PreviewImageTakesPriorityOverImage)
@@ -356,7 +407,10 @@ TEST_F(BusMessagesTest, PreviewImageTakesPriorityOverImage)
     tags.previewPath = device_test::IconJpeg();
     MakeMp3(Stick1() + "/both.mp3", 8.0, tags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "both.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "both.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::string art = RequestArt();
     EXPECT_EQ(ReadFile(art), ReadFile(tags.previewPath));
     EXPECT_TRUE(m_daemon->WaitForOutput("image width is: 16", 1000));
@@ -395,8 +449,14 @@ TEST_F(BusMessagesTest, NotFoundCountSurvivesLaterTracks)
     MakeMp3(music + "/d.mp3", 3.0);
     MakeMp3(music + "/e.mp3", 1.0);
     StartDaemon();
-    ASSERT_TRUE(Call("indexUsbStorage", StoragePath(Stick1()))["result"]["success"].asBool());
-    ASSERT_TRUE(PlayFile(music, "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick1()));
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(music, "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlaylist("a.mp3", 5));
 
     // The first miss plays the stick again from its root...
@@ -408,6 +468,6 @@ TEST_F(BusMessagesTest, NotFoundCountSurvivesLaterTracks)
     // ...until the next miss, which is the second: the stick is reported.
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
-    EXPECT_EQ(notification["params"]["errorCode"], "fileNotFound");
+    EXPECT_EQ(notification["params"]["errorCode"], "fileNotFound") << notification.toStyledString();
     EXPECT_EQ(PlayerState(), 0);
 }

@@ -25,6 +25,7 @@
 
 using cli_test::CliProcess;
 using testing_support::DaemonProcess;
+using testing_support::HeldPort;
 using testing_support::MediaFactory;
 using testing_support::RpcClient;
 using testing_support::TempDir;
@@ -222,7 +223,10 @@ protected:
     {
         Json::Value params;
         params["usbStoragePath"] = Stick();
-        ASSERT_TRUE(Call("indexUsbStorage", params)["result"]["success"].asBool());
+        {
+            const Json::Value reply = Call("indexUsbStorage", params);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
     }
 
     void PlayFolder(const std::string& name)
@@ -231,7 +235,10 @@ protected:
         params["file"]["name"] = name;
         params["file"]["path"] = Stick();
         params["file"]["isFolder"] = true;
-        ASSERT_TRUE(Call("playFileUSB", params)["result"]["success"].asBool());
+        {
+            const Json::Value reply = Call("playFileUSB", params);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
     }
 
     // Plays the Jazz folder and waits for its first track's tags.
@@ -367,7 +374,10 @@ TEST_F(CliTest, CallSendsParams)
 {
     EXPECT_EQ(CliOk({"call", "setRepeatModeUSB", R"({"mode":2})", "--json"}),
               "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{\"mode\":2}}\n");
-    EXPECT_EQ(Call("getRepeatModeUSB")["result"]["mode"], 2);
+    {
+        const Json::Value reply = Call("getRepeatModeUSB");
+        EXPECT_EQ(reply["result"]["mode"], 2) << reply.toStyledString();
+    }
 }
 
 TEST_F(CliTest, CallOfAMethodWithoutReplyPrintsNothing)
@@ -399,7 +409,8 @@ TEST_F(CliTest, CallWhoseReplyCarriesAnErrorFails)
 
 TEST_F(CliTest, NoServiceIsAConnectionError)
 {
-    const int port = DaemonProcess::FreePort();
+    const HeldPort nothingListens;  // no other test's daemon can get it meanwhile
+    const int port = nothingListens.Port();
     const CliProcess::Result result = Cli({"--port", std::to_string(port), "status"});
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(Contains(result.err, "cannot connect to 127.0.0.1:" + std::to_string(port))) << result.err;
@@ -409,7 +420,8 @@ TEST_F(CliTest, NoServiceIsAConnectionError)
 TEST_F(CliTest, PortOptionOverridesTheEnvironment)
 {
     CliProcess::Options options = CliOptions({"--port", std::to_string(Daemon().Port()), "call", "ping", "--json"});
-    options.environment["USBMEDIA_PORT"] = std::to_string(DaemonProcess::FreePort());
+    const HeldPort nothingListens;
+    options.environment["USBMEDIA_PORT"] = std::to_string(nothingListens.Port());
     const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}\n");
@@ -676,7 +688,7 @@ TEST_F(CliPlaybackTest, RestartGoesBackToTheStart)
     EXPECT_EQ(CliOk({"restart"}), "track restarted\n");
     Json::Value notification;
     ASSERT_TRUE(listener.NextNotification(notification, "trackTimeNotification", kEventTimeoutMs));
-    EXPECT_LE(notification["params"]["trackTime"].asUInt(), 1u);
+    EXPECT_LE(notification["params"]["trackTime"].asUInt(), 1u) << notification.toStyledString();
 }
 
 TEST_F(CliPlaybackTest, SeekInSecondsAndMinutes)
@@ -719,7 +731,7 @@ TEST_F(CliTest, RepeatModes)
     EXPECT_EQ(CliOk({"repeat", "all"}), "repeat: all\n");
     Json::Value notification;
     ASSERT_TRUE(listener.NextNotification(notification, "repeatModeChangedNotification", kEventTimeoutMs));
-    EXPECT_EQ(notification["params"]["mode"], 2);
+    EXPECT_EQ(notification["params"]["mode"], 2) << notification.toStyledString();
     EXPECT_EQ(CliOk({"repeat", "one"}), "repeat: one\n");
     EXPECT_EQ(CliOk({"repeat"}), "repeat: one\n");
     EXPECT_EQ(CliOk({"repeat", "none"}), "repeat: none\n");
@@ -731,7 +743,7 @@ TEST_F(CliTest, Shuffle)
     EXPECT_EQ(CliOk({"shuffle", "on"}), "shuffle: on\n");
     Json::Value notification;
     ASSERT_TRUE(listener.NextNotification(notification, "shuffleModeChangedNotification", kEventTimeoutMs));
-    EXPECT_TRUE(notification["params"]["enabled"].asBool());
+    EXPECT_TRUE(notification["params"]["enabled"].asBool()) << notification.toStyledString();
     EXPECT_EQ(CliOk({"shuffle"}), "shuffle: on\n");
     EXPECT_EQ(CliOk({"shuffle", "off"}), "shuffle: off\n");
 }
@@ -766,12 +778,12 @@ TEST_F(CliTest, UsbPluggedAndUnplugged)
     EXPECT_EQ(CliOk({"usb", "usb1", "unplugged"}), "usb1: unplugged reported\n");
     Json::Value notification;
     ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
-    EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1");
-    EXPECT_FALSE(notification["params"]["connected"].asBool());
-    EXPECT_EQ(notification["params"]["errorCode"], "");
+    EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1") << notification.toStyledString();
+    EXPECT_FALSE(notification["params"]["connected"].asBool()) << notification.toStyledString();
+    EXPECT_EQ(notification["params"]["errorCode"], "") << notification.toStyledString();
     EXPECT_EQ(CliOk({"usb", "usb1", "plugged"}), "usb1: plugged reported\n");
     ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
-    EXPECT_TRUE(notification["params"]["connected"].asBool());
+    EXPECT_TRUE(notification["params"]["connected"].asBool()) << notification.toStyledString();
 }
 
 TEST_F(CliTest, UsbEventOfAnUnsupportedStick)
@@ -779,9 +791,15 @@ TEST_F(CliTest, UsbEventOfAnUnsupportedStick)
     CliOk({"usb", "usb1", "unplugged", "--not-supported"});
     Json::Value params;
     params["deviceName"] = "usb1";
-    EXPECT_EQ(Call("isUSBconnected", params)["result"]["errorCode"], "not_supported");
+    {
+        const Json::Value reply = Call("isUSBconnected", params);
+        EXPECT_EQ(reply["result"]["errorCode"], "not_supported") << reply.toStyledString();
+    }
     CliOk({"usb", "usb1", "unplugged", "--unreadable"});
-    EXPECT_EQ(Call("isUSBconnected", params)["result"]["errorCode"], "unreadable");
+    {
+        const Json::Value reply = Call("isUSBconnected", params);
+        EXPECT_EQ(reply["result"]["errorCode"], "unreadable") << reply.toStyledString();
+    }
     const std::string out = CliOk({"status"});
     EXPECT_TRUE(Contains(out, "usb1:     not connected (unreadable)\n")) << out;
 }
@@ -1144,7 +1162,7 @@ TEST_F(CliTest, DemoStickWelcomeHasACoverForArt)
     ASSERT_EQ(played.status, 0) << played.err;
     Json::Value notification;
     ASSERT_TRUE(client.NextNotification(notification, "trackInfoNotification", kEventTimeoutMs));
-    EXPECT_EQ(notification["params"]["trackInfo"]["trackTitle"], "Welcome");
+    EXPECT_EQ(notification["params"]["trackInfo"]["trackTitle"], "Welcome") << notification.toStyledString();
     cli.arguments = {"art"};
     const CliProcess::Result art = CliProcess::Run(cli, kCliTimeoutMs);
     EXPECT_EQ(art.status, 0) << art.err;

@@ -51,8 +51,14 @@ TEST_F(ClientNotificationTest, TwoClientsReceiveIdenticalBytesAndAGoneOneStopsNo
     RpcClient leaving;
     ASSERT_TRUE(leaving.Connect(Daemon().Port()));
     // A reply shows the daemon has taken the connection in.
-    ASSERT_TRUE(other.Call("ping")["result"].asBool());
-    ASSERT_TRUE(leaving.Call("ping")["result"].asBool());
+    {
+        const Json::Value reply = other.Call("ping");
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = leaving.Call("ping");
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
     std::string line;
     ASSERT_TRUE(other.ReadLine(line, kEventTimeoutMs));
@@ -99,7 +105,10 @@ TEST_F(ClientNotificationTest, WithNobodyListeningPlaybackStopsAtTheNextNotifica
         << Daemon().Output();
     ASSERT_TRUE(client.Connect(Daemon().Port()));
     EXPECT_EQ(PlayerState(), kStopped);
-    EXPECT_EQ(TrackInfo()["fileName"].asString(), "");
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["fileName"].asString(), "") << reply.toStyledString();
+    }
 }
 
 TEST_F(ClientNotificationTest, SettingTheStateInForceSendsNothing)
@@ -126,9 +135,15 @@ TEST_F(ClientNotificationTest, TrackIndexIsZeroWithoutPlaylistAndOneForTheFirstT
 {
     StartDaemon();
     IndexStick();
-    EXPECT_EQ(TrackInfo()["trackIndex"].asUInt(), 0u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackIndex"].asUInt(), 0u) << reply.toStyledString();
+    }
     StartPlaying("Album", "01.mp3");
-    EXPECT_EQ(TrackInfo()["trackIndex"].asUInt(), 1u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackIndex"].asUInt(), 1u) << reply.toStyledString();
+    }
 }
 
 TEST_F(ClientNotificationTest, EndOfPlaylistBytes)
@@ -157,7 +172,10 @@ TEST_F(ClientNotificationTest, StickAbsentAtStartIsNotConnectedAndItsArrivalIsAC
     StartDaemon({}, false);
     Json::Value query;
     query["deviceName"] = "usb1";
-    EXPECT_FALSE(Result("isUSBconnected", query)["connected"].asBool());
+    {
+        const Json::Value reply = Result("isUSBconnected", query);
+        EXPECT_FALSE(reply["connected"].asBool()) << reply.toStyledString();
+    }
     Json::Value event;
     event["usbDevice"] = "usb1";
     event["usbConnected"] = true;
@@ -167,7 +185,10 @@ TEST_F(ClientNotificationTest, StickAbsentAtStartIsNotConnectedAndItsArrivalIsAC
     const Json::Value notification = Next("usbConnectionNotification");
     EXPECT_EQ(Text(notification), R"({"jsonrpc":"2.0","method":"usbConnectionNotification",)"
                                   R"("params":{"connected":true,"errorCode":"","usbDeviceName":"usb1"}})" "\n");
-    EXPECT_TRUE(Result("isUSBconnected", query)["connected"].asBool());
+    {
+        const Json::Value reply = Result("isUSBconnected", query);
+        EXPECT_TRUE(reply["connected"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(ClientNotificationTest, StickPresentAtStartIsConnectedAndItsArrivalIsNoChange)
@@ -175,7 +196,10 @@ TEST_F(ClientNotificationTest, StickPresentAtStartIsConnectedAndItsArrivalIsNoCh
     StartDaemon();
     Json::Value query;
     query["deviceName"] = "usb1";
-    EXPECT_TRUE(Result("isUSBconnected", query)["connected"].asBool());
+    {
+        const Json::Value reply = Result("isUSBconnected", query);
+        EXPECT_TRUE(reply["connected"].asBool()) << reply.toStyledString();
+    }
     Json::Value event;
     event["usbDevice"] = "usb1";
     event["usbConnected"] = true;

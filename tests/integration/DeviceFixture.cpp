@@ -359,14 +359,14 @@ void DeviceTest::ExpectBadFileNotifications(int timeoutMs)
     expected["usbDeviceName"] = "usb1";
     expected["connected"] = false;
     expected["errorCode"] = "badFile";
-    EXPECT_EQ(report["params"], expected);
+    EXPECT_EQ(report["params"], expected) << report.toStyledString();
 
     // Before the report: the stop, and the emptied track.
     const Json::Value& info = seen[seen.size() - 2];
-    ASSERT_EQ(info["method"], "trackInfoNotification");
-    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "");
-    EXPECT_EQ(info["params"]["trackInfo"]["filePath"], "");
-    EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool());
+    ASSERT_EQ(info["method"], "trackInfoNotification") << info.toStyledString();
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"], "") << info.toStyledString();
+    EXPECT_EQ(info["params"]["trackInfo"]["filePath"], "") << info.toStyledString();
+    EXPECT_FALSE(info["params"]["trackInfo"]["isPlaying"].asBool()) << info.toStyledString();
 }
 
 long DeviceTest::ResidentKiB() const

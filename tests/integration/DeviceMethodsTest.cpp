@@ -45,26 +45,38 @@ TEST_F(DeviceTest, SecondStickIsNeverReportedConnected)
 {
     StartDaemon();
     const Json::Value reply = Call("isUSBconnected", DeviceName("usb2"));
-    EXPECT_FALSE(reply["result"]["connected"].asBool());
-    EXPECT_EQ(reply["result"]["errorCode"], "");
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["errorCode"], "") << reply.toStyledString();
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
 
     UsbEvent("usb2", true);
-    EXPECT_FALSE(Call("isUSBconnected", DeviceName("usb2"))["result"]["connected"].asBool());
-    EXPECT_FALSE(Call("isUSBconnected", DeviceName("USB1"))["result"]["connected"].asBool());
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb2"));
+        EXPECT_FALSE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("USB1"));
+        EXPECT_FALSE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, MissingFirstStickAtStartMakesItsArrivalAChange)
 {
     testing_support::RemoveTree(Stick1());
     StartDaemon();
-    EXPECT_FALSE(Call("isUSBconnected", DeviceName("usb1"))["result"]["connected"].asBool());
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
+        EXPECT_FALSE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    }
 
     UsbEvent("usb1", true);
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
-    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", true, ""));
-    EXPECT_TRUE(Call("isUSBconnected", DeviceName("usb1"))["result"]["connected"].asBool());
+    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", true, "")) << notification.toStyledString();
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
+        EXPECT_TRUE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, ConnectionEventReplyHoldsOnlyVersionAndId)
@@ -84,17 +96,20 @@ TEST_F(DeviceTest, UnsupportedStickPassesNotSupported)
     UsbEvent("usb1", false, false, true);
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
-    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, "not_supported"));
+    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, "not_supported")) << notification.toStyledString();
     const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
-    EXPECT_FALSE(reply["result"]["connected"].asBool());
-    EXPECT_EQ(reply["result"]["errorCode"], "not_supported");
+    EXPECT_FALSE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["errorCode"], "not_supported") << reply.toStyledString();
 }
 
 TEST_F(DeviceTest, UnsupportedWinsOverUnreadable)
 {
     StartDaemon();
     UsbEvent("usb1", false, false, false);
-    EXPECT_EQ(Call("isUSBconnected", DeviceName("usb1"))["result"]["errorCode"], "not_supported");
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
+        EXPECT_EQ(reply["result"]["errorCode"], "not_supported") << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, UnreadableStickPassesUnreadable)
@@ -103,8 +118,11 @@ TEST_F(DeviceTest, UnreadableStickPassesUnreadable)
     UsbEvent("usb1", false, true, false);
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
-    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, "unreadable"));
-    EXPECT_EQ(Call("isUSBconnected", DeviceName("usb1"))["result"]["errorCode"], "unreadable");
+    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, "unreadable")) << notification.toStyledString();
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
+        EXPECT_EQ(reply["result"]["errorCode"], "unreadable") << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, EventWithoutParamsIsARemovalOfAnUnsupportedNamelessDevice)
@@ -114,8 +132,8 @@ TEST_F(DeviceTest, EventWithoutParamsIsARemovalOfAnUnsupportedNamelessDevice)
     // Not "usb1": nothing stored, nothing sent.
     EXPECT_TRUE(NoNotification("usbConnectionNotification", 500));
     const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
-    EXPECT_TRUE(reply["result"]["connected"].asBool());
-    EXPECT_EQ(reply["result"]["errorCode"], "");
+    EXPECT_TRUE(reply["result"]["connected"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["errorCode"], "") << reply.toStyledString();
 }
 
 TEST_F(DeviceTest, SecondRemovalInARowSendsNothing)
@@ -124,12 +142,15 @@ TEST_F(DeviceTest, SecondRemovalInARowSendsNothing)
     UsbEvent("usb1", false);
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
-    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, ""));
+    EXPECT_EQ(notification["params"], UsbNotificationParams("usb1", false, "")) << notification.toStyledString();
 
     UsbEvent("usb1", false, false, true);
     EXPECT_TRUE(NoNotification("usbConnectionNotification"));
     // The record still takes the newer error text.
-    EXPECT_EQ(Call("isUSBconnected", DeviceName("usb1"))["result"]["errorCode"], "not_supported");
+    {
+        const Json::Value reply = Call("isUSBconnected", DeviceName("usb1"));
+        EXPECT_EQ(reply["result"]["errorCode"], "not_supported") << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, SecondStickEventsAreNeverNotified)
@@ -146,11 +167,20 @@ TEST_F(DeviceTest, RemovalEmptiesTheStorageIndex)
     StartDaemon();
     Json::Value params;
     params["usbStoragePath"] = Stick1();
-    ASSERT_TRUE(Call("indexUsbStorage", params)["result"]["success"].asBool());
-    ASSERT_NE(Call("getUsbStorageCrc32")["result"]["crc32"], "0");
+    {
+        const Json::Value reply = Call("indexUsbStorage", params);
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("getUsbStorageCrc32");
+        ASSERT_NE(reply["result"]["crc32"], "0") << reply.toStyledString();
+    }
 
     UsbEvent("usb2", false);  // any removal empties the lists
-    EXPECT_EQ(Call("getUsbStorageCrc32")["result"]["crc32"], "0");
+    {
+        const Json::Value reply = Call("getUsbStorageCrc32");
+        EXPECT_EQ(reply["result"]["crc32"], "0") << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, SoftPowerOffAlwaysAnswersTrue)
@@ -174,7 +204,10 @@ TEST_F(DeviceTest, WakeUpWithoutRecordLeavesNothingPending)
 {
     StartDaemon();
     Call("setSoftPowerOff", SoftPowerOff(false));
-    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+    {
+        const Json::Value reply = Call("popSuspendedTrackInfo");
+        EXPECT_FALSE(reply["result"]["suspensionData"]["isSuspended"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(DeviceTest, SoftPowerOffWhileStoppedKeepsNoSnapshot)
@@ -183,5 +216,8 @@ TEST_F(DeviceTest, SoftPowerOffWhileStoppedKeepsNoSnapshot)
     ASSERT_EQ(PlayerState(), 0);
     Call("setSoftPowerOff", SoftPowerOff(true));
     Call("setSoftPowerOff", SoftPowerOff(false));
-    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+    {
+        const Json::Value reply = Call("popSuspendedTrackInfo");
+        EXPECT_FALSE(reply["result"]["suspensionData"]["isSuspended"].asBool()) << reply.toStyledString();
+    }
 }

@@ -61,9 +61,9 @@ TEST_F(ErrorReplyTest, ErrorMessageCarriesTheStickPathAsSent)
     const std::string missing = Stick1() + "/" + kUnknown;
     const Json::Value reply = Call("indexUsbStorage", Single("usbStoragePath", missing));
     ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
-    EXPECT_EQ(reply["error"]["code"], -1);
-    EXPECT_EQ(reply["error"]["message"], "E: While opendir " + missing);
-    EXPECT_EQ(reply["result"]["success"], false);
+    EXPECT_EQ(reply["error"]["code"], -1) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["message"], "E: While opendir " + missing) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["success"], false) << reply.toStyledString();
 }
 
 // Every request runs on the listener thread, but the main loop's bus watch

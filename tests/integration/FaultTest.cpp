@@ -71,8 +71,14 @@ protected:
     {
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
-        EXPECT_EQ(other.Call("ping", Json::Value(), kTimeoutMs)["result"], true);
-        EXPECT_EQ(Call("ping")["result"], true);
+        {
+            const Json::Value reply = other.Call("ping", Json::Value(), kTimeoutMs);
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
+        {
+            const Json::Value reply = Call("ping");
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         // Sanitizers keep their own shadow and quarantine memory; the bound
         // is checked in the plain build.
@@ -125,14 +131,20 @@ TEST_F(FaultTest, StickRenamedAwayDuringScan)
 
     // The stick is gone: indexing it again fails.
     const Json::Value again = Index(Stick1());
-    EXPECT_FALSE(again["result"]["success"].asBool());
-    EXPECT_EQ(again["error"]["code"].asInt(), -1);
-    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1());
+    EXPECT_FALSE(again["result"]["success"].asBool()) << again.toStyledString();
+    EXPECT_EQ(again["error"]["code"].asInt(), -1) << again.toStyledString();
+    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1()) << again.toStyledString();
 
     // Back again, it is indexed whole.
     ASSERT_EQ(std::rename(gone.c_str(), Stick1().c_str()), 0);
-    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    EXPECT_EQ(Browse(Stick1(), 1)["result"]["totalCount"].asInt(), 400);
+    {
+        const Json::Value reply = Index(Stick1());
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Browse(Stick1(), 1);
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 400) << reply.toStyledString();
+    }
 }
 
 TEST_F(FaultTest, PlayingFileDeletedPlaysOnFromItsOpenHandle)
@@ -140,8 +152,14 @@ TEST_F(FaultTest, PlayingFileDeletedPlaysOnFromItsOpenHandle)
     PlaceSong(Stick1() + "/a.mp3", 3);
     PlaceSong(Stick1() + "/b.mp3", 2);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(Stick1(), "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
     ASSERT_EQ(::unlink((Stick1() + "/a.mp3").c_str()), 0);
     // The decoder still holds the file open: the track plays to its end and
@@ -162,8 +180,14 @@ TEST_F(FaultTest, NextTrackDeletedBetweenTracksRestartsFromTheStickRoot)
     PlaceSong(Stick1() + "/b.mp3", 2);
     PlaceSong(Stick1() + "/c.mp3", 4);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    ASSERT_TRUE(PlayFile(Stick1(), "b.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(Stick1(), "b.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlayingFile("b.mp3"));
     ASSERT_EQ(::unlink((Stick1() + "/c.mp3").c_str()), 0);
     // c.mp3 is not found when its turn comes: play everything from the root.
@@ -177,8 +201,14 @@ TEST_F(FaultTest, StickRemovedDuringPlaybackReportsTheFileNotFound)
     PlaceSong(Stick1() + "/a.mp3", 3);
     PlaceSong(Stick1() + "/b.mp3", 2);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(Stick1(), "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
     ASSERT_EQ(std::rename(Stick1().c_str(), (Stick1() + ".gone").c_str()), 0);
     // a.mp3 plays on from its open handle; b.mp3 is then not found, the
@@ -186,10 +216,10 @@ TEST_F(FaultTest, StickRemovedDuringPlaybackReportsTheFileNotFound)
     const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", 30000);
     ASSERT_FALSE(seen.empty());
     const Json::Value& last = seen.back();
-    ASSERT_EQ(last["method"].asString(), "usbConnectionNotification");
-    EXPECT_EQ(last["params"]["usbDeviceName"].asString(), "usb1");
-    EXPECT_FALSE(last["params"]["connected"].asBool());
-    EXPECT_EQ(last["params"]["errorCode"].asString(), "fileNotFound");
+    ASSERT_EQ(last["method"].asString(), "usbConnectionNotification") << last.toStyledString();
+    EXPECT_EQ(last["params"]["usbDeviceName"].asString(), "usb1") << last.toStyledString();
+    EXPECT_FALSE(last["params"]["connected"].asBool()) << last.toStyledString();
+    EXPECT_EQ(last["params"]["errorCode"].asString(), "fileNotFound") << last.toStyledString();
     ExpectOthersServed();
 }
 
@@ -203,18 +233,24 @@ TEST_F(FaultTest, BrokenMediaIsSkippedAndAFolderNamedLikeASongIsAFolder)
     WriteFile(mix + "/c.mp3", whole.substr(0, whole.size() / 2));
     PlaceSong(mix + "/x.mp3/d.mp3", 2);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
 
     const Json::Value list = Browse(mix)["result"]["filelist"];
     ASSERT_EQ(list.size(), 4u) << list.toStyledString();
-    EXPECT_EQ(list[0]["name"].asString(), "x.mp3");
-    EXPECT_TRUE(list[0]["isFolder"].asBool());
-    EXPECT_EQ(list[1]["name"].asString(), "a.mp3");
-    EXPECT_EQ(list[3]["name"].asString(), "c.mp3");
+    EXPECT_EQ(list[0]["name"].asString(), "x.mp3") << list.toStyledString();
+    EXPECT_TRUE(list[0]["isFolder"].asBool()) << list.toStyledString();
+    EXPECT_EQ(list[1]["name"].asString(), "a.mp3") << list.toStyledString();
+    EXPECT_EQ(list[3]["name"].asString(), "c.mp3") << list.toStyledString();
 
     // Empty and non-audio files are skipped, the truncated one plays what it
     // has, and the song inside the folder named x.mp3 comes last.
-    ASSERT_TRUE(PlayFolder(Stick1(), "mix")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFolder(Stick1(), "mix");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(WaitForPlayingFile("d.mp3", 30000));
     ExpectOthersServed();
 }
@@ -223,13 +259,19 @@ TEST_F(FaultTest, FolderNamedLikeASongPlayedAsAFilePlaysTheWholeStick)
 {
     PlaceSong(Stick1() + "/x.mp3/d.mp3", 2);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     // No file of that name in the root's playlist: the whole stick plays.
-    EXPECT_TRUE(PlayFile(Stick1(), "x.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "x.mp3");
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Json::Value info;
     ASSERT_TRUE(NextNotification(info, "trackInfoNotification", kTimeoutMs));
-    EXPECT_EQ(info["params"]["trackInfo"]["fileName"].asString(), "d.mp3");
-    EXPECT_EQ(info["params"]["trackInfo"]["filePath"].asString(), Stick1() + "/x.mp3");
+    EXPECT_EQ(info["params"]["trackInfo"]["fileName"].asString(), "d.mp3") << info.toStyledString();
+    EXPECT_EQ(info["params"]["trackInfo"]["filePath"].asString(), Stick1() + "/x.mp3") << info.toStyledString();
     Json::Value end;
     EXPECT_TRUE(NextNotification(end, "endOfPlayListNotification", kTimeoutMs));
     ExpectOthersServed();
@@ -239,13 +281,19 @@ TEST_F(FaultTest, LoneEmptyFileEndsThePlaylist)
 {
     CreateEmptyFile(Stick1() + "/empty.mp3");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    EXPECT_TRUE(PlayFile(Stick1(), "empty.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = PlayFile(Stick1(), "empty.mp3");
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
     ASSERT_EQ(seen.size(), 3u);
-    EXPECT_EQ(seen[0]["params"]["playerState"], 4);
-    EXPECT_EQ(seen[1]["params"]["playerState"], 0);
-    EXPECT_EQ(seen[2]["method"].asString(), "endOfPlayListNotification");
+    EXPECT_EQ(seen[0]["params"]["playerState"], 4) << seen[0].toStyledString();
+    EXPECT_EQ(seen[1]["params"]["playerState"], 0) << seen[1].toStyledString();
+    EXPECT_EQ(seen[2]["method"].asString(), "endOfPlayListNotification") << seen[2].toStyledString();
     ExpectOthersServed();
 }
 
@@ -260,7 +308,10 @@ TEST_F(FaultTest, OddNamesAreBrowsedAndPlayed)
         PlaceSong(Stick1() + "/" + name, 2);
     }
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const Json::Value list = Browse(Stick1())["result"]["filelist"];
     ASSERT_EQ(list.size(), storedNames.size()) << list.toStyledString();
     std::vector<std::string> names;
@@ -287,19 +338,25 @@ TEST_F(FaultTest, TreeTwoHundredFoldersDeepIsIndexedBrowsedAndPlayed)
     }
     PlaceSong(deepest + "/song.mp3", 2);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     std::string folder = Stick1();
     for (int level = 0; level < 200; ++level) {
         const Json::Value list = Browse(folder)["result"]["filelist"];
         ASSERT_EQ(list.size(), 1u) << "level " << level;
-        ASSERT_TRUE(list[0]["isFolder"].asBool()) << "level " << level;
+        ASSERT_TRUE(list[0]["isFolder"].asBool()) << "level " << level << ": " << list.toStyledString();
         folder += "/" + list[0]["name"].asString();
     }
     ASSERT_EQ(folder, deepest);
     const Json::Value list = Browse(folder)["result"]["filelist"];
     ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0]["name"].asString(), "song.mp3");
-    ASSERT_TRUE(PlayFile(folder, "song.mp3")["result"]["success"].asBool());
+    EXPECT_EQ(list[0]["name"].asString(), "song.mp3") << list.toStyledString();
+    {
+        const Json::Value reply = PlayFile(folder, "song.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(WaitForPlayingFile("song.mp3"));
     ExpectOthersServed();
 }
@@ -316,11 +373,14 @@ TEST_F(FaultTest, TwoHundredThousandEntriesAreIndexedQuickly)
     EXPECT_LT(seconds, 20.0);
 
     const Json::Value root = Browse(Stick1(), 10, 0)["result"];
-    EXPECT_EQ(root["totalCount"].asInt(), 400);
+    EXPECT_EQ(root["totalCount"].asInt(), 400) << root.toStyledString();
     const Json::Value page = Browse(Stick1() + "/folder7", 10, 100)["result"];
-    EXPECT_EQ(page["totalCount"].asInt(), 499);
-    EXPECT_EQ(page["filelist"].size(), 10u);
-    EXPECT_FALSE(Call("getUsbStorageCrc32")["result"]["crc32"].asString().empty());
+    EXPECT_EQ(page["totalCount"].asInt(), 499) << page.toStyledString();
+    EXPECT_EQ(page["filelist"].size(), 10u) << page.toStyledString();
+    {
+        const Json::Value reply = Call("getUsbStorageCrc32");
+        EXPECT_FALSE(reply["result"]["crc32"].asString().empty()) << reply.toStyledString();
+    }
     ExpectOthersServed();
 }
 
@@ -332,12 +392,18 @@ TEST_F(FaultTest, ArtDirectoryBlockedByAFileGivesAnEmptyPath)
     tags.coverPath = device_test::CoverJpeg();
     device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
-    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        ASSERT_EQ(reply["result"], true) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
-    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "");
-    EXPECT_EQ(notification["params"]["trackIndex"].asInt(), 1);
+    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "") << notification.toStyledString();
+    EXPECT_EQ(notification["params"]["trackIndex"].asInt(), 1) << notification.toStyledString();
     EXPECT_EQ(testing_support::ReadFile(ArtDirectory()), "a file where the art directory belongs");
     ExpectOthersServed();
 }
@@ -368,8 +434,14 @@ TEST_F(FaultTest, FullDiskWhenWritingArtIsAnsweredAndServiceGoesOn)
     tags.coverPath = device_test::CoverJpeg();
     device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
-    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        ASSERT_EQ(reply["result"], true) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
     const std::string path = notification["params"]["artFilePath"].asString();
@@ -391,11 +463,17 @@ TEST_F(FaultTest, ReadOnlyArtDirectoryGivesAnEmptyPath)
     tags.coverPath = device_test::CoverJpeg();
     device_test::MakeMp3(Stick1() + "/cover.mp3", 4.0, tags);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "cover.mp3")["result"]["success"].asBool());
-    ASSERT_EQ(Call("getTrackAlbumArt")["result"], true);
+    {
+        const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        ASSERT_EQ(reply["result"], true) << reply.toStyledString();
+    }
     Json::Value notification;
     ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
-    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "");
+    EXPECT_EQ(notification["params"]["artFilePath"].asString(), "") << notification.toStyledString();
     ::chmod(ArtDirectory().c_str(), 0700);
 }
 
@@ -403,7 +481,10 @@ TEST_F(FaultTest, SigtermDuringPlaybackExitsCleanlyAndQuickly)
 {
     PlaceSong(Stick1() + "/a.mp3", 5);
     StartDaemon();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
     double seconds = 0;
     const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);

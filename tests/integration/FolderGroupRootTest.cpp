@@ -72,7 +72,10 @@ TEST_F(FolderGroupRootTest, EmptyFolderAskedAgainByPathIsAnsweredFromTheCacheWit
     Touch("Songs/a.mp3");
     MakeDirs(Stick() + "/Empty");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(RawPath(Stick() + "/Empty"), kEmptyByPath);
     EXPECT_EQ(Printed(kEmptyGroupPrint), 1u);
     EXPECT_EQ(RawPath(Stick() + "/Empty"), kCachedEmptyByPath);
@@ -80,7 +83,10 @@ TEST_F(FolderGroupRootTest, EmptyFolderAskedAgainByPathIsAnsweredFromTheCacheWit
     EXPECT_EQ(Printed(kEmptyGroupPrint), 1u);
 
     // A new index makes the list be built again: -10 again, printed again.
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(RawPath(Stick() + "/Empty"), kEmptyByPath);
     EXPECT_EQ(Printed(kEmptyGroupPrint), 2u);
     // So does another folder in between.
@@ -106,13 +112,19 @@ TEST_F(FolderGroupRootTest, GroupZeroIsTheFirstStickAfterIndexingOneOfItsFolders
 {
     TouchAll({"Music/a.mp3", "Music/Live/b.mp3", "top.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick() + "/Music")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick() + "/Music");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     // Group 0 is the mount point, not Music: the index holds nothing there.
     EXPECT_EQ(RawGroup(0), kEmptyByGroup);
     // Music's own content is still there by path.
     EXPECT_EQ(PageNames(ListPath(Stick() + "/Music", 10, 0)), (std::vector<std::string>{"Live", "a.mp3"}));
 
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"Music", "top.mp3"}));
 }
 
@@ -122,19 +134,31 @@ TEST_F(FolderGroupRootTest, GroupZeroIsTheSecondStickAfterIndexingBelowIt)
     testing_support::WriteFile(Stick2() + "/y.mp3", "abc");
     TouchAll({"Album/other.mp3", "first.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick2())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick2());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"Album", "y.mp3"}));
     // An unknown group falls back to the same root.
     EXPECT_EQ(PageNames(ListGroup(12345, 10, 0)), (std::vector<std::string>{"Album", "y.mp3"}));
 
     // Indexed from below the mount point, group 0 is still the mount point.
-    ASSERT_TRUE(Index(Stick2() + "/Album/")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick2() + "/Album/");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(RawGroup(0), kEmptyByGroup);
 
     // The first stick again.
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{"Album", "first.mp3"}));
-    EXPECT_EQ(ListGroup(0, 10, 0)["result"]["filelist"][0]["path"].asString(), Stick());
+    {
+        const Json::Value reply = ListGroup(0, 10, 0);
+        EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick()) << reply.toStyledString();
+    }
 }
 
 // 0xFFFFFFFF is the id of the root record that a lookup returns when it
@@ -145,11 +169,17 @@ TEST_F(FolderGroupRootTest, GroupAllOnesIsAnEmptyFolderWithoutAWarning)
 {
     TouchAll({"Rock/a.mp3", "top.mp3"});
     StartDaemon({"-l", "w"});
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(RawGroup(0xFFFFFFFFu), kEmptyByGroup);
     EXPECT_EQ(RawGroup(0xFFFFFFFFu), kCachedEmptyByGroup);
     // Also when the index was built from the folder that holds the sticks.
-    ASSERT_TRUE(Index(m_root / "mnt")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(m_root / "mnt");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(RawGroup(0xFFFFFFFFu), kEmptyByGroup);
 
     // An unknown group is warned about (and lists the first stick, whose

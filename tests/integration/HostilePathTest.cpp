@@ -61,8 +61,14 @@ protected:
     {
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
-        EXPECT_EQ(other.Call("ping", Json::Value(), kReplyTimeoutMs)["result"], true);
-        EXPECT_EQ(Call("ping")["result"], true);
+        {
+            const Json::Value reply = other.Call("ping", Json::Value(), kReplyTimeoutMs);
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
+        {
+            const Json::Value reply = Call("ping");
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         // Sanitizers keep shadow and quarantine memory of their own.
         EXPECT_LT(ResidentKiB(), 256 * 1024);
@@ -79,9 +85,9 @@ TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidByteIsAnswered)
     // The path ends where the invalid byte decodes to NUL: "<root>/mnt/",
     // which holds no audio.
     Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
-    EXPECT_EQ(reply["id"], 7);
+    EXPECT_EQ(reply["id"], 7) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
-    EXPECT_EQ(reply["result"]["success"], false);
+    EXPECT_EQ(reply["result"]["success"], false) << reply.toStyledString();
     // The same byte in the folder's name.
     reply = PlayFolder(m_root / "mnt", kInvalid);
     EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
@@ -93,7 +99,7 @@ TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidBytePlaysWhatIsBelowTheCu
     Touch("Songs/a.mp3");
     StartDaemon();
     const Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
-    EXPECT_EQ(reply["id"], 7);
+    EXPECT_EQ(reply["id"], 7) << reply.toStyledString();
     EXPECT_TRUE(reply.isMember("result")) << reply.toStyledString();
     ExpectOthersServed();
 }
@@ -103,12 +109,15 @@ TEST_F(HostilePathTest, BrowsingAPathWithAnInvalidByteIsAnEmptyList)
     MakeSilentStick();
     Touch("Songs/a.mp3");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     for (const std::string& path : {"/mnt/" + kInvalid, m_root / "mnt/" + kInvalid}) {
         const Json::Value reply =
             RawCall("getFileListUSB", R"({"path":")" + path + R"(","itemCount":10,"startIndex":0})");
-        EXPECT_EQ(reply["error"]["code"].asInt(), -10) << path;
-        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << path;
+        EXPECT_EQ(reply["error"]["code"].asInt(), -10) << path << ": " << reply.toStyledString();
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << path << ": " << reply.toStyledString();
     }
     ExpectOthersServed();
 }
@@ -120,6 +129,6 @@ TEST_F(HostilePathTest, IndexingAPathWithAnInvalidByteIndexesWhatIsBelowTheCut)
     const Json::Value reply =
         RawCall("indexUsbStorage", R"({"usbStoragePath":")" + (m_root / "mnt/" + kInvalid) + R"("})");
     EXPECT_EQ(reply["result"]["success"], true) << reply.toStyledString();
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     ExpectOthersServed();
 }

@@ -181,7 +181,10 @@ TEST_F(LoadTest, ListenersUpToTheConnectionLimitReceiveIdenticalTimeLines)
         StartSong(warmUp);
         Json::Value notification;
         ASSERT_TRUE(warmUp.NextNotification(notification, "trackTimeNotification", kTimeoutMs));
-        ASSERT_TRUE(warmUp.Call("stopPlayingUSB", Json::Value(), kTimeoutMs)["result"]["success"].asBool());
+        {
+            const Json::Value reply = warmUp.Call("stopPlayingUSB", Json::Value(), kTimeoutMs);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
     }
     const ProcessUsage before = WaitForDescriptorsAtMost(Pid(), 1 << 20);
 
@@ -328,5 +331,8 @@ TEST_F(LoadTest, ClientThatNeverReadsIsDroppedWhileOthersAreServed)
     }
     EXPECT_TRUE(sleeperDropped) << "after " << id - 1 << " mode changes";
     EXPECT_TRUE(sleeper.WaitClosed(kTimeoutMs));
-    EXPECT_EQ(bystander.Call("ping", Json::Value(), 5000)["result"], true);
+    {
+        const Json::Value reply = bystander.Call("ping", Json::Value(), 5000);
+        EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+    }
 }

@@ -40,13 +40,19 @@ TEST_F(NotificationLogTest, EachNotificationLogsItsLineAtInfoLevel)
     ASSERT_TRUE(NextNotification(notification, "shuffleModeChangedNotification"));
     EXPECT_TRUE(m_daemon->WaitForOutput(InfoRecord(1978, "shuffleModeChangedNotification sent"), 5000));
 
-    ASSERT_TRUE(PlayFile(Stick1() + "/music", "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1() + "/music", "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(4));
     EXPECT_TRUE(m_daemon->WaitForOutput(InfoRecord(1946, "playerStateChangedNotification sent"), 5000));
     ASSERT_TRUE(NextNotification(notification, "trackTimeNotification"));
     EXPECT_TRUE(m_daemon->WaitForOutput(InfoRecord(1994, "trackTimeNotification sent"), 5000));
 
-    ASSERT_TRUE(Call("getTrackAlbumArt")["result"].asBool());
+    {
+        const Json::Value reply = Call("getTrackAlbumArt");
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification"));
     EXPECT_TRUE(m_daemon->WaitForOutput(InfoRecord(1929, "trackAlbumArtNotification sent"), 5000));
 

@@ -29,24 +29,27 @@ TEST_F(PlaybackTest, PlayFileStartsItAndReportsTheTrack)
 {
     const Json::Value reply = PlayFile("Album", "02.mp3");
     EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     // From a fresh start the stop changes nothing visible: only 4 is sent.
     EXPECT_EQ(states, std::vector<int>{kPlaying});
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["fileName"].asString(), "02.mp3");
-    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album");
-    EXPECT_EQ(track["trackIndex"].asUInt(), 2u);
-    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
-    EXPECT_TRUE(track["isPlaying"].asBool());
+    EXPECT_EQ(track["fileName"].asString(), "02.mp3") << track.toStyledString();
+    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album") << track.toStyledString();
+    EXPECT_EQ(track["trackIndex"].asUInt(), 2u) << track.toStyledString();
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u) << track.toStyledString();
+    EXPECT_TRUE(track["isPlaying"].asBool()) << track.toStyledString();
     EXPECT_EQ(PlayerState(), kPlaying);
 }
 
 TEST_F(PlaybackTest, PlayingAnotherFileSendsStoppedThenPlaying)
 {
     StartPlaying("Album", "01.mp3");
-    ASSERT_TRUE(PlayFile("Album", "03.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile("Album", "03.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -57,7 +60,10 @@ TEST_F(PlaybackTest, PlayWhilePlayingRestartsTheTrackFromZero)
 {
     StartPlaying("Album", "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -92,17 +98,20 @@ TEST_F(PlaybackTest, PauseReportsTheTimeThenPausedAndPlayResumes)
         notification = Next("");
     }
     ASSERT_EQ(notification["method"].asString(), "playerStateChangedNotification") << Text(notification);
-    EXPECT_EQ(notification["params"]["playerState"].asInt(), kPaused);
+    EXPECT_EQ(notification["params"]["playerState"].asInt(), kPaused) << notification.toStyledString();
     ASSERT_GE(times.size(), 2u);
     const Json::Value& pause = times.back()["params"];
-    EXPECT_EQ(pause["trackDuration"], times[times.size() - 2]["params"]["trackDuration"]);
+    EXPECT_EQ(pause["trackDuration"], times[times.size() - 2]["params"]["trackDuration"]) << pause.toStyledString();
     const long pausedAt = pause["trackTime"].asInt();
     EXPECT_GE(pausedAt, 1);
     // Paused: the progress thread is silent.
     EXPECT_EQ(NextTime(2500), -1);
     EXPECT_EQ(PlayerState(), kPaused);
 
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_GE(NextTime(), pausedAt);
 }
@@ -110,26 +119,29 @@ TEST_F(PlaybackTest, PauseReportsTheTimeThenPausedAndPlayResumes)
 TEST_F(PlaybackTest, PauseWhenNotPlayingFails)
 {
     const Json::Value reply = Call("pauseUSB");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!")) << reply.toStyledString();
 }
 
 TEST_F(PlaybackTest, StopEndsPlaybackAndEmptiesTheTrack)
 {
     StartPlaying("Album", "02.mp3");
     const Json::Value reply = Call("stopPlayingUSB");
-    EXPECT_TRUE(reply["result"]["success"].asBool());
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     ASSERT_TRUE(WaitForState(kStopped));
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["fileName"].asString(), "");
-    EXPECT_EQ(track["filePath"].asString(), "");
-    EXPECT_EQ(track["trackTitle"].asString(), "");
-    EXPECT_EQ(track["trackTime"].asUInt(), 0u);
-    EXPECT_FALSE(track["isPlaying"].asBool());
+    EXPECT_EQ(track["fileName"].asString(), "") << track.toStyledString();
+    EXPECT_EQ(track["filePath"].asString(), "") << track.toStyledString();
+    EXPECT_EQ(track["trackTitle"].asString(), "") << track.toStyledString();
+    EXPECT_EQ(track["trackTime"].asUInt(), 0u) << track.toStyledString();
+    EXPECT_FALSE(track["isPlaying"].asBool()) << track.toStyledString();
     // The playlist stays: play starts nothing, as no pipeline is left.
-    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
-    EXPECT_EQ(ErrorOf(Call("playUSB")), Error(-1, "E: No Song to play!"));
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u) << track.toStyledString();
+    {
+        const Json::Value reply = Call("playUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to play!")) << reply.toStyledString() << reply.toStyledString();
+    }
 }
 
 TEST_F(PlaybackTest, RestartWhilePlayingStartsOver)
@@ -149,19 +161,25 @@ TEST_F(PlaybackTest, RestartWhilePausedEndsPausedAndThePlayStartsFromTheBeginnin
 {
     StartPlaying("Album", "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPaused));
 
     const Json::Value reply = Call("restartSongUSB");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: No Song to pause!")) << reply.toStyledString();
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPaused, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPaused}));
     EXPECT_EQ(PlayerState(), kPaused);
     EXPECT_EQ(CurrentFileName(), "01.mp3");
 
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_LE(NextTime(), 1);
 }
@@ -169,8 +187,8 @@ TEST_F(PlaybackTest, RestartWhilePausedEndsPausedAndThePlayStartsFromTheBeginnin
 TEST_F(PlaybackTest, RestartWithNothingLoadedFails)
 {
     const Json::Value reply = Call("restartSongUSB");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString();
     EXPECT_EQ(PlayerState(), kStopped);
 }
 
@@ -192,10 +210,10 @@ TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsComplete)
         EXPECT_TRUE(track[key].isUInt()) << key;
         EXPECT_EQ(track[key].asUInt(), 0u) << key;
     }
-    EXPECT_TRUE(track["ID"].isUInt());
-    EXPECT_EQ(track["isPlaying"], Json::Value(false));
-    EXPECT_EQ(track["trackTitle"].asString(), "");
-    EXPECT_EQ(track["fileName"].asString(), "");
+    EXPECT_TRUE(track["ID"].isUInt()) << track.toStyledString();
+    EXPECT_EQ(track["isPlaying"], Json::Value(false)) << track.toStyledString();
+    EXPECT_EQ(track["trackTitle"].asString(), "") << track.toStyledString();
+    EXPECT_EQ(track["fileName"].asString(), "") << track.toStyledString();
     EXPECT_EQ(track.size(), 11u);
 }
 
@@ -207,13 +225,19 @@ TEST_F(PlaybackTest, PlayFileIndexPlaysTheRecordWithThatId)
 
     Json::Value params;
     params["index"] = id;
-    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playFileIndex", params);
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
     EXPECT_EQ(CurrentFileName(), "02.mp3");
     // The current file again: nothing happens.
-    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playFileIndex", params);
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(StatesWithin(800).empty());
 }
 
@@ -222,11 +246,14 @@ TEST_F(PlaybackTest, PlayFileIndexWithAnUnknownIdPlaysEverythingBelowTheMountRoo
     PlaceOnStick(MediaFactory::Mp3(3), "Other/00.mp3");
     Json::Value params;
     params["index"] = 12345;
-    EXPECT_TRUE(Call("playFileIndex", params)["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playFileIndex", params);
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["trackCount"].asUInt(), 4u);
-    EXPECT_EQ(track["fileName"].asString(), "00.mp3");
+    EXPECT_EQ(track["trackCount"].asUInt(), 4u) << track.toStyledString();
+    EXPECT_EQ(track["fileName"].asString(), "00.mp3") << track.toStyledString();
 }
 
 TEST_F(PlaybackTest, MissingFileMakesTheWholeStickPlay)
@@ -236,8 +263,8 @@ TEST_F(PlaybackTest, MissingFileMakesTheWholeStickPlay)
     EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["fileName"].asString(), "01.mp3");
-    EXPECT_EQ(track["trackCount"].asUInt(), 2u);
+    EXPECT_EQ(track["fileName"].asString(), "01.mp3") << track.toStyledString();
+    EXPECT_EQ(track["trackCount"].asUInt(), 2u) << track.toStyledString();
 }
 
 TEST_F(PlaybackTest, PlayFolderPlaysEveryFileBelowItFromTheFirst)
@@ -247,26 +274,26 @@ TEST_F(PlaybackTest, PlayFolderPlaysEveryFileBelowItFromTheFirst)
     EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["trackCount"].asUInt(), 4u);
-    EXPECT_EQ(track["trackIndex"].asUInt(), 1u);
-    EXPECT_EQ(track["fileName"].asString(), "00.mp3");
-    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album/Disc 2");
+    EXPECT_EQ(track["trackCount"].asUInt(), 4u) << track.toStyledString();
+    EXPECT_EQ(track["trackIndex"].asUInt(), 1u) << track.toStyledString();
+    EXPECT_EQ(track["fileName"].asString(), "00.mp3") << track.toStyledString();
+    EXPECT_EQ(track["filePath"].asString(), Stick() + "/Album/Disc 2") << track.toStyledString();
 }
 
 TEST_F(PlaybackTest, PlayFolderWithoutAudioFails)
 {
     testing_support::WriteFile(Stick() + "/Empty/notes.txt", "no audio here");
     const Json::Value reply = PlayFolder("", "Empty");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-2, "E: No media files found"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-2, "E: No media files found")) << reply.toStyledString();
     EXPECT_EQ(PlayerState(), kStopped);
 }
 
 TEST_F(PlaybackTest, PlayFolderThatCannotBeOpenedFails)
 {
     const Json::Value reply = PlayFolder("", "Gone");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: While opendir " + Stick() + "/Gone"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-1, "E: While opendir " + Stick() + "/Gone")) << reply.toStyledString();
 }
 
 TEST_F(PlaybackTest, PlayAllSongsPlaysTheFirstFolderOfTheIndex)
@@ -279,8 +306,8 @@ TEST_F(PlaybackTest, PlayAllSongsPlaysTheFirstFolderOfTheIndex)
     EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["fileName"].asString(), "01.mp3");
-    EXPECT_EQ(track["trackCount"].asUInt(), 3u);
+    EXPECT_EQ(track["fileName"].asString(), "01.mp3") << track.toStyledString();
+    EXPECT_EQ(track["trackCount"].asUInt(), 3u) << track.toStyledString();
 }
 
 TEST_F(PlaybackTest, PlayAllSongsWithAnEmptyIndexFails)
@@ -290,8 +317,8 @@ TEST_F(PlaybackTest, PlayAllSongsWithAnEmptyIndexFails)
     index["usbStoragePath"] = Root() + "/empty";
     Call("indexUsbStorage", index);
     const Json::Value reply = Call("playAllSongsUSB");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-6, "E: No Songs on USB!"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-6, "E: No Songs on USB!")) << reply.toStyledString();
 }
 
 TEST_F(PlaybackTest, RequestIdsOfEveryTypeAreEchoed)
@@ -310,26 +337,59 @@ TEST_F(PlaybackTest, ResultShapes)
     EXPECT_TRUE(Result("seekForward").isBool());
     EXPECT_TRUE(Result("seekBackward").isBool());
     EXPECT_TRUE(Result("seek").isBool());
-    EXPECT_TRUE(Result("getBufferedAlbumArt")["albumArt"].isString());
-    EXPECT_TRUE(Result("getCurrentPlayerState")["playerState"].isInt());
-    EXPECT_TRUE(Result("isShuffleEnabledUSB")["enabled"].isBool());
-    EXPECT_TRUE(Result("getRepeatModeUSB")["mode"].isInt());
-    EXPECT_TRUE(Result("stopPlayingUSB")["success"].isBool());
+    {
+        const Json::Value reply = Result("getBufferedAlbumArt");
+        EXPECT_TRUE(reply["albumArt"].isString()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("getCurrentPlayerState");
+        EXPECT_TRUE(reply["playerState"].isInt()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("isShuffleEnabledUSB");
+        EXPECT_TRUE(reply["enabled"].isBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("getRepeatModeUSB");
+        EXPECT_TRUE(reply["mode"].isInt()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("stopPlayingUSB");
+        EXPECT_TRUE(reply["success"].isBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(PlaybackTest, MissingParamsReadAsZeroFalseOrEmpty)
 {
     Json::Value mode;
     mode["mode"] = 2;
-    ASSERT_EQ(Result("setRepeatModeUSB", mode)["mode"].asInt(), 2);
-    EXPECT_EQ(Result("setRepeatModeUSB")["mode"].asInt(), 0);
-    EXPECT_EQ(Result("getRepeatModeUSB")["mode"].asInt(), 0);
+    {
+        const Json::Value reply = Result("setRepeatModeUSB", mode);
+        ASSERT_EQ(reply["mode"].asInt(), 2) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("setRepeatModeUSB");
+        EXPECT_EQ(reply["mode"].asInt(), 0) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("getRepeatModeUSB");
+        EXPECT_EQ(reply["mode"].asInt(), 0) << reply.toStyledString();
+    }
 
     Json::Value enable;
     enable["enable"] = true;
-    ASSERT_TRUE(Result("enableShuffleUSB", enable)["enabled"].asBool());
-    EXPECT_FALSE(Result("enableShuffleUSB")["enabled"].asBool());
-    EXPECT_FALSE(Result("isShuffleEnabledUSB")["enabled"].asBool());
+    {
+        const Json::Value reply = Result("enableShuffleUSB", enable);
+        ASSERT_TRUE(reply["enabled"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("enableShuffleUSB");
+        EXPECT_FALSE(reply["enabled"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Result("isShuffleEnabledUSB");
+        EXPECT_FALSE(reply["enabled"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(PlaybackTest, SeekWithoutParamsSeeksToZero)
@@ -345,7 +405,10 @@ TEST_F(PlaybackTest, WavAndWmaPlayOneAfterTheOther)
     PlaceOnStick(MediaFactory::Wav(2), "Mixed/a.wav");
     PlaceOnStick(MediaFactory::Wma(2), "Mixed/b.wma");
     StartPlaying("Mixed", "a.wav");
-    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 2u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackCount"].asUInt(), 2u) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kStopped));
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_EQ(CurrentFileName(), "b.wma");
@@ -388,7 +451,7 @@ TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsEmpty)
     for (const char* key : {"trackIndex", "trackCount", "trackTime", "trackDuration"}) {
         EXPECT_EQ(track[key].asUInt(), 0u) << key;
     }
-    EXPECT_FALSE(track["isPlaying"].asBool());
+    EXPECT_FALSE(track["isPlaying"].asBool()) << track.toStyledString();
 }
 
 namespace {
@@ -409,18 +472,27 @@ TEST_F(PlaybackTest, PlaylistBuiltAtMaximumDepthTakesInTheSubfolders)
 {
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/Bonus/05.mp3");
-    ASSERT_TRUE(Result("getFileListUSB", BrowseParams(Stick() + "/Album", true)).isMember("filelist"));
+    {
+        const Json::Value reply = Call("getFileListUSB", BrowseParams(Stick() + "/Album", true));
+        ASSERT_TRUE(reply["result"].isMember("filelist")) << reply.toStyledString();
+    }
     StartPlaying("Album", "02.mp3");
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["trackCount"].asUInt(), 5u);
-    EXPECT_EQ(track["fileName"].asString(), "02.mp3");
-    EXPECT_EQ(track["trackIndex"].asUInt(), 2u);
+    EXPECT_EQ(track["trackCount"].asUInt(), 5u) << track.toStyledString();
+    EXPECT_EQ(track["fileName"].asString(), "02.mp3") << track.toStyledString();
+    EXPECT_EQ(track["trackIndex"].asUInt(), 2u) << track.toStyledString();
 }
 
 TEST_F(PlaybackTest, PlaylistBuiltBelowMaximumDepthKeepsToTheFolder)
 {
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
-    ASSERT_TRUE(Result("getFileListUSB", BrowseParams(Stick() + "/Album", false)).isMember("filelist"));
+    {
+        const Json::Value reply = Call("getFileListUSB", BrowseParams(Stick() + "/Album", false));
+        ASSERT_TRUE(reply["result"].isMember("filelist")) << reply.toStyledString();
+    }
     StartPlaying("Album", "02.mp3");
-    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 3u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackCount"].asUInt(), 3u) << reply.toStyledString();
+    }
 }

@@ -58,7 +58,10 @@ void PlayerTest::IndexStick()
 {
     Json::Value params;
     params["usbStoragePath"] = Stick();
-    ASSERT_TRUE(Result("indexUsbStorage", params)["success"].asBool());
+    {
+        const Json::Value reply = Result("indexUsbStorage", params);
+        ASSERT_TRUE(reply["success"].asBool()) << reply.toStyledString();
+    }
 }
 
 Json::Value PlayerTest::PlayFile(const std::string& folder, const std::string& name)
@@ -140,7 +143,10 @@ Json::Value PlayerTest::TrackInfo()
 
 void PlayerTest::StartPlaying(const std::string& folder, const std::string& name)
 {
-    ASSERT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(folder, name);
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
 }
 

@@ -63,7 +63,10 @@ protected:
     void ChangeTrackDuringRun(const SRun& run, const char* command)
     {
         StartRun(run);
-        ASSERT_TRUE(Call(command)["result"]["success"].asBool());
+        {
+            const Json::Value reply = Call(command);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         std::vector<int> states;
         ASSERT_TRUE(WaitForState(kPlaying, &states));
         EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -74,10 +77,16 @@ protected:
     void StopDuringRun(const SRun& run)
     {
         StartRun(run);
-        ASSERT_TRUE(Call("stopPlayingUSB")["result"]["success"].asBool());
+        {
+            const Json::Value reply = Call("stopPlayingUSB");
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(kStopped));
         EXPECT_EQ(PlayerState(), kStopped);
-        EXPECT_EQ(TrackInfo()["trackTime"].asUInt(), 0u);
+        {
+            const Json::Value reply = TrackInfo();
+            EXPECT_EQ(reply["trackTime"].asUInt(), 0u) << reply.toStyledString();
+        }
         EXPECT_FALSE(Seeking(run.method, true));
     }
 
@@ -95,7 +104,10 @@ protected:
 
     void Pause()
     {
-        ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+        {
+            const Json::Value reply = Call("pauseUSB");
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(kPaused));
     }
 };
@@ -129,12 +141,15 @@ TEST_F(SeekTest, SeekWhilePausedFailsAfterTheDelay)
 
 TEST_F(SeekTest, PausedPlayerSendsNoProgress)
 {
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     // The pause itself reports the time, just before the paused state.
     std::string last;
     for (Json::Value notification = Next(""); !notification.isNull(); notification = Next("")) {
         if (notification["method"].asString() == "playerStateChangedNotification") {
-            EXPECT_EQ(notification["params"]["playerState"].asInt(), kPaused);
+            EXPECT_EQ(notification["params"]["playerState"].asInt(), kPaused) << notification.toStyledString();
             break;
         }
         last = notification["method"].asString();

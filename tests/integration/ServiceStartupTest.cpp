@@ -73,7 +73,10 @@ TEST(ServiceStartupTest, EmptyAddressBindsLoopback)
     DaemonProcess daemon(options);
     RpcClient client;
     ASSERT_TRUE(client.Connect(daemon.Port()));
-    EXPECT_TRUE(client.Call("ping")["result"].asBool());
+    {
+        const Json::Value reply = client.Call("ping");
+        EXPECT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST(ServiceStartupTest, PortInUseRetriesThenStaysUpWithoutControl)

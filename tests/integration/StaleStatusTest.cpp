@@ -16,12 +16,12 @@ TEST_F(StaleStatusTest, EarlierFailureSurfacesInIndexUsbStorageError)
 {
     StartDaemon();
     const Json::Value play = Call("playUSB");
-    ASSERT_EQ(play["error"]["code"].asInt(), -1);
+    ASSERT_EQ(play["error"]["code"].asInt(), -1) << play.toStyledString();
 
     Json::Value params;
     params["usbStoragePath"] = Stick2();  // mounted, but holds no media
     const Json::Value reply = Call("indexUsbStorage", params);
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(reply["error"]["code"].asInt(), -1);
-    EXPECT_EQ(reply["error"]["message"].asString(), "E: No Song to play!");
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["code"].asInt(), -1) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["message"].asString(), "E: No Song to play!") << reply.toStyledString();
 }

@@ -116,7 +116,10 @@ protected:
     void StartPlaying(const std::string& folder, const std::string& name)
     {
         StartDaemon();
-        ASSERT_TRUE(PlayFile(folder, name)["result"]["success"].asBool());
+        {
+            const Json::Value reply = PlayFile(folder, name);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(kPlaying));
         NoteDescriptors();
     }
@@ -126,7 +129,10 @@ protected:
     // the folders of a broken scan are closed) and its memory stayed bounded.
     void ExpectStillServing()
     {
-        EXPECT_EQ(Call("ping")["result"], true);
+        {
+            const Json::Value reply = Call("ping");
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
         if (m_descriptorsBefore > 0) {
             // Slack for one-time opens of the daemon's libraries (GLib opens
             // /dev/null once, lazily); a leak per file or folder is far more.
@@ -137,9 +143,15 @@ protected:
         }
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
-        EXPECT_EQ(other.Call("ping", Json::Value(), kTimeoutMs)["result"], true);
+        {
+            const Json::Value reply = other.Call("ping", Json::Value(), kTimeoutMs);
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
         other.Close();
-        EXPECT_EQ(Call("ping")["result"], true);
+        {
+            const Json::Value reply = Call("ping");
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         // Sanitizers keep their own shadow and quarantine memory; the bound
         // is checked in the plain build.
@@ -174,8 +186,8 @@ protected:
         Json::Value device;
         device["deviceName"] = "usb1";
         const Json::Value state = Call("isUSBconnected", device)["result"];
-        EXPECT_FALSE(state["connected"].asBool());
-        EXPECT_EQ(state["errorCode"], "badFile");
+        EXPECT_FALSE(state["connected"].asBool()) << state.toStyledString();
+        EXPECT_EQ(state["errorCode"], "badFile") << state.toStyledString();
     }
 
     // The stick's source folder: in memory when /dev/shm is there (making and
@@ -220,7 +232,10 @@ TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourceP
     ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
     Json::Value enable;
     enable["enable"] = true;
-    ASSERT_TRUE(Call("seekForward", enable)["result"].asBool());
+    {
+        const Json::Value reply = Call("seekForward", enable);
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kFastForward));
     Command("pull eio");
     ExpectBadFileReport();
@@ -233,10 +248,16 @@ TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnRes
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
     ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPaused));
     Command("pull enodev");
-    ASSERT_TRUE(Call("playUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("playUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ExpectBadFileReport();
     ExpectStillServing();
 }
@@ -253,11 +274,20 @@ TEST_F(StickFaultTest, StickPulledBetweenTracksSkipsToTheEndOfThePlaylist)
     Command("pull-at /b.mp3 eio");
     StartDaemon();
     NoteDescriptors();
-    ASSERT_TRUE(PlayFile(Stick1(), "a.mp3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "a.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
     ASSERT_FALSE(seen.empty());
-    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
-    EXPECT_EQ(seen.back()["params"]["isEndOfPlaylist"], true);
+    {
+        const Json::Value reply = seen.back();
+        EXPECT_EQ(reply["method"], "endOfPlayListNotification") << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = seen.back();
+        EXPECT_EQ(reply["params"]["isEndOfPlaylist"], true) << reply.toStyledString();
+    }
     // a, b and c each started; b and c could not be opened and were skipped.
     EXPECT_EQ(StartsIn(seen), 3);
     EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
@@ -279,20 +309,26 @@ TEST_F(StickFaultTest, StickPulledDuringIndexingGivesAPartialIndex)
     const Json::Value reply = Index(Stick1());
     EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     const Json::Value root = Browse(Stick1(), 100)["result"];
-    EXPECT_GT(root["totalCount"].asInt(), 0);
-    EXPECT_LT(root["totalCount"].asInt(), 20);
+    EXPECT_GT(root["totalCount"].asInt(), 0) << root.toStyledString();
+    EXPECT_LT(root["totalCount"].asInt(), 20) << root.toStyledString();
     ExpectStillServing();
 
     // Gone: indexing it again fails as for a missing folder.
     const Json::Value again = Index(Stick1());
-    EXPECT_FALSE(again["result"]["success"].asBool());
-    EXPECT_EQ(again["error"]["code"].asInt(), -1);
-    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1());
+    EXPECT_FALSE(again["result"]["success"].asBool()) << again.toStyledString();
+    EXPECT_EQ(again["error"]["code"].asInt(), -1) << again.toStyledString();
+    EXPECT_EQ(again["error"]["message"].asString(), "E: While opendir " + Stick1()) << again.toStyledString();
 
     // Back: indexed whole.
     Command("unpull");
-    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    EXPECT_EQ(Browse(Stick1(), 1)["result"]["totalCount"].asInt(), 20);
+    {
+        const Json::Value reply = Index(Stick1());
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Browse(Stick1(), 1);
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 20) << reply.toStyledString();
+    }
     ExpectStillServing();
 }
 
@@ -307,10 +343,16 @@ TEST_F(StickFaultTest, StickPulledDuringAFolderPlayScan)
     // holds what was found, none of it opens any more, each track is skipped
     // (not a read error) and the playlist ends.
     Command("pull-after 30 enodev");
-    EXPECT_TRUE(PlayFolder(Stick1(), "music")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFolder(Stick1(), "music");
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
     ASSERT_FALSE(seen.empty());
-    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
+    {
+        const Json::Value reply = seen.back();
+        EXPECT_EQ(reply["method"], "endOfPlayListNotification") << reply.toStyledString();
+    }
     EXPECT_GT(StartsIn(seen), 0);
     EXPECT_LT(StartsIn(seen), 201) << "the scan ended early";
     EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
@@ -328,10 +370,19 @@ TEST_F(StickFaultTest, UntypedDirectoryEntriesAreSkipped)
     StartDaemon();
     const Json::Value reply = Index(Stick1());
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
-    EXPECT_EQ(Browse(Stick1())["result"]["totalCount"].asInt(), 0);
+    {
+        const Json::Value reply = Browse(Stick1());
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << reply.toStyledString();
+    }
     Command("types on");
-    EXPECT_TRUE(Index(Stick1())["result"]["success"].asBool());
-    EXPECT_EQ(Browse(Stick1())["result"]["totalCount"].asInt(), 2);
+    {
+        const Json::Value reply = Index(Stick1());
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Browse(Stick1());
+        EXPECT_EQ(reply["result"]["totalCount"].asInt(), 2) << reply.toStyledString();
+    }
 }
 
 TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
@@ -342,7 +393,10 @@ TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
     device_test::MakeMp3(Source("mix/d.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
     StartDaemon();
-    ASSERT_TRUE(PlayFolder(Stick1(), "mix")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFolder(Stick1(), "mix");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
     NoteDescriptors();
     // The random bytes are an error other than a read error: skipped. The WAV
@@ -350,7 +404,10 @@ TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
     EXPECT_TRUE(WaitForPlayingFile("d.mp3"));
     const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
     ASSERT_FALSE(seen.empty());
-    EXPECT_EQ(seen.back()["method"], "endOfPlayListNotification");
+    {
+        const Json::Value reply = seen.back();
+        EXPECT_EQ(reply["method"], "endOfPlayListNotification") << reply.toStyledString();
+    }
     EXPECT_EQ(StartsIn(seen), 3) << "b, c and d after a";
     EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
     EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos);
@@ -365,24 +422,33 @@ TEST_F(StickFaultTest, FatStickWithIsoNamesIsBrowsedAndPlayedWithIdsOfItsBytes)
     Command("latin1 on");
     Command("fat on");
     StartDaemon();
-    ASSERT_TRUE(Index(Stick1())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick1());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     // Names reach clients as UTF-8; IDs are the hash of the stick's bytes.
     const Json::Value root = Browse(Stick1())["result"]["filelist"];
     ASSERT_EQ(root.size(), 2u);
-    EXPECT_EQ(root[0]["name"], "\xc3\x9c" "ber");
-    EXPECT_TRUE(root[0]["isFolder"].asBool());
-    EXPECT_EQ(root[0]["ID"].asUInt(), FileId(Stick1(), "\xdc" "ber"));
-    EXPECT_EQ(root[1]["name"], "Caf\xc3\xa9.MP3");
-    EXPECT_EQ(root[1]["ID"].asUInt(), FileId(Stick1(), "Caf\xe9.MP3"));
+    EXPECT_EQ(root[0]["name"], "\xc3\x9c" "ber") << root.toStyledString();
+    EXPECT_TRUE(root[0]["isFolder"].asBool()) << root.toStyledString();
+    EXPECT_EQ(root[0]["ID"].asUInt(), FileId(Stick1(), "\xdc" "ber")) << root.toStyledString();
+    EXPECT_EQ(root[1]["name"], "Caf\xc3\xa9.MP3") << root.toStyledString();
+    EXPECT_EQ(root[1]["ID"].asUInt(), FileId(Stick1(), "Caf\xe9.MP3")) << root.toStyledString();
     const Json::Value inner = Browse(Stick1() + "/\xc3\x9c" "ber")["result"]["filelist"];
     ASSERT_EQ(inner.size(), 1u);
-    EXPECT_EQ(inner[0]["name"], "Na\xc3\xafve.WAV");
-    EXPECT_EQ(inner[0]["path"], Stick1() + "/\xc3\x9c" "ber");
-    EXPECT_EQ(inner[0]["ID"].asUInt(), FileId(Stick1() + "/\xdc" "ber", "Na\xefve.WAV"));
+    EXPECT_EQ(inner[0]["name"], "Na\xc3\xafve.WAV") << inner.toStyledString();
+    EXPECT_EQ(inner[0]["path"], Stick1() + "/\xc3\x9c" "ber") << inner.toStyledString();
+    EXPECT_EQ(inner[0]["ID"].asUInt(), FileId(Stick1() + "/\xdc" "ber", "Na\xefve.WAV")) << inner.toStyledString();
 
-    ASSERT_TRUE(PlayFile(Stick1(), "Caf\xc3\xa9.MP3")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1(), "Caf\xc3\xa9.MP3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(WaitForPlayingFile("Caf\xc3\xa9.MP3"));
-    ASSERT_TRUE(PlayFile(Stick1() + "/\xc3\x9c" "ber", "Na\xc3\xafve.WAV")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFile(Stick1() + "/\xc3\x9c" "ber", "Na\xc3\xafve.WAV");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_TRUE(WaitForPlayingFile("Na\xc3\xafve.WAV"));
 }
 
@@ -524,7 +590,10 @@ protected:
             GTEST_SKIP() << m_stick->Why();
         }
         StartDaemon();
-        ASSERT_TRUE(PlayFile(Stick2(), "long.mp3")["result"]["success"].asBool());
+        {
+            const Json::Value reply = PlayFile(Stick2(), "long.mp3");
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(kPlaying));
         NoteDescriptors();
 
@@ -539,11 +608,11 @@ protected:
 
         const auto browseStart = Clock::now();
         const Json::Value root = Browse(Stick1(), 50)["result"];
-        EXPECT_EQ(root["totalCount"].asInt(), folders);
-        EXPECT_EQ(root["filelist"].size(), static_cast<size_t>(std::min(folders, 50)));
+        EXPECT_EQ(root["totalCount"].asInt(), folders) << root.toStyledString();
+        EXPECT_EQ(root["filelist"].size(), static_cast<size_t>(std::min(folders, 50))) << root.toStyledString();
         const Json::Value page = Browse(Stick1() + "/folder7", 20, filesEach / 2)["result"];
-        EXPECT_EQ(page["totalCount"].asInt(), filesEach);
-        EXPECT_EQ(page["filelist"].size(), static_cast<size_t>(std::min(20, filesEach - filesEach / 2)));
+        EXPECT_EQ(page["totalCount"].asInt(), filesEach) << page.toStyledString();
+        EXPECT_EQ(page["filelist"].size(), static_cast<size_t>(std::min(20, filesEach - filesEach / 2))) << page.toStyledString();
         std::printf("browse of two pages: %.3f s\n", SecondsSince(browseStart));
         EXPECT_EQ(PlayerState(), kPlaying);
         ExpectStillServing();

@@ -58,16 +58,25 @@ TEST_F(StorageIndexTest, IndexSucceedsAndChecksumIsADecimalString)
     ASSERT_NE(expected, "0");
     const std::string raw = CallRaw("getUsbStorageCrc32");
     EXPECT_EQ(WithIdZero(raw), R"({"id":0,"jsonrpc":"2.0","result":{"crc32":")" + expected + R"("}})");
-    EXPECT_TRUE(testing_support::ParseLine(raw)["result"]["crc32"].isString());
+    {
+        const Json::Value reply = testing_support::ParseLine(raw);
+        EXPECT_TRUE(reply["result"]["crc32"].isString()) << reply.toStyledString();
+    }
 }
 
 TEST_F(StorageIndexTest, TwoIndexesOfTheSameTreeGiveEqualChecksums)
 {
     TouchAll(kTree);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::string first = Crc();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(Crc(), first);
 }
 
@@ -75,18 +84,27 @@ TEST_F(StorageIndexTest, EqualTreesGiveEqualChecksums)
 {
     TouchAll(kDistinctTree);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     const std::string first = Crc();
 
     // The same tree again, made in another order, in the same place.
     RemoveTree(Stick());
     TouchAll(std::vector<std::string>(kDistinctTree.rbegin(), kDistinctTree.rend()));
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(Crc(), first);
 
     // A changed tree changes it.
     Touch("Jazz/new.mp3");
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_NE(Crc(), first);
 }
 
@@ -94,7 +112,10 @@ TEST_F(StorageIndexTest, PathThatDoesNotExist)
 {
     TouchAll(kTree);
     StartDaemon();
-    ASSERT_TRUE(Index(Stick())["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_NE(Crc(), "0");
 
     const std::string missing = Stick() + "/missing";
@@ -107,7 +128,10 @@ TEST_F(StorageIndexTest, PathThatDoesNotExist)
     EXPECT_TRUE(m_daemon->WaitForOutput("dp == NULL && 0 == dirLevel\n", 10000));
     EXPECT_TRUE(m_daemon->WaitForOutput("E: While opendir " + missing + "(-1)\n", 10000));
     // The index is empty: browsing finds nothing.
-    EXPECT_EQ(ListGroup(0, 10, 0)["error"]["code"].asInt(), -10);
+    {
+        const Json::Value reply = ListGroup(0, 10, 0);
+        EXPECT_EQ(reply["error"]["code"].asInt(), -10) << reply.toStyledString();
+    }
 }
 
 TEST_F(StorageIndexTest, StorageWithoutMediaFails)
@@ -115,12 +139,12 @@ TEST_F(StorageIndexTest, StorageWithoutMediaFails)
     TouchAll({"Docs/readme.txt", ".hidden/a.mp3"});
     StartDaemon();
     const Json::Value reply = Index(Stick());
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    ASSERT_TRUE(reply.isMember("error"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
     // The scan met no failure, and the index does not reset the player's
     // status: a fresh player's status is success.
-    EXPECT_EQ(reply["error"]["code"].asInt(), 0);
-    EXPECT_EQ(reply["error"]["message"].asString(), "Success");
+    EXPECT_EQ(reply["error"]["code"].asInt(), 0) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["message"].asString(), "Success") << reply.toStyledString();
     EXPECT_EQ(Crc(), "0");
 }
 
@@ -128,9 +152,9 @@ TEST_F(StorageIndexTest, MissingParamsIndexTheEmptyPath)
 {
     StartDaemon();
     const Json::Value reply = Call("indexUsbStorage");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(reply["error"]["code"].asInt(), -1);
-    EXPECT_EQ(reply["error"]["message"].asString(), "E: While opendir ");
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["code"].asInt(), -1) << reply.toStyledString();
+    EXPECT_EQ(reply["error"]["message"].asString(), "E: While opendir ") << reply.toStyledString();
 }
 
 TEST_F(StorageIndexTest, Utf8PathFindsTheLatin1Folder)
@@ -138,8 +162,8 @@ TEST_F(StorageIndexTest, Utf8PathFindsTheLatin1Folder)
     Touch("Cl\xe9/a.mp3");
     StartDaemon();
     const Json::Value reply = Index(Stick() + "/Cl\xc3\xa9");
-    EXPECT_TRUE(reply["result"]["success"].asBool());
-    EXPECT_FALSE(reply.isMember("error"));
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(Crc(), ExpectedCrc(Stick() + "/Cl\xe9"));
     // The folder's content is listed under its Latin-1 path; group 0 stays
     // the stick's mount point, which this index holds nothing of.
@@ -151,11 +175,14 @@ TEST_F(StorageIndexTest, TrailingSlashIsKeptForIdsButNotForTheRoot)
 {
     TouchAll({"Rock/a.mp3", "top.mp3"});
     StartDaemon();
-    ASSERT_TRUE(Index(Stick() + "/")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Index(Stick() + "/");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(Crc(), ExpectedCrc(Stick() + "/"));
     EXPECT_NE(Crc(), ExpectedCrc(Stick()));
     const Json::Value reply = ListGroup(0, 10, 0);
     EXPECT_EQ(PageNames(reply), (std::vector<std::string>{"Rock", "top.mp3"}));
-    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick() + "/", "Rock"));
-    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick());
+    EXPECT_EQ(reply["result"]["filelist"][0]["ID"].asUInt(), FileId(Stick() + "/", "Rock")) << reply.toStyledString();
+    EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick()) << reply.toStyledString();
 }

@@ -36,7 +36,10 @@ protected:
     {
         MakeMp3(Stick1() + "/music/" + diskName, seconds);
         StartDaemon();
-        ASSERT_TRUE(PlayFile(Stick1() + "/music", clientName)["result"]["success"].asBool());
+        {
+            const Json::Value reply = PlayFile(Stick1() + "/music", clientName);
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(4));
     }
 
@@ -84,60 +87,78 @@ TEST_F(SuspensionTest, SnapshotWhilePlayingIsReportedOnceAfterWakeUp)
 
     Call("setSoftPowerOff", SoftPowerOff(true));
     // Before the wake-up nothing is pending.
-    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+    {
+        const Json::Value reply = Call("popSuspendedTrackInfo");
+        EXPECT_FALSE(reply["result"]["suspensionData"]["isSuspended"].asBool()) << reply.toStyledString();
+    }
     Call("setSoftPowerOff", SoftPowerOff(false));
     const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
 
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["fileName"], "caf\xC3\xA9.mp3");
-    EXPECT_EQ(data["filePath"], Stick1() + "/music");
-    EXPECT_GE(data["trackTime"].asUInt(), 1u);
-    EXPECT_LE(data["trackTime"].asUInt(), 10u);
-    EXPECT_TRUE(data["isShuffleOn"].asBool());
-    EXPECT_EQ(data["repeatMode"], 2);
-    EXPECT_EQ(data["playerState"], 4);
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["fileName"], "caf\xC3\xA9.mp3") << data.toStyledString();
+    EXPECT_EQ(data["filePath"], Stick1() + "/music") << data.toStyledString();
+    EXPECT_GE(data["trackTime"].asUInt(), 1u) << data.toStyledString();
+    EXPECT_LE(data["trackTime"].asUInt(), 10u) << data.toStyledString();
+    EXPECT_TRUE(data["isShuffleOn"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["repeatMode"], 2) << data.toStyledString();
+    EXPECT_EQ(data["playerState"], 4) << data.toStyledString();
     EXPECT_EQ(data.size(), 7u);
 
     // Handed out once; playback itself is untouched.
-    EXPECT_EQ(Call("popSuspendedTrackInfo")["result"]["suspensionData"],
-              Flag("isSuspended", false));
+    {
+        const Json::Value reply = Call("popSuspendedTrackInfo");
+        EXPECT_EQ(reply["result"]["suspensionData"],
+                  Flag("isSuspended", false)) << reply.toStyledString();
+    }
     EXPECT_EQ(PlayerState(), 4);
 }
 
 TEST_F(SuspensionTest, SnapshotWhilePausedKeepsPausedState)
 {
     StartPlaying(10.0);
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_EQ(PlayerState(), 3);
 
     const Json::Value data = PowerCycleAndPop();
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["playerState"], 3);
-    EXPECT_EQ(data["fileName"], "song.mp3");
-    EXPECT_FALSE(data["isShuffleOn"].asBool());
-    EXPECT_EQ(data["repeatMode"], 0);
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["playerState"], 3) << data.toStyledString();
+    EXPECT_EQ(data["fileName"], "song.mp3") << data.toStyledString();
+    EXPECT_FALSE(data["isShuffleOn"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["repeatMode"], 0) << data.toStyledString();
     EXPECT_EQ(PlayerState(), 3);
 }
 
 TEST_F(SuspensionTest, SoftPowerOffWhileFastForwardingKeepsNoSnapshot)
 {
     StartPlaying(120.0);
-    ASSERT_TRUE(Call("seekForward", Flag("enable", true))["result"].asBool());
+    {
+        const Json::Value reply = Call("seekForward", Flag("enable", true));
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     ASSERT_EQ(PlayerState(), 5);
 
-    EXPECT_FALSE(PowerCycleAndPop()["isSuspended"].asBool());
+    {
+        const Json::Value reply = PowerCycleAndPop();
+        EXPECT_FALSE(reply["isSuspended"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(SuspensionTest, SoftPowerOffWhileFastForwardingKeepsTheOlderSnapshot)
 {
     StartPlaying(120.0);
     Call("setSoftPowerOff", SoftPowerOff(true));  // playing: kept
-    ASSERT_TRUE(Call("seekForward", Flag("enable", true))["result"].asBool());
+    {
+        const Json::Value reply = Call("seekForward", Flag("enable", true));
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     ASSERT_EQ(PlayerState(), 5);
 
     const Json::Value data = PowerCycleAndPop();
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["playerState"], 4);
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["playerState"], 4) << data.toStyledString();
 }
 
 TEST_F(SuspensionTest, SoftPowerOffAfterStopKeepsTheOlderSnapshot)
@@ -148,8 +169,8 @@ TEST_F(SuspensionTest, SoftPowerOffAfterStopKeepsTheOlderSnapshot)
     ASSERT_EQ(PlayerState(), 0);
 
     const Json::Value data = PowerCycleAndPop();
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["fileName"], "song.mp3");
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["fileName"], "song.mp3") << data.toStyledString();
 }
 
 TEST_F(SuspensionTest, PendingSnapshotSurvivesASecondSoftPowerOffWhileStopped)
@@ -164,9 +185,9 @@ TEST_F(SuspensionTest, PendingSnapshotSurvivesASecondSoftPowerOffWhileStopped)
     Call("setSoftPowerOff", SoftPowerOff(true));
 
     const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["fileName"], "song.mp3");
-    EXPECT_EQ(data["playerState"], 4);
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["fileName"], "song.mp3") << data.toStyledString();
+    EXPECT_EQ(data["playerState"], 4) << data.toStyledString();
 }
 
 TEST_F(SuspensionTest, PendingSnapshotIsReplacedByASecondSoftPowerOffWhilePaused)
@@ -174,14 +195,20 @@ TEST_F(SuspensionTest, PendingSnapshotIsReplacedByASecondSoftPowerOffWhilePaused
     StartPlaying(10.0);
     Call("setSoftPowerOff", SoftPowerOff(true));
     Call("setSoftPowerOff", SoftPowerOff(false));
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     Call("setSoftPowerOff", SoftPowerOff(true));
 
     // Still pending, without another wake-up: the newer snapshot is reported.
     const Json::Value data = Call("popSuspendedTrackInfo")["result"]["suspensionData"];
-    EXPECT_TRUE(data["isSuspended"].asBool());
-    EXPECT_EQ(data["playerState"], 3);
-    EXPECT_FALSE(Call("popSuspendedTrackInfo")["result"]["suspensionData"]["isSuspended"].asBool());
+    EXPECT_TRUE(data["isSuspended"].asBool()) << data.toStyledString();
+    EXPECT_EQ(data["playerState"], 3) << data.toStyledString();
+    {
+        const Json::Value reply = Call("popSuspendedTrackInfo");
+        EXPECT_FALSE(reply["result"]["suspensionData"]["isSuspended"].asBool()) << reply.toStyledString();
+    }
 }
 
 TEST_F(SuspensionTest, SnapshotSurvivesAKilledDaemonAndIsReportedOnceAfterWakeUp)

@@ -63,7 +63,10 @@ protected:
         ASSERT_EQ(message.text, "READY=1");
         RpcClient client;
         ASSERT_TRUE(client.Connect(daemon.Port()));
-        EXPECT_EQ(client.Call("ping")["result"], true);
+        {
+            const Json::Value reply = client.Call("ping");
+            EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+        }
         EXPECT_EQ(daemon.Stop(SIGTERM, kEventTimeoutMs), 0);
     }
 
@@ -81,7 +84,10 @@ TEST_F(SystemdNotifyTest, ReadyOnlyOnceTheControlPortListens)
     // No retry: the port must already accept.
     RpcClient client;
     ASSERT_TRUE(client.Connect(daemon->Port(), 0));
-    EXPECT_EQ(client.Call("ping")["result"], true);
+    {
+        const Json::Value reply = client.Call("ping");
+        EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+    }
 }
 
 TEST_F(SystemdNotifyTest, ReadyThenStoppingOnSigtermAndNoWatchdogUnlessAsked)

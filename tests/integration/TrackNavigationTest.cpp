@@ -27,14 +27,20 @@ protected:
     {
         Json::Value params;
         params["mode"] = mode;
-        ASSERT_EQ(Result("setRepeatModeUSB", params)["mode"].asInt(), mode);
+        {
+            const Json::Value reply = Result("setRepeatModeUSB", params);
+            ASSERT_EQ(reply["mode"].asInt(), mode) << reply.toStyledString();
+        }
     }
 
     void EnableShuffle(bool enabled)
     {
         Json::Value params;
         params["enable"] = enabled;
-        ASSERT_EQ(Result("enableShuffleUSB", params)["enabled"].asBool(), enabled);
+        {
+            const Json::Value reply = Result("enableShuffleUSB", params);
+            ASSERT_EQ(reply["enabled"].asBool(), enabled) << reply.toStyledString();
+        }
     }
 
     // "nextUSB" or "previousUSB" that succeeds and plays `expected`.
@@ -70,24 +76,33 @@ TEST_F(TrackNavigationTest, NextAndPreviousMoveThroughThePlaylist)
     Step("nextUSB", "02.mp3");
     Step("nextUSB", "03.mp3");
     Step("previousUSB", "02.mp3");
-    EXPECT_EQ(TrackInfo()["trackIndex"].asUInt(), 2u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackIndex"].asUInt(), 2u) << reply.toStyledString();
+    }
 }
 
 TEST_F(TrackNavigationTest, NextOnTheLastEntryWithoutRepeatEndsThePlaylist)
 {
     StartPlaying("Album", "03.mp3");
     const Json::Value reply = Call("nextUSB");
-    EXPECT_FALSE(reply["result"]["success"].asBool());
-    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /"));
+    EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString();
     EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
     EXPECT_EQ(PlayerState(), kStopped);
     const Json::Value track = TrackInfo();
-    EXPECT_EQ(track["trackCount"].asUInt(), 0u);
-    EXPECT_EQ(track["trackIndex"].asUInt(), 0u);
-    EXPECT_EQ(track["fileName"].asString(), "");
+    EXPECT_EQ(track["trackCount"].asUInt(), 0u) << track.toStyledString();
+    EXPECT_EQ(track["trackIndex"].asUInt(), 0u) << track.toStyledString();
+    EXPECT_EQ(track["fileName"].asString(), "") << track.toStyledString();
     // Nothing to go to any more.
-    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
-    EXPECT_EQ(ErrorOf(Call("previousUSB")), Error(-4, "E: No file selected to play - /"));
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
+    {
+        const Json::Value reply = Call("previousUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
 }
 
 TEST_F(TrackNavigationTest, EndOfATrackPlaysTheNextEntry)
@@ -105,9 +120,12 @@ TEST_F(TrackNavigationTest, EndOfTheLastTrackWithoutRepeatEndsThePlaylistWithout
     ASSERT_TRUE(WaitForState(kStopped));
     const Json::Value end = Next("endOfPlayListNotification");
     ASSERT_FALSE(end.isNull());
-    EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true));
+    EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true)) << end.toStyledString();
     EXPECT_EQ(PlayerState(), kStopped);
-    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 0u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackCount"].asUInt(), 0u) << reply.toStyledString();
+    }
     EXPECT_EQ(Daemon().Output().find("E: "), std::string::npos) << Daemon().Output();
 }
 
@@ -146,8 +164,8 @@ TEST_F(TrackNavigationTest, PreviousOnTheFirstEntryFailsAndKeepsPlaying)
         SetRepeat(mode);
         StartPlaying("Album", "01.mp3");
         const Json::Value reply = Call("previousUSB");
-        EXPECT_FALSE(reply["result"]["success"].asBool());
-        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - " + Folder() + "/01.mp3")) << mode;
+        EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - " + Folder() + "/01.mp3")) << mode << ": " << reply.toStyledString();
         EXPECT_EQ(PlayerState(), kPlaying);
         EXPECT_EQ(CurrentFileName(), "01.mp3");
     }
@@ -156,9 +174,15 @@ TEST_F(TrackNavigationTest, PreviousOnTheFirstEntryFailsAndKeepsPlaying)
 TEST_F(TrackNavigationTest, NextWhilePausedEndsPausedOnTheNextEntry)
 {
     StartPlaying("Album", "01.mp3");
-    ASSERT_TRUE(Call("pauseUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("pauseUSB");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPaused));
-    EXPECT_TRUE(Call("nextUSB")["result"]["success"].asBool());
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPaused, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying, kPaused}));
@@ -171,13 +195,19 @@ TEST_F(TrackNavigationTest, NextWhilePausedEndsPausedOnTheNextEntry)
 TEST_F(TrackNavigationTest, UnknownRepeatModeWrapsOnlyAtTheEndOfAStream)
 {
     SetRepeat(7);
-    EXPECT_EQ(Result("getRepeatModeUSB")["mode"].asInt(), 7);
+    {
+        const Json::Value reply = Result("getRepeatModeUSB");
+        EXPECT_EQ(reply["mode"].asInt(), 7) << reply.toStyledString();
+    }
     StartPlaying("Album", "03.mp3");
     ASSERT_TRUE(WaitForState(kStopped));
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_EQ(CurrentFileName(), "01.mp3");
     StartPlaying("Album", "03.mp3");
-    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
 }
 
 TEST_F(TrackNavigationTest, SetRepeatModeNotifiesEveryTime)
@@ -187,7 +217,7 @@ TEST_F(TrackNavigationTest, SetRepeatModeNotifiesEveryTime)
     for (int i = 0; i < 2; ++i) {
         const Json::Value notification = Next("repeatModeChangedNotification");
         ASSERT_FALSE(notification.isNull()) << i;
-        EXPECT_EQ(notification["params"]["mode"], Json::Value(1));
+        EXPECT_EQ(notification["params"]["mode"], Json::Value(1)) << notification.toStyledString();
     }
 }
 
@@ -231,7 +261,7 @@ TEST_F(TrackNavigationTest, FirstShuffleAfterStartUpFollowsTheRandSequence)
     IndexStick();
     EnableShuffle(true);
     const Json::Value notification = Next("shuffleModeChangedNotification");
-    EXPECT_EQ(notification["params"]["enabled"], Json::Value(true));
+    EXPECT_EQ(notification["params"]["enabled"], Json::Value(true)) << notification.toStyledString();
 
     const std::vector<uint32_t> order = FirstShuffleOrder(6, 1);
     StartPlaying("Album", "02.mp3");
@@ -240,7 +270,10 @@ TEST_F(TrackNavigationTest, FirstShuffleAfterStartUpFollowsTheRandSequence)
         Step("nextUSB", names[order[position]]);
     }
     // At the end of the order without repeat the playlist ends.
-    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
     EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
 }
 
@@ -263,9 +296,15 @@ TEST_F(TrackNavigationTest, ShuffleWithOneTrack)
 {
     PlaceOnStick(MediaFactory::Mp3(2), "Single/only.mp3");
     EnableShuffle(true);
-    ASSERT_TRUE(PlayFolder("", "Single")["result"]["success"].asBool());
+    {
+        const Json::Value reply = PlayFolder("", "Single");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+    }
     ASSERT_TRUE(WaitForState(kPlaying));
-    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
     EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
 }
 
@@ -279,7 +318,10 @@ TEST_F(TrackNavigationTest, ShuffleTurnedOnMidPlaylistFollowsTheNewOrderFromItsS
     const std::vector<uint32_t> order = FirstRandOrder(3);
     Step("nextUSB", kLongNames[order[1]]);
     Step("nextUSB", kLongNames[order[2]]);
-    EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /"));
+    {
+        const Json::Value reply = Call("nextUSB");
+        EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
+    }
     EXPECT_FALSE(Next("endOfPlayListNotification").isNull());
 }
 
@@ -294,7 +336,10 @@ TEST_F(TrackNavigationTest, ShuffleWithRepeatOneStaysOnTheLastShuffledEntry)
     Step("nextUSB", kLongNames[order[2]]);
     // At the end of the order a next replays the entry there.
     Step("nextUSB", kLongNames[order[2]]);
-    EXPECT_EQ(TrackInfo()["trackCount"].asUInt(), 3u);
+    {
+        const Json::Value reply = TrackInfo();
+        EXPECT_EQ(reply["trackCount"].asUInt(), 3u) << reply.toStyledString();
+    }
 }
 
 TEST_F(TrackNavigationTest, ShuffleWithRepeatAllStartsTheOrderAgain)
@@ -315,10 +360,13 @@ TEST_F(TrackNavigationTest, EveryNextAfterTheEndSendsEndOfPlaylistAgain)
     PlaceLongTracks();
     StartPlaying("Long", "03.mp3");
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(ErrorOf(Call("nextUSB")), Error(-4, "E: No file selected to play - /")) << i;
+        {
+            const Json::Value reply = Call("nextUSB");
+            EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << i << ": " << reply.toStyledString() << reply.toStyledString();
+        }
         const Json::Value end = Next("endOfPlayListNotification");
         ASSERT_FALSE(end.isNull()) << i;
-        EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true));
+        EXPECT_EQ(end["params"]["isEndOfPlaylist"], Json::Value(true)) << end.toStyledString();
     }
     EXPECT_EQ(PlayerState(), kStopped);
 }

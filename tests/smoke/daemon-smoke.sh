@@ -36,11 +36,17 @@ make_media 1-tone.mp3 4 lamemp3enc
 make_media 2-tone.wma 5 avenc_wmav2 ! avmux_asf
 make_media 3-tone.wav 6 wavenc
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-export USBMEDIA_ROOT=$work/root USBMEDIA_PORT=$port USBMEDIA_AUDIO_SINK="fakesink sync=true"
+export USBMEDIA_ROOT=$work/root USBMEDIA_AUDIO_SINK="fakesink sync=true"
 start=$SECONDS
-"${emulator[@]}" "$daemon" > "$work/daemon.log" 2>&1 &
+# It serves on a socket made for it, so no other test's daemon can hold its port.
+python3 "$(dirname "$0")/../../scripts/with-listener.py" "$work/port" "${emulator[@]}" "$daemon" \
+  > "$work/daemon.log" 2>&1 &
 daemon_pid=$!
+until [ -s "$work/port" ]; do
+  kill -0 "$daemon_pid" 2>/dev/null || fail "daemon exited at start"
+  sleep 0.05
+done
+export USBMEDIA_PORT=$(cat "$work/port")
 
 ctl() { "${emulator[@]}" "$client" "$@"; }
 for _ in $(seq 150); do

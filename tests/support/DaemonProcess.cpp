@@ -22,6 +22,66 @@ namespace testing_support {
 
 namespace {
 using Clock = std::chrono::steady_clock;
+
+constexpr int kHandedOverFd = 3;  // where socket activation puts the first socket
+
+sockaddr_in Loopback()
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+// A socket on 127.0.0.1 with a port the kernel chose; -1 on failure.
+int BoundLoopbackSocket(int& port)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = Loopback();
+    socklen_t length = sizeof address;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        return -1;
+    }
+    port = ntohs(address.sin_port);
+    return fd;
+}
+
+// The daemon binds an address of its own when the test names one.
+bool AsksForAddress(const std::vector<std::string>& arguments)
+{
+    return std::any_of(arguments.begin(), arguments.end(),
+                       [](const std::string& argument) { return argument.rfind("-a", 0) == 0; });
+}
+
+// In the child: `listener` becomes descriptor 3, announced to this very
+// process (the emulator, when there is one, execs the daemon in it).
+void HandOver(int listener)
+{
+    if (listener == kHandedOverFd) {
+        fcntl(listener, F_SETFD, 0);  // dup2 onto itself would keep close-on-exec
+    } else {
+        dup2(listener, kHandedOverFd);
+    }
+    setenv("LISTEN_FDS", "1", 1);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+}
+}  // namespace
+
+HeldPort::HeldPort()
+{
+    m_fd = BoundLoopbackSocket(m_port);
+    if (m_fd < 0) {
+        throw std::runtime_error("cannot bind a port on 127.0.0.1");
+    }
+}
+
+HeldPort::~HeldPort()
+{
+    close(m_fd);
 }
 
 std::string DaemonProcess::BinaryPath()
@@ -65,15 +125,18 @@ void DaemonProcess::ForgetEmulatorEnvironment()
 
 int DaemonProcess::FreePort()
 {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
+    const HeldPort held;
+    return held.Port();
+}
+
+int DaemonProcess::MakeListener()
+{
+    const int fd = BoundLoopbackSocket(m_port);
+    if (fd >= 0 && listen(fd, SOMAXCONN) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
 }
 
 DaemonProcess::DaemonProcess() : DaemonProcess(Options{})
@@ -82,7 +145,14 @@ DaemonProcess::DaemonProcess() : DaemonProcess(Options{})
 
 DaemonProcess::DaemonProcess(const Options& options)
 {
-    m_port = options.port != 0 ? options.port : FreePort();
+    const bool handOver = options.port == 0 && !AsksForAddress(options.arguments);
+    const int listener = handOver ? MakeListener() : -1;
+    if (handOver && listener < 0) {
+        throw std::runtime_error("cannot make a listening socket on 127.0.0.1");
+    }
+    if (!handOver) {
+        m_port = options.port != 0 ? options.port : FreePort();
+    }
     char pattern[] = "/tmp/usbmedia-daemon-out-XXXXXX";
     const int outFd = mkstemp(pattern);
     if (outFd < 0) {
@@ -98,6 +168,9 @@ DaemonProcess::DaemonProcess(const Options& options)
     if (m_pid == 0) {
         dup2(outFd, STDOUT_FILENO);
         dup2(outFd, STDERR_FILENO);
+        if (listener >= 0) {
+            HandOver(listener);
+        }
         setenv("USBMEDIA_PORT", std::to_string(m_port).c_str(), 1);
         if (std::getenv("USBMEDIA_AUDIO_SINK") == nullptr) {
             setenv("USBMEDIA_AUDIO_SINK", "fakesink sync=true", 1);
@@ -121,12 +194,29 @@ DaemonProcess::DaemonProcess(const Options& options)
         _exit(127);
     }
     close(outFd);
-    if (options.waitUntilServing) {
-        RpcClient probe;
-        if (!probe.Connect(m_port, 15000)) {
-            throw std::runtime_error("daemon did not start serving: " + Output());
-        }
+    if (listener >= 0) {
+        close(listener);  // the daemon holds it now
     }
+    if (options.waitUntilServing && !WaitUntilServing(handOver, 15000)) {
+        throw std::runtime_error("daemon did not start serving: " + Output());
+    }
+}
+
+bool DaemonProcess::WaitUntilServing(bool handedOver, int timeoutMs)
+{
+    RpcClient probe;
+    if (!probe.Connect(m_port, timeoutMs)) {
+        return false;
+    }
+    // A handed-over socket accepts connections before the daemon serves
+    // (the kernel queues them): only an answer says it does.
+    if (handedOver && !probe.Call("ping", Json::Value(), timeoutMs)["result"].asBool()) {
+        return false;
+    }
+    // Leave only once the daemon has closed the probe's connection, so that
+    // a test counting the daemon's descriptors starts from its idle count.
+    shutdown(probe.Fd(), SHUT_WR);
+    return probe.WaitClosed(timeoutMs);
 }
 
 DaemonProcess::~DaemonProcess()

@@ -36,20 +36,6 @@ namespace {
 
 constexpr size_t kChunk = 64 * 1024;
 
-uint16_t FreeLoopbackPort()
-{
-    const FileDescriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (!probe.IsValid() || bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        getsockname(probe.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        return 0;
-    }
-    return ntohs(address.sin_port);
-}
-
 // A chunk whose every byte tells where it is in the stream.
 std::string Chunk(size_t index)
 {
@@ -64,10 +50,11 @@ class TcpServerTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        const uint16_t port = FreeLoopbackPort();
-        ASSERT_NE(port, 0);
-        server = std::make_unique<TcpServer>("127.0.0.1", port);
+        // Port 0: the kernel picks a free one as it binds, no race with
+        // another test; the server keeps the port it got.
+        server = std::make_unique<TcpServer>("127.0.0.1", 0);
         ASSERT_TRUE(server->Bind());
+        ASSERT_NE(server->GetPort(), 0);
         ASSERT_TRUE(server->Listen());  // this thread serves
     }
 
