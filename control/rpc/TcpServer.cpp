@@ -283,26 +283,41 @@ TcpServer::Client* TcpServer::FindClientOnServingThread(int fd) NO_THREAD_SAFETY
 
 void TcpServer::AcceptClients()
 {
-    for (;;) {
-        FileDescriptor accepted(accept4(m_listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (!accepted.IsValid()) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                m_acceptPausedUntil = std::chrono::steady_clock::now() + kAcceptPause;
-            }
-            return;  // EAGAIN: all taken
-        }
-        const CLockGuard<CMutex> lock(m_mutex);
-        if (m_clients.size() >= kMaxClients) {
-            continue;  // closed at once: the connection count is bounded
-        }
-        const int on = 1;
-        setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const int fd = accepted.Get();
-        m_clients[fd] = std::make_unique<Client>(accepted.Release());
+    std::vector<int> accepted;
+    while (AcceptOne(accepted)) {
     }
+    // What a new client sent with its connection is read now, so its first
+    // request has its turn in this round, not after another client's.
+    for (const int fd : accepted) {
+        if (Client* const client = FindClientOnServingThread(fd)) {
+            ReadFrom(*client);
+        }
+    }
+}
+
+// Accepts one pending connection; false when none is left to accept.
+bool TcpServer::AcceptOne(std::vector<int>& accepted)
+{
+    FileDescriptor socket(accept4(m_listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!socket.IsValid()) {
+        if (errno == EINTR || errno == ECONNABORTED) {
+            return true;
+        }
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            m_acceptPausedUntil = std::chrono::steady_clock::now() + kAcceptPause;
+        }
+        return false;  // EAGAIN: all taken
+    }
+    const CLockGuard<CMutex> lock(m_mutex);
+    if (m_clients.size() >= kMaxClients) {
+        return true;  // closed at once: the connection count is bounded
+    }
+    const int on = 1;
+    setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const int fd = socket.Get();
+    m_clients[fd] = std::make_unique<Client>(socket.Release());
+    accepted.push_back(fd);
+    return true;
 }
 
 void TcpServer::ReadFrom(Client& client)

@@ -99,6 +99,7 @@ private:
     std::vector<pollfd> WatchList(bool& busy) EXCLUDES(m_mutex);
     void HandleEvents(const std::vector<pollfd>& watched) EXCLUDES(m_mutex);
     void AcceptClients() EXCLUDES(m_mutex);
+    bool AcceptOne(std::vector<int>& accepted) EXCLUDES(m_mutex);
     void ReadFrom(Client& client) EXCLUDES(m_mutex);
     bool CountUnfinished(Client& client, size_t adding);
     void TakeNextRequest(Client& client);
