@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -61,6 +62,14 @@ bool IsAudioExtension(const char* extension)
         lower[i] = ToLowerAscii(extension[i]);
     }
     return std::strcmp(lower, ".wma") == 0 || std::strcmp(lower, ".mp3") == 0 || std::strcmp(lower, ".wav") == 0;
+}
+
+// Records name their files by path, and playback opens that path: a folder
+// whose path the system cannot open as written (too long, or cut short by a
+// NUL byte) is left out, though the walk could open it by name.
+bool OpensByPath(const std::string& path)
+{
+    return path.size() < PATH_MAX && path.find('\0') == std::string::npos;
 }
 
 std::string ChildPath(const std::string& path, const std::string& name)
@@ -255,7 +264,7 @@ private:
         const std::string childPath = ChildPath(frame.dir.Path(), name);
         // Opened relative to this folder, before the outermost open folder
         // may be read ahead and closed (this one is the innermost).
-        UniqueFd child = frame.dir.OpenSubfolder(name);
+        UniqueFd child = OpensByPath(childPath) ? frame.dir.OpenSubfolder(name) : UniqueFd();
         if (OpenCount() >= kMaxOpenDirectories) {
             ReadAheadOutermost();
         }
