@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -21,7 +22,17 @@ namespace testing_support {
 
 namespace {
 using Clock = std::chrono::steady_clock;
+
+// In the child: gives up root for `options`' user, groups first (afterwards
+// it may not change them). False when that fails.
+bool DropPrivileges(const DaemonProcess::Options& options)
+{
+    if (options.user == 0) {
+        return true;
+    }
+    return setgroups(0, nullptr) == 0 && setgid(options.group) == 0 && setuid(options.user) == 0;
 }
+}  // namespace
 
 std::string DaemonProcess::BinaryPath()
 {
@@ -103,6 +114,9 @@ DaemonProcess::DaemonProcess(const Options& options)
         }
         for (const auto& entry : options.environment) {
             setenv(entry.first.c_str(), entry.second.c_str(), 1);
+        }
+        if (!DropPrivileges(options)) {
+            _exit(126);
         }
         std::vector<char*> raw;
         for (std::string& argument : argv) {

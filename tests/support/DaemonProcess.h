@@ -17,6 +17,11 @@ public:
         std::map<std::string, std::string> environment;  // added to the test's own
         int port = 0;                                     // 0: pick a free one
         bool waitUntilServing = true;
+        // Run the daemon as this user and group, without supplementary
+        // groups (a test running as root asks for an unprivileged daemon);
+        // 0 keeps the test's own.
+        uid_t user = 0;
+        gid_t group = 0;
     };
 
     explicit DaemonProcess(const Options& options);
