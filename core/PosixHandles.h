@@ -1,6 +1,6 @@
 #pragma once
 
-// Owning handles for C library streams, directory streams and plain file
+// Owning handles for C library streams, directory streams and file
 // descriptors, closed on every path.
 
 #include <dirent.h>
@@ -26,11 +26,11 @@ public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : m_fd(fd) {}
     ~UniqueFd() { Reset(); }
-    UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.Release()) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept
     {
         if (this != &other) {
-            Reset(std::exchange(other.m_fd, -1));
+            Reset(other.Release());
         }
         return *this;
     }
@@ -39,6 +39,9 @@ public:
 
     int Get() const { return m_fd; }
     bool IsValid() const { return m_fd >= 0; }
+
+    // Hands the descriptor over; the owner then holds none.
+    int Release() { return std::exchange(m_fd, -1); }
     void Reset(int fd = -1)
     {
         if (m_fd >= 0) {

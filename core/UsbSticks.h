@@ -9,6 +9,9 @@
 
 #include <string>
 
+// The built-in folder the sticks are mounted in.
+inline constexpr const char* kStickMountFolder = "/mnt";
+
 struct SUsbStick {
     const char* mountPoint;  // built-in; SystemPath gives the one in use
     const char* marker;      // a path holding this text is on the stick

@@ -1,11 +1,23 @@
 #include "library/DirectoryManager.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <utility>
 
 CDirectoryManager::CDirectoryManager(const std::string& path) : m_path(path), m_dir(opendir(path.c_str()))
 {
+}
+
+CDirectoryManager::CDirectoryManager(const std::string& path, UniqueFd folder) : m_path(path)
+{
+    if (!folder.IsValid()) {
+        return;
+    }
+    m_dir = fdopendir(folder.Get());
+    if (m_dir != nullptr) {
+        folder.Release();  // the stream owns it now
+    }
 }
 
 CDirectoryManager::~CDirectoryManager()
@@ -31,6 +43,14 @@ CDirectoryManager& CDirectoryManager::operator=(CDirectoryManager&& other) noexc
 const dirent* CDirectoryManager::ReadEntry()
 {
     return m_dir != nullptr ? readdir(m_dir) : nullptr;
+}
+
+UniqueFd CDirectoryManager::OpenSubfolder(const std::string& name) const
+{
+    if (m_dir == nullptr) {
+        return UniqueFd();
+    }
+    return UniqueFd(openat(dirfd(m_dir), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 bool CDirectoryManager::Identity(SDirectoryIdentity& identity) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/PosixHandles.h"
+
 #include <dirent.h>
 #include <sys/types.h>
 
@@ -23,6 +25,9 @@ struct SDirectoryIdentity {
 class CDirectoryManager {
 public:
     explicit CDirectoryManager(const std::string& path);
+    // Reads the folder `folder` holds open (not open when it holds none);
+    // `path` is the name it is known by.
+    CDirectoryManager(const std::string& path, UniqueFd folder);
     ~CDirectoryManager();
     CDirectoryManager(CDirectoryManager&& other) noexcept;
     CDirectoryManager& operator=(CDirectoryManager&& other) noexcept;
@@ -36,6 +41,11 @@ public:
     // which: the caller sets it to 0 before the call). Valid until the next
     // call or until the directory is closed.
     const dirent* ReadEntry();
+
+    // Opens the subfolder `name` of the open folder; a link in its place is
+    // not followed (it fails), so a folder swapped for a link while the walk
+    // is below it leads nowhere. Not open on failure.
+    UniqueFd OpenSubfolder(const std::string& name) const;
 
     // The open folder's device and inode; false when it is not open or
     // cannot be examined.

@@ -1,6 +1,7 @@
 #include "library/File.h"
 
 #include "core/Environment.h"
+#include "core/UsbSticks.h"
 
 CFile::CFile(uint32_t id, const std::string& name, const std::string& path, bool isFolder)
     : m_name(StripTrailingSlashes(name)), m_path(StripTrailingSlashes(path)), m_isFolder(isFolder), m_id(id)
@@ -9,7 +10,7 @@ CFile::CFile(uint32_t id, const std::string& name, const std::string& path, bool
 
 CFile CFile::Root()
 {
-    return CFile(kNoEntryId, "", SystemPath("/mnt"), true);
+    return CFile(kNoEntryId, "", SystemPath(kStickMountFolder), true);
 }
 
 void CFile::SetName(const std::string& name)

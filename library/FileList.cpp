@@ -31,13 +31,13 @@ void CFileList::Clear()
 }
 
 bool CFileList::Scan(const std::string& path, const std::string& searchText, bool recursive, bool withFolders,
-                     bool flag, int dirLevel)
+                     bool flag, int dirLevel, EWalkScope scope)
 {
     Clear();
     m_rootPath = path;
     m_flag = flag;
     CRecordVector records(m_files);
-    const bool found = WalkTree(path, searchText, recursive, withFolders, dirLevel, records, *this);
+    const bool found = WalkTree(path, searchText, recursive, withFolders, dirLevel, records, *this, scope);
     if (found) {
         Sort();
     }

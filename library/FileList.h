@@ -2,6 +2,7 @@
 
 #include "core/Error.h"
 #include "library/File.h"
+#include "library/TreeWalk.h"
 
 #include <cstdint>
 #include <string>
@@ -26,9 +27,9 @@ public:
     // non-regular entries and unreadable subfolders are skipped, and so is a
     // folder the walk is already inside (a bind mount loop). Sorts the result
     // when the walk succeeded. The walk keeps its own stack, so any depth is
-    // safe.
+    // safe. `scope` says where it may start (see EWalkScope).
     bool Scan(const std::string& path, const std::string& searchText, bool recursive, bool withFolders,
-              bool flag, int dirLevel = 0);
+              bool flag, int dirLevel = 0, EWalkScope scope = EWalkScope::kAnyFolder);
 
     // Folders first, then files, each run by name in byte order.
     void Sort();

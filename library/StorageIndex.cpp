@@ -146,12 +146,12 @@ void CStorageIndex::Swap(CStorageIndex& other) noexcept
     m_errorText.swap(other.m_errorText);
 }
 
-bool CStorageIndex::Build(const std::string& path)
+bool CStorageIndex::Build(const std::string& path, EWalkScope scope)
 {
     Clear();
     m_rootPath = path;
     CIndexBuilder builder(*this);
-    const bool found = WalkTree(path, "", true, true, 0, builder, *this);
+    const bool found = WalkTree(path, "", true, true, 0, builder, *this, scope);
     builder.Finish(found);
     return found;
 }
@@ -194,9 +194,9 @@ CStorageIndex::SChildren CStorageIndex::ChildrenOf(const std::string& folderPath
     return children;
 }
 
-bool BuildStorageIndex(CStorageIndex& index, const std::string& path)
+bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope)
 {
-    return index.Build(path);
+    return index.Build(path, scope);
 }
 
 namespace {

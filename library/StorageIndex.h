@@ -2,6 +2,7 @@
 
 #include "core/Error.h"
 #include "library/File.h"
+#include "library/TreeWalk.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -35,9 +36,9 @@ public:
     void Swap(CStorageIndex& other) noexcept;
 
     // Replaces the index with every folder and audio file below `path`
-    // (the walk and order of CFileList::Scan(path, "", true, true, false, 0));
-    // true when anything was found.
-    bool Build(const std::string& path);
+    // (the walk and order of CFileList::Scan(path, "", true, true, false, 0,
+    // scope)); true when anything was found.
+    bool Build(const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder);
 
     size_t Size() const { return m_ids.size(); }
     bool Empty() const { return m_ids.empty(); }
@@ -85,7 +86,7 @@ private:
 
 // Rebuilds `index` with every folder and audio file below `path`; true when
 // anything was found.
-bool BuildStorageIndex(CStorageIndex& index, const std::string& path);
+bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder);
 
 // zlib CRC-32 over the records' ids, 4 bytes little-endian each, in index
 // order; 0 for an empty index.

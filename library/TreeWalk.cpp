@@ -5,9 +5,11 @@
 #include "library/File.h"
 #include "library/FileId.h"
 #include "library/ScanStop.h"
+#include "library/StickPaths.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -34,14 +36,15 @@ struct SEntry {
 // The walk's state for one open folder: what a call of the recursive walk
 // would hold in its frame.
 struct SFrame {
-    SFrame(CDirectoryManager&& directory, const SDirectoryIdentity& folder, int frameLevel)
-        : dir(std::move(directory)), identity(folder), level(frameLevel)
+    SFrame(CDirectoryManager&& directory, const SDirectoryIdentity& folder, int frameLevel, bool sticksOnly)
+        : dir(std::move(directory)), identity(folder), level(frameLevel), onlySticks(sticksOnly)
     {
     }
 
     CDirectoryManager dir;
     SDirectoryIdentity identity;
     int level;
+    bool onlySticks;  // the mount folder: only the sticks' folders are entered
     bool found = false;
     std::string childName;  // the subfolder being walked below this one
 
@@ -59,6 +62,14 @@ bool IsAudioExtension(const char* extension)
         lower[i] = ToLowerAscii(extension[i]);
     }
     return std::strcmp(lower, ".wma") == 0 || std::strcmp(lower, ".mp3") == 0 || std::strcmp(lower, ".wav") == 0;
+}
+
+// Records name their files by path, and playback opens that path: a folder
+// whose path the system cannot open as written (too long, or cut short by a
+// NUL byte) is left out, though the walk could open it by name.
+bool OpensByPath(const std::string& path)
+{
+    return path.size() < PATH_MAX && path.find('\0') == std::string::npos;
 }
 
 std::string ChildPath(const std::string& path, const std::string& name)
@@ -83,9 +94,9 @@ public:
     {
     }
 
-    bool Run(const std::string& path, int level)
+    bool Run(const std::string& path, int level, EWalkScope scope)
     {
-        if (!Enter(path, level)) {
+        if (!EnterStart(path, level, scope)) {
             return false;
         }
         for (;;) {
@@ -101,30 +112,39 @@ public:
     }
 
 private:
-    // Opens a folder and makes it the current frame; false when it cannot
-    // be opened (reported only for the starting level) or when it is one of
+    // A path outside the sticks is answered as one that cannot be opened, so
+    // the reply does not tell whether it exists. The confined folder is opened
+    // by its resolved path; records keep the path as given.
+    bool EnterStart(const std::string& path, int level, EWalkScope scope)
+    {
+        if (scope == EWalkScope::kAnyFolder) {
+            return Enter(CDirectoryManager(path), level, false);
+        }
+        const std::optional<SStickPath> confined = ConfineToSticks(path);
+        UniqueFd folder = confined ? OpenConfinedFolder(*confined) : UniqueFd();
+        const bool mountFolder = confined && confined->area == EStickArea::kMountFolder;
+        return Enter(CDirectoryManager(path, std::move(folder)), level, mountFolder);
+    }
+
+    // Makes an opened folder the current frame; false when it could not be
+    // opened (reported only for the starting level) or when it is one of
     // the folders the walk is already inside. Like find, the walk compares
     // device and inode with its ancestors, so a bind mount of a folder below
-    // itself, or a child path that opendir reads as its parent's (a NUL byte
-    // cuts it short), cannot keep it descending for ever.
-    bool Enter(const std::string& path, int level)
+    // itself cannot keep it descending for ever.
+    bool Enter(CDirectoryManager&& dir, int level, bool onlySticks)
     {
-        if (OpenCount() >= kMaxOpenDirectories) {
-            ReadAheadOutermost();
-        }
-        CDirectoryManager dir(path);
         SDirectoryIdentity identity;
         if (!dir.IsOpen() || !dir.Identity(identity)) {
             if (level == 0) {
                 std::fputs("dp == NULL && 0 == dirLevel\n", stderr);
-                m_status.SetError("While opendir " + path, -1);
+                m_status.SetError("While opendir " + dir.Path(), -1);
             }
             return false;
         }
         if (!m_ancestors.insert(identity).second) {
             return false;  // back in a folder of the walk: it holds nothing new
         }
-        m_stack.emplace_back(std::move(dir), identity, level);
+        m_stack.emplace_back(std::move(dir), identity, level, onlySticks);
         return true;
     }
 
@@ -197,10 +217,12 @@ private:
             return EndResult(frame);
         }
         if (type == kTypeDirectory) {
-            EnterSubfolder(frame, name);
+            if (!frame.onlySticks || IsStickFolderName(name)) {
+                EnterSubfolder(frame, name);
+            }
             return std::nullopt;
         }
-        if (type == kTypeRegular) {
+        if (type == kTypeRegular && !frame.onlySticks) {
             return AudioFile(frame, name);
         }
         return std::nullopt;
@@ -239,8 +261,15 @@ private:
         }
         const int childLevel = frame.level + 1;
         frame.childName = name;
+        const std::string childPath = ChildPath(frame.dir.Path(), name);
+        // Opened relative to this folder, before the outermost open folder
+        // may be read ahead and closed (this one is the innermost).
+        UniqueFd child = OpensByPath(childPath) ? frame.dir.OpenSubfolder(name) : UniqueFd();
+        if (OpenCount() >= kMaxOpenDirectories) {
+            ReadAheadOutermost();
+        }
         // An unopenable subfolder counts as one holding nothing.
-        Enter(ChildPath(frame.dir.Path(), name), childLevel);
+        Enter(CDirectoryManager(childPath, std::move(child)), childLevel, false);
     }
 
     std::optional<bool> AudioFile(SFrame& frame, const std::string& name)
@@ -304,8 +333,8 @@ private:
 }  // namespace
 
 bool WalkTree(const std::string& path, const std::string& searchText, bool recursive, bool withFolders, int dirLevel,
-              IRecordSink& sink, CError& status)
+              IRecordSink& sink, CError& status, EWalkScope scope)
 {
     CTreeWalk walk(sink, status, searchText, recursive, withFolders);
-    return walk.Run(path, dirLevel);
+    return walk.Run(path, dirLevel, scope);
 }

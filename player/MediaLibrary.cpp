@@ -4,6 +4,7 @@
 
 #include "core/Environment.h"
 #include "core/Logger.h"
+#include "library/StickPaths.h"
 #include "library/StorageIndex.h"
 #include "core/UsbSticks.h"
 
@@ -65,11 +66,15 @@ std::vector<CFile> CUsbMediaPlayer::GetFileListByPath(const std::string& path, b
     return GetFileListByPathLocked(path, atMaxDepth);
 }
 
+// A path that does not lie on a stick is listed as one the index does not
+// hold, so the reply cannot tell the two apart.
 std::vector<CFile> CUsbMediaPlayer::GetFileListByPathLocked(const std::string& path, bool atMaxDepth)
 {
+    static const CStorageIndex kNothingIndexed;
     ClearError();
     m_atMaxDepth = atMaxDepth;
-    return FolderList(m_folderGroups, m_folderList, *this, path);
+    const CStorageIndex& index = ConfineToSticks(path) ? m_folderList : kNothingIndexed;
+    return FolderList(m_folderGroups, index, *this, path);
 }
 
 std::vector<CFile> CUsbMediaPlayer::SearchFiles(const std::string& path, const std::string& searchText)
@@ -82,7 +87,7 @@ std::vector<CFile> CUsbMediaPlayer::SearchFilesLocked(const std::string& path, c
 {
     RefreshClientsLocked();
     ClearError();
-    m_folderGroups.m_usbFileList.Scan(path, searchText, true, true, false, 0);
+    m_folderGroups.m_usbFileList.Scan(path, searchText, true, true, false, 0, EWalkScope::kSticksOnly);
     // The folder list now holds search results, not m_groupPath's content.
     m_folderGroups.MarkDirty();
     return m_folderGroups.m_usbFileList.m_files;
@@ -95,7 +100,7 @@ SPlayerOutcome<bool> CUsbMediaPlayer::IndexStorageWithStatus(const std::string& 
     // progress reports, the end of a track and bus errors are handled
     // meanwhile. It still feeds the watchdog and ends early on a scan stop.
     CStorageIndex built;
-    const bool found = BuildStorageIndex(built, path);
+    const bool found = BuildStorageIndex(built, path, EWalkScope::kSticksOnly);
     // The reply tells of the walk alone: its own failure, else the status as
     // it was when the index was asked for, not one a bus error set meanwhile.
     SPlayerOutcome<bool> outcome{found, start.code, start.message};

@@ -9,6 +9,7 @@
 
 #include "core/Environment.h"
 #include "core/Logger.h"
+#include "library/StickPaths.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
@@ -100,14 +101,15 @@ GstElement* AddAudioBin(GstElement* pipeline)
     return AddTo(pipeline, audioBin);
 }
 
-// A new pipeline playing `location`; it owns all its elements.
-GstPipelinePtr BuildPipeline(const std::string& location)
+// A new pipeline playing `location`; it owns all its elements. Without a
+// location its source fails to start as for a missing file.
+GstPipelinePtr BuildPipeline(const std::optional<std::string>& location)
 {
     GstPipelinePtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("pipeline"))));
     const GstElementPtr source = AdoptElement(gst_element_factory_make("filesrc", "source"));
     const GstElementPtr decoder = AdoptElement(gst_element_factory_make("decodebin", "decoder"));
-    if (source) {
-        g_object_set(source.get(), "location", location.c_str(), nullptr);
+    if (source && location) {
+        g_object_set(source.get(), "location", location->c_str(), nullptr);
     }
     GstElement* const addedSource = AddTo(pipeline.get(), source);
     GstElement* const addedDecoder = AddTo(pipeline.get(), decoder);
@@ -149,7 +151,9 @@ bool CUsbMediaPlayer::ResetPlayingLocked()
         return false;
     }
     LOG(LOG_INFO, "Set Pipeline - %s\n", location.c_str());
-    m_pipeline = BuildPipeline(location);
+    // The file is opened where it really lies, and only on its own stick: a
+    // link put on the stick in place of a listed file leads nowhere.
+    m_pipeline = BuildPipeline(TrackLocation(m_currentTrack.m_path, m_currentTrack.m_name));
     const GstBusPtr bus(gst_pipeline_get_bus(GST_PIPELINE(m_pipeline.get())));
     // Removed with the pipeline (StopPlaying), so the watch id is not kept.
     gst_bus_add_watch(bus.get(), &CUsbMediaPlayer::OnBusMessage, this);

@@ -24,11 +24,11 @@ void CUsbMediaPlayer::BuildPlayListLocked(const CFile& target, bool fullUsb)
     } else if (m_atMaxDepth) {
         LOG(LOG_INFO, "At max depth, the file path is: %s\n", target.m_path.c_str());
         if (!target.m_path.empty()) {
-            scanned.Scan(target.m_path, "", true, false, false, 0);
+            scanned.Scan(target.m_path, "", true, false, false, 0, EWalkScope::kSticksOnly);
         }
     } else {
         LOG(LOG_INFO, "Not at max depth\n");
-        scanned.Scan(target.m_path, "", false, false, false, 0);
+        scanned.Scan(target.m_path, "", false, false, false, 0, EWalkScope::kSticksOnly);
     }
     m_index = kNoEntryId;
     m_playlistSize = 0;
@@ -89,7 +89,7 @@ bool CUsbMediaPlayer::PlayListLocked(const CFile& target, bool fullUsb)
 // Every audio file below the folder, from the first.
 bool CUsbMediaPlayer::PlayFolder(const CFile& folder)
 {
-    m_playlist.Scan(folder.m_path + "/" + folder.m_name, "", true, false, false, 0);
+    m_playlist.Scan(folder.m_path + "/" + folder.m_name, "", true, false, false, 0, EWalkScope::kSticksOnly);
     if (m_playlist.m_errorCode != 0) {
         // The scanner has printed its failure; clients read it from the player.
         m_errorCode = m_playlist.m_errorCode;

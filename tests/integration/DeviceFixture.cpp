@@ -222,6 +222,8 @@ void DeviceTest::StartDaemon(const std::vector<std::string>& arguments,
     for (const auto& [name, value] : environment) {
         options.environment[name] = value;
     }
+    options.user = m_daemonUser;
+    options.group = m_daemonGroup;
     m_daemon = std::make_unique<DaemonProcess>(options);
     ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
 }

@@ -104,6 +104,9 @@ protected:
     long ResidentKiB() const;
 
     testing_support::TempDir m_root;
+    // The user and group StartDaemon runs the daemon as; 0: the test's own.
+    uid_t m_daemonUser = 0;
+    gid_t m_daemonGroup = 0;
     std::unique_ptr<testing_support::DaemonProcess> m_daemon;
     testing_support::RpcClient m_client;
 };

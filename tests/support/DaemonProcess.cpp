@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -69,7 +70,18 @@ void HandOver(int listener)
     setenv("LISTEN_FDS", "1", 1);
     setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
 }
+
+// In the child: gives up root for `options`' user, groups first (afterwards
+// it may not change them). False when that fails.
+bool DropPrivileges(const DaemonProcess::Options& options)
+{
+    if (options.user == 0) {
+        return true;
+    }
+    return setgroups(0, nullptr) == 0 && setgid(options.group) == 0 && setuid(options.user) == 0;
+}
 }  // namespace
+
 
 HeldPort::HeldPort()
 {
@@ -83,6 +95,7 @@ HeldPort::~HeldPort()
 {
     close(m_fd);
 }
+
 
 std::string DaemonProcess::BinaryPath()
 {
@@ -184,6 +197,9 @@ DaemonProcess::DaemonProcess(const Options& options)
             if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
                 _exit(127);
             }
+        }
+        if (!DropPrivileges(options)) {
+            _exit(126);
         }
         std::vector<char*> raw;
         for (std::string& argument : argv) {

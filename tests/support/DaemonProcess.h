@@ -41,6 +41,11 @@ public:
         int port = 0;  // 0: a listening socket handed over; else the daemon binds this one
         bool waitUntilServing = true;
         int maxDescriptors = 0;  // RLIMIT_NOFILE of the daemon; 0: the test's own
+        // Run the daemon as this user and group, without supplementary
+        // groups (a test running as root asks for an unprivileged daemon);
+        // 0 keeps the test's own.
+        uid_t user = 0;
+        gid_t group = 0;
     };
 
     explicit DaemonProcess(const Options& options);

@@ -1,4 +1,6 @@
-// The handler's unregistered text search, called directly.
+// The handler's unregistered text search, called directly, on a stick below
+// a root prefix (a search, like every walk a client asks for, reads only the
+// sticks).
 #include "control/UsbMediaRequestHandler.h"
 
 #include "tests/support/TempDir.h"
@@ -6,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -18,11 +21,15 @@ class SearchFilesTest : public testing::Test {
 protected:
     void SetUp() override
     {
+        setenv("USBMEDIA_ROOT", dir.Path().c_str(), 1);
         for (const char* name : {"Love me.mp3", "Other.mp3", "LOVE/unrelated.mp3", "Mix/glove.wav", "Mix/lover.wma",
                                  "Cl\xe9/loved.mp3"}) {
-            WriteFile(dir / name, "abc");
+            WriteFile(Stick() + "/" + name, "abc");
         }
     }
+    void TearDown() override { unsetenv("USBMEDIA_ROOT"); }
+
+    std::string Stick() const { return dir / "mnt/usb-stick1"; }
 
     Json::Value Search(const std::string& path, const std::string& text, int itemCount, int startIndex)
     {
@@ -58,7 +65,7 @@ protected:
 // loved.mp3, lover.wma.
 TEST_F(SearchFilesTest, WholeListWhenItFits)
 {
-    const Json::Value response = Search(dir.Path(), "LOVE", 10, 3);
+    const Json::Value response = Search(Stick(), "LOVE", 10, 3);
     EXPECT_EQ(response["jsonrpc"].asString(), "2.0");
     EXPECT_EQ(response["id"].asInt(), 9);
     EXPECT_FALSE(response.isMember("error"));
@@ -71,11 +78,11 @@ TEST_F(SearchFilesTest, WholeListWhenItFits)
 
 TEST_F(SearchFilesTest, EntriesCarryNoId)
 {
-    const Json::Value response = Search(dir.Path(), "glove", 10, 0);
+    const Json::Value response = Search(Stick(), "glove", 10, 0);
     ASSERT_EQ(response["result"]["filelist"].size(), 2u);
     const Json::Value& file = response["result"]["filelist"][1];
     EXPECT_EQ(file["name"].asString(), "glove.wav");
-    EXPECT_EQ(file["path"].asString(), dir.Path() + "/Mix");
+    EXPECT_EQ(file["path"].asString(), Stick() + "/Mix");
     EXPECT_FALSE(file["isFolder"].asBool());
     EXPECT_FALSE(file.isMember("ID"));
     EXPECT_TRUE(response["result"]["filelist"][0]["isFolder"].asBool());
@@ -83,14 +90,14 @@ TEST_F(SearchFilesTest, EntriesCarryNoId)
 
 TEST_F(SearchFilesTest, PageWrapsToTheStart)
 {
-    const Json::Value response = Search(dir.Path(), "love", 3, -2);
+    const Json::Value response = Search(Stick(), "love", 3, -2);
     EXPECT_EQ(response["result"]["currIndex"].asUInt(), 4u);
     EXPECT_EQ(Names(response), (std::vector<std::string>{"loved.mp3", "lover.wma", "Cl\xc3\xa9"}));
 }
 
 TEST_F(SearchFilesTest, NothingFoundSetsTheError)
 {
-    const Json::Value response = Search(dir.Path(), "zzz", 10, 0);
+    const Json::Value response = Search(Stick(), "zzz", 10, 0);
     ASSERT_TRUE(response.isMember("error"));
     EXPECT_EQ(response["error"]["code"].asInt(), 0);  // the search cleared the status
     EXPECT_EQ(response["result"]["totalCount"].asUInt(), 0u);
@@ -100,8 +107,8 @@ TEST_F(SearchFilesTest, NothingFoundSetsTheError)
 TEST_F(SearchFilesTest, PathIsUsedAsReceived)
 {
     // No UTF-8 conversion: only the storage's own bytes reach the folder.
-    EXPECT_EQ(Names(Search(dir.Path() + "/Cl\xe9", "", 10, 0)), (std::vector<std::string>{"loved.mp3"}));
-    const Json::Value utf8 = Search(dir.Path() + "/Cl\xc3\xa9", "", 10, 0);
+    EXPECT_EQ(Names(Search(Stick() + "/Cl\xe9", "", 10, 0)), (std::vector<std::string>{"loved.mp3"}));
+    const Json::Value utf8 = Search(Stick() + "/Cl\xc3\xa9", "", 10, 0);
     EXPECT_TRUE(utf8.isMember("error"));
     EXPECT_EQ(utf8["result"]["totalCount"].asUInt(), 0u);
 }
@@ -113,4 +120,13 @@ TEST_F(SearchFilesTest, MissingParamsSearchTheEmptyPath)
     EXPECT_TRUE(response["id"].isNull());
     EXPECT_TRUE(response.isMember("error"));
     EXPECT_EQ(response["result"]["totalCount"].asUInt(), 0u);
+}
+
+TEST_F(SearchFilesTest, AFolderOutsideTheSticksIsAnsweredAsAMissingOne)
+{
+    WriteFile(dir / "elsewhere/love.mp3", "abc");
+    const Json::Value outside = Search(Stick() + "/../../elsewhere", "", 10, 0);
+    const Json::Value missing = Search(Stick() + "/../../nowhere", "", 10, 0);
+    EXPECT_EQ(outside["result"], missing["result"]) << outside.toStyledString();
+    EXPECT_EQ(outside["error"], missing["error"]) << outside.toStyledString();
 }

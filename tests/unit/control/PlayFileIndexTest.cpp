@@ -1,5 +1,6 @@
 // playFileIndex after a folder play that failed: the previous playlist is
-// gone although its count remains, and the call must not read it.
+// gone although its count remains, and the call must not read it. The
+// folders lie on a stick below a root prefix, where the player reads.
 #include "control/UsbMediaRequestHandler.h"
 
 #include "tests/support/TempDir.h"
@@ -45,16 +46,20 @@ protected:
 
     void SetUp() override
     {
-        WriteFile(dir / "Album/a.mp3", "not really audio");
-        WriteFile(dir / "Album/b.mp3", "not really audio");
-        WriteFile(dir / "Quiet/notes.txt", "no media here");
+        setenv("USBMEDIA_ROOT", dir.Path().c_str(), 1);
+        WriteFile(Stick() + "/Album/a.mp3", "not really audio");
+        WriteFile(Stick() + "/Album/b.mp3", "not really audio");
+        WriteFile(Stick() + "/Quiet/notes.txt", "no media here");
     }
 
     void TearDown() override
     {
         Json::Value response;
         handler.stopPlayingUSB(Request("stopPlayingUSB", Json::Value()), response);
+        unsetenv("USBMEDIA_ROOT");
     }
+
+    std::string Stick() const { return dir / "mnt/usb-stick1"; }
 
     Json::Value Call(bool (UsbMediaRequestHandler::*method)(const Json::Value&, Json::Value&),
                      const char* name, const Json::Value& params)
@@ -68,7 +73,7 @@ protected:
     Json::UInt AlbumEntryId(const std::string& name)
     {
         Json::Value params(Json::objectValue);
-        params["path"] = dir / "Album";
+        params["path"] = Stick() + "/Album";
         params["itemCount"] = 10;
         const Json::Value reply = Call(&UsbMediaRequestHandler::getFileListUSB, "getFileListUSB", params);
         for (const Json::Value& entry : reply["result"]["filelist"]) {
@@ -87,13 +92,13 @@ protected:
 TEST_F(PlayFileIndexTest, AfterAFailedFolderPlayStartsTheChosenFile)
 {
     Json::Value index(Json::objectValue);
-    index["usbStoragePath"] = dir.Path();
+    index["usbStoragePath"] = Stick();
     ASSERT_TRUE(Call(&UsbMediaRequestHandler::indexUsbStorage, "indexUsbStorage", index)["result"]["success"].asBool());
     const Json::UInt second = AlbumEntryId("b.mp3");
 
-    const Json::Value album = Call(&UsbMediaRequestHandler::playFileUSB, "playFileUSB", FolderParams(dir.Path(), "Album"));
+    const Json::Value album = Call(&UsbMediaRequestHandler::playFileUSB, "playFileUSB", FolderParams(Stick(), "Album"));
     ASSERT_TRUE(album["result"]["success"].asBool()) << album.toStyledString();
-    const Json::Value quiet = Call(&UsbMediaRequestHandler::playFileUSB, "playFileUSB", FolderParams(dir.Path(), "Quiet"));
+    const Json::Value quiet = Call(&UsbMediaRequestHandler::playFileUSB, "playFileUSB", FolderParams(Stick(), "Quiet"));
     ASSERT_EQ(quiet["error"]["code"].asInt(), -2) << quiet.toStyledString();
 
     Json::Value params(Json::objectValue);

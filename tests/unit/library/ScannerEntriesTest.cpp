@@ -142,8 +142,8 @@ TEST_F(ScannerEntriesTest, BindMountLoopIsNotEnteredAgain)
 }
 
 // A NUL byte inside a path: opendir reads only the part before it, so every
-// child path names the starting folder again. The walk meets its own start
-// and stops instead of descending for ever.
+// child path would name the starting folder again. Such a folder cannot be
+// opened by its path, so the walk leaves it out instead of descending.
 TEST_F(ScannerEntriesTest, PathCutShortByANulByteEndsTheWalk)
 {
     Touch("Sub/a.mp3");
