@@ -134,7 +134,8 @@ else
   while IFS= read -r line; do
     environment+=("${line//%C/$root/cache}")
   done < <(sed -n 's/^Environment=//p' "$unit")
-  $SUDO sh -c 'umask 077; exec "$@"' sh \
+  umask=$(sed -n 's/^UMask=//p' "$unit")
+  $SUDO sh -c 'umask "$0"; exec "$@"' "$umask" \
     setpriv --reuid=usbmedia --regid=usbmedia --init-groups --inh-caps=-all --bounding-set=-all --no-new-privs \
     env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/nonexistent USER=usbmedia LOGNAME=usbmedia "${environment[@]}" \
     USBMEDIA_PORT="$port" USBMEDIA_ROOT="$root" USBMEDIA_AUDIO_SINK="$sink" \
@@ -182,10 +183,12 @@ grep -q '"trackTime":1[,}]' "$staged/watch.log" || { cat "$staged/watch.log"; se
 echo "played: $(grep -c trackTimeNotification "$staged/watch.log") trackTimeNotification(s)"
 
 status=$($SUDO cat "/proc/$daemon_pid/status")
-grep -E '^(Uid|Gid|Groups|CapInh|CapPrm|CapEff|CapBnd|CapAmb|NoNewPrivs):' <<<"$status"
+grep -E '^(Umask|Uid|Gid|Groups|CapInh|CapPrm|CapEff|CapBnd|CapAmb|NoNewPrivs):' <<<"$status"
 uid=$(id -u usbmedia)
 grep -qE "^Uid:\s+$uid\s+$uid\s+$uid\s+$uid\s*\$" <<<"$status" || fail "the service does not run as usbmedia ($uid)"
 grep -qE '^CapEff:\s+0000000000000000$' <<<"$status" || fail "the service has effective capabilities"
+# Art files readable by the group usbmedia (the HMI), by no other user.
+grep -qE '^Umask:\s+0027$' <<<"$status" || fail "the service's umask is not 0027"
 grep -qE "^Groups:.*\\b$(getent group audio | cut -d: -f3)\\b" <<<"$status" || fail "the service is not in the group audio"
 kill "$watch_pid" 2>/dev/null; wait "$watch_pid" 2>/dev/null || true
 
