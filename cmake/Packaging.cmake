@@ -1,5 +1,5 @@
 # Installation (GNUInstallDirs) and the Debian package (CPack DEB):
-#   cmake --install build            daemon, client, unit, udev rule, docs
+#   cmake --install build            daemon, client, units, udev rule, tmpfiles entry, docs
 #   cd build && cpack -G DEB         usb-media-service_<version>_<arch>.deb
 # Debian keeps a package's documents under its own name.
 set(CMAKE_INSTALL_DOCDIR share/doc/usb-media-service CACHE PATH "Documentation directory")
@@ -9,10 +9,12 @@ install(TARGETS usb-media-service usb-media-ctl RUNTIME DESTINATION ${CMAKE_INST
 
 # systemd's and udev's directories from their pkg-config files when present.
 set(unit_dir "${CMAKE_INSTALL_PREFIX}/lib/systemd/system")
+set(tmpfiles_dir "${CMAKE_INSTALL_PREFIX}/lib/tmpfiles.d")
 set(udev_dir "${CMAKE_INSTALL_PREFIX}/lib/udev")
 pkg_check_modules(SYSTEMD_PC QUIET systemd)
 if(SYSTEMD_PC_FOUND)
   pkg_get_variable(unit_dir systemd systemdsystemunitdir)
+  pkg_get_variable(tmpfiles_dir systemd tmpfilesdir)
 endif()
 pkg_check_modules(UDEV_PC QUIET udev)
 if(UDEV_PC_FOUND)
@@ -22,7 +24,7 @@ elseif(unit_dir MATCHES "^(.*)/systemd/system$")
 endif()
 # In a cross build pkg-config puts the sysroot before the paths it reports;
 # the package installs on the device, where they have none.
-foreach(dir unit_dir udev_dir)
+foreach(dir unit_dir tmpfiles_dir udev_dir)
   if(CMAKE_SYSROOT)
     string(FIND "${${dir}}" "${CMAKE_SYSROOT}/" at)
     if(at EQUAL 0)
@@ -32,6 +34,7 @@ foreach(dir unit_dir udev_dir)
   endif()
 endforeach()
 set(USBMEDIA_SYSTEMD_UNIT_DIR "${unit_dir}" CACHE PATH "Where the systemd unit is installed")
+set(USBMEDIA_TMPFILES_DIR "${tmpfiles_dir}" CACHE PATH "Where the tmpfiles.d entry is installed")
 set(USBMEDIA_UDEV_RULES_DIR "${udev_dir}/rules.d" CACHE PATH "Where the udev rule is installed")
 
 set(dist ${CMAKE_SOURCE_DIR}/dist)
@@ -60,6 +63,9 @@ foreach(unit IN LISTS stick_units)
   install(FILES ${CMAKE_BINARY_DIR}/dist/installed/${unit} DESTINATION ${USBMEDIA_SYSTEMD_UNIT_DIR})
 endforeach()
 install(FILES ${CMAKE_BINARY_DIR}/dist/installed/90-usb-media-service.rules DESTINATION ${USBMEDIA_UDEV_RULES_DIR})
+# The art folder, made at boot (and by the package's postinst) for the
+# service's user, which cannot make folders below /home itself.
+install(FILES ${dist}/tmpfiles.d/usb-media-service.conf DESTINATION ${USBMEDIA_TMPFILES_DIR})
 install(FILES ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json DESTINATION ${CMAKE_INSTALL_DATADIR}/usb-media-service)
 install(FILES ${CMAKE_SOURCE_DIR}/README.md ${CMAKE_SOURCE_DIR}/docs/protocol/openrpc.json
               ${dist}/systemd/mnt-usb-stick1.mount.example
@@ -72,14 +78,16 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "USB media player daemon with a JSON-RPC c
 set(CPACK_PACKAGE_DESCRIPTION
     "Plays .mp3, .wma and .wav files from USB sticks through GStreamer, controlled\n"
     "by local clients over JSON-RPC 2.0 on 127.0.0.1:8885. Includes the\n"
-    "command-line client usb-media-ctl, a systemd unit and a udev rule.")
+    "command-line client usb-media-ctl, a systemd unit and a udev rule. The\n"
+    "service runs as the system user usbmedia, made by the package.")
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 # The decoders and sinks are plugins, loaded at run time: no shared-library
 # dependency names them.
+# The postinst makes the service's user with adduser.
 set(plugin_depends
-    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-alsa")
+    "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-ugly, gstreamer1.0-libav, gstreamer1.0-alsa, adduser")
 if(NOT CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "${plugin_depends}")
@@ -96,8 +104,9 @@ else()
   endif()
 endif()
 set(CPACK_STRIP_FILES ON)
-# systemd and udev reread their files; the unit is left for the device's own
-# set-up to enable (systemctl enable --now usb-media-service).
+# The postinst makes the service's user and its art folder, and has systemd
+# and udev reread their files; the unit is left for the device's own set-up
+# to enable (systemctl enable --now usb-media-service).
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${dist}/debian/postinst ${dist}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

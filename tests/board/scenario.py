@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """The service on a whole emulated board: boots the armhf image under
 qemu-system-arm, installs the package as the README's "On a device" section
-says, and walks a device's life: start under systemd, plug a stick, index,
-browse and play through ALSA, pull the stick mid-song, plug it again, soft
-power-off and crash, a hung process, stop. Every step has its own time limit
+says, and walks a device's life: start under systemd (as the service's own
+user, without capabilities), plug a stick, index, browse and play through
+ALSA, pull the stick mid-song, plug it again, soft power-off and crash, a
+hung process, stop. Every step has its own time limit
 and says what it waited for when it fails. Figures are printed at the end.
 
 Run by scripts/board-armhf.sh, which makes the image, the package and the
@@ -25,6 +26,8 @@ BOOT_SECONDS = 300          # kernel to root shell, on a busy 2-core machine und
 COMMAND_SECONDS = 120       # one ordinary command on the board
 EVENT_SECONDS = 90          # a plug, a pull, a restart
 SERVICE = "usb-media-service"
+SERVICE_USER = "usbmedia"   # made by the package's postinst
+ART_FOLDER = "/home/root/art_dump"
 STICK_MOUNT = "/mnt/usb-stick1"
 MOUNT_UNIT = r"mnt-usb\x2dstick1.mount"
 STICK_UNIT = "usb-media-stick@1.service"
@@ -258,11 +261,32 @@ class Scenario:
         return "%.2f s from exec to READY=1" % ((active - start) / 1e6)
 
     def check_user(self, pid):
+        """The service runs as the user its unit declares (usbmedia, made by
+        the package), in the audio group, with no capability and umask 0027;
+        the art folder is its group's alone."""
         declared = self.run("systemctl show -P User %s" % SERVICE) or "root"
+        if declared != SERVICE_USER:
+            raise StepFailed("the unit declares the user %s, not %s" % (declared, SERVICE_USER))
         running = self.run("ps -o user= -p %s" % pid).strip()
         if running != declared:
             raise StepFailed("the service runs as %s, its unit declares %s" % (running, declared))
-        print("board: the service runs as %s (pid %s), as its unit declares" % (running, pid))
+        status = self.run("cat /proc/%s/status" % pid, what="the service's /proc status")
+        fields = dict(line.split(":", 1) for line in status.split("\n") if ":" in line)
+        capabilities = fields.get("CapEff", "").strip()
+        if capabilities != "0000000000000000":
+            raise StepFailed("the service's effective capabilities are %r, not none" % capabilities)
+        umask = fields.get("Umask", "").strip()
+        if umask != "0027":
+            raise StepFailed("the service's umask is %r: art files would not be 0640" % umask)
+        audio = self.run("getent group audio | cut -d: -f3").strip()
+        if audio not in fields.get("Groups", "").split():
+            raise StepFailed("the service is not in the audio group (%s): Groups %s"
+                             % (audio, fields.get("Groups", "").strip()))
+        art = self.run("stat -c '%%a %%U %%G' %s" % ART_FOLDER, what="the art folder made by tmpfiles.d")
+        if art != "770 %s %s" % (SERVICE_USER, SERVICE_USER):
+            raise StepFailed("the art folder %s is %s, not 770 %s %s" % (ART_FOLDER, art, SERVICE_USER, SERVICE_USER))
+        print("board: the service runs as %s (pid %s), as its unit declares, CapEff %s, in the audio group; "
+              "%s is %s" % (running, pid, capabilities, ART_FOLDER, art))
 
     def reboot(self):
         self.step("reboot: the service starts at boot, from the registry it kept")
