@@ -173,13 +173,14 @@ for _ in $(seq 1 300); do
 done
 USBMEDIA_ROOT=$root /usr/bin/usb-media-ctl --port "$port" play /mnt/usb-stick1/Tone.wav ||
   { service_log; fail "play refused"; }
-# A second of the track played: the pipeline runs in real time.
+# A second or more of the track played: the pipeline runs in real time (a
+# busy machine may report 0 then 2).
 for _ in $(seq 1 600); do
-  grep -q '"trackTime":1[,}]' "$staged/watch.log" && break
+  grep -qE '"trackTime":[1-9]' "$staged/watch.log" && break
   alive || { service_log; fail "the service exited while playing"; }
   sleep 0.1
 done
-grep -q '"trackTime":1[,}]' "$staged/watch.log" || { cat "$staged/watch.log"; service_log; fail "the WAV did not play"; }
+grep -qE '"trackTime":[1-9]' "$staged/watch.log" || { cat "$staged/watch.log"; service_log; fail "the WAV did not play"; }
 echo "played: $(grep -c trackTimeNotification "$staged/watch.log") trackTimeNotification(s)"
 
 status=$($SUDO cat "/proc/$daemon_pid/status")
