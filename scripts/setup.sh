@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs every Debian package the service, its tests and its benchmarks need,
-# then the npm packages of the protocol checks (tests/protocol/package-lock.json)
+# then the npm packages of the protocol checks (tests/protocol/package.json)
 # into ~/.cache/usb-media-service/openrpc-tools.
 # Idempotent: packages already present are skipped; apt-get update runs once,
-# and only when something is missing; npm runs only when the lock changed.
+# and only when something is missing; npm runs only when what it is asked for
+# changed.
 set -euo pipefail
 
 PACKAGES=(
@@ -42,19 +43,25 @@ else
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-# The OpenRPC validator for protocol_openrpc_valid, at the versions the lock
-# pins. Kept out of the tree so that a build directory or a fresh clone
-# needs nothing but this cache; reinstalled only when the lock differs.
+# The OpenRPC validator for protocol_openrpc_valid: the version package.json
+# names, and its dependencies as the registry had them on the date below, so
+# every machine resolves the same tree. Kept out of the source tree so that a
+# build directory or a fresh clone needs nothing but this cache; reinstalled
+# only when package.json or the date changes.
+openrpc_registry_date=2026-11-20
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 tools=${USBMEDIA_OPENRPC_TOOLS:-${XDG_CACHE_HOME:-$HOME/.cache}/usb-media-service/openrpc-tools}
-if [ -d "$tools/node_modules" ] && cmp -s "$here/tests/protocol/package-lock.json" "$tools/package-lock.json"; then
+wanted="$(cat "$here/tests/protocol/package.json") $openrpc_registry_date"
+if [ -d "$tools/node_modules" ] && [ "$(cat "$tools/installed-for" 2>/dev/null)" = "$wanted" ]; then
   echo "setup: OpenRPC validator present in $tools"
 else
   echo "setup: installing the OpenRPC validator into $tools"
   rm -rf "$tools.new"
   mkdir -p "$tools.new"
-  cp "$here/tests/protocol/package.json" "$here/tests/protocol/package-lock.json" "$tools.new/"
-  (cd "$tools.new" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
+  cp "$here/tests/protocol/package.json" "$tools.new/"
+  (cd "$tools.new" && npm install --before="$openrpc_registry_date" --no-package-lock --ignore-scripts \
+     --no-audit --no-fund --loglevel=error)
+  printf '%s' "$wanted" > "$tools.new/installed-for"
   rm -rf "$tools"
   mv "$tools.new" "$tools"
 fi

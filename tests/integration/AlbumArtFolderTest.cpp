@@ -21,6 +21,8 @@ using device_test::TrackTags;
 using testing_support::ReadFile;
 using testing_support::WriteFile;
 
+using testing_support::FolderNames;
+
 namespace {
 constexpr size_t kKeptFiles = 16;
 // Long enough that the track is still playing when the last request of a
@@ -37,23 +39,6 @@ std::set<std::string> ArtNames(int first, int last)
     std::set<std::string> names;
     for (int n = first; n <= last; ++n) {
         names.insert(ArtName(n));
-    }
-    return names;
-}
-
-// Every name in `directory` but "." and "..".
-std::set<std::string> Names(const std::string& directory)
-{
-    std::set<std::string> names;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(directory.c_str()), closedir);
-    if (!folder) {
-        return names;
-    }
-    while (const dirent* entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.insert(name);
-        }
     }
     return names;
 }
@@ -103,9 +88,9 @@ TEST_F(AlbumArtFolderTest, ManyRequestsKeepSixteenFilesAndGoOnInSequence)
     EXPECT_EQ(RequestArt(), ArtDirectory() + "/art.dat");
     for (int n = 0; n < 39; ++n) {
         ASSERT_EQ(RequestArt(), ArtDirectory() + "/" + ArtName(n));
-        ASSERT_LE(Names(ArtDirectory()).size(), kKeptFiles) << Describe(Names(ArtDirectory()));
+        ASSERT_LE(FolderNames(ArtDirectory()).size(), kKeptFiles) << Describe(FolderNames(ArtDirectory()));
     }
-    EXPECT_EQ(Names(ArtDirectory()), ArtNames(23, 38)) << Describe(Names(ArtDirectory()));
+    EXPECT_EQ(FolderNames(ArtDirectory()), ArtNames(23, 38)) << Describe(FolderNames(ArtDirectory()));
     EXPECT_EQ(ReadFile(ArtDirectory() + "/art38.dat"), ReadFile(device_test::CoverJpeg()));
     EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], ArtDirectory() + "/art38.dat");
 }
@@ -122,7 +107,7 @@ TEST_F(AlbumArtFolderTest, AfterARestartStaleFilesAreTrimmedAndTheSequenceFollow
     for (int n = 1; n < 39; ++n) {
         WriteFile(ArtDirectory() + "/" + ArtName(n), "stale");
     }
-    ASSERT_EQ(Names(ArtDirectory()).size(), 40u);
+    ASSERT_EQ(FolderNames(ArtDirectory()).size(), 40u);
     WriteFile(ArtDirectory() + "/notes.txt", "not the service's");
     WriteFile(ArtDirectory() + "/art007.dat", "not the service's");
 
@@ -130,7 +115,7 @@ TEST_F(AlbumArtFolderTest, AfterARestartStaleFilesAreTrimmedAndTheSequenceFollow
     EXPECT_EQ(RequestArt(), ArtDirectory() + "/art39.dat");
     std::set<std::string> expected = ArtNames(24, 39);
     expected.insert({"notes.txt", "art007.dat"});
-    EXPECT_EQ(Names(ArtDirectory()), expected) << Describe(Names(ArtDirectory()));
+    EXPECT_EQ(FolderNames(ArtDirectory()), expected) << Describe(FolderNames(ArtDirectory()));
     EXPECT_EQ(ReadFile(ArtDirectory() + "/notes.txt"), "not the service's");
     EXPECT_EQ(ReadFile(ArtDirectory() + "/art39.dat"), ReadFile(device_test::CoverJpeg()));
 }
@@ -147,7 +132,7 @@ TEST_F(AlbumArtFolderTest, CoverOverSixteenMebibytesIsAnnouncedWithAnEmptyPathAn
     ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(cover));
     EXPECT_EQ(RequestArt(), "");
     EXPECT_TRUE(m_daemon->WaitForOutput("image size is: " + std::to_string(size), 5000)) << m_daemon->Output();
-    EXPECT_NE(access(ArtDirectory().c_str(), F_OK), 0) << Describe(Names(ArtDirectory()));
+    EXPECT_NE(access(ArtDirectory().c_str(), F_OK), 0) << Describe(FolderNames(ArtDirectory()));
     EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
     EXPECT_EQ(Call("getCurrentTrackInfoUSB")["result"]["trackInfo"]["fileName"], "cover.mp3");
 }

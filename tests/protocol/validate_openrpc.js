@@ -1,6 +1,6 @@
 #!/usr/bin/env node
 // Holds docs/protocol/openrpc.json against the OpenRPC project's own
-// validator (@open-rpc/schema-utils-js, the version tests/protocol/package-lock.json
+// validator (@open-rpc/schema-utils-js, the version tests/protocol/package.json
 // pins), so that generators and tools that consume it accept it: validates it
 // against the meta-schema, then resolves every $ref, and prints the method count.
 //

@@ -1,7 +1,10 @@
 #include "tests/support/TempDir.h"
 
+#include <dirent.h>
+
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <ftw.h>
 #include <sstream>
 #include <stdexcept>
@@ -80,6 +83,22 @@ void WriteFile(const std::string& path, const std::string& contents)
     }
     std::ofstream out(path, std::ios::binary);
     out << contents;
+}
+
+std::set<std::string> FolderNames(const std::string& directory)
+{
+    std::set<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(directory.c_str()), closedir);
+    if (!folder) {
+        return names;
+    }
+    while (const dirent* entry = readdir(folder.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.insert(name);
+        }
+    }
+    return names;
 }
 
 std::string ReadFile(const std::string& path)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 
 namespace testing_support {
@@ -42,6 +43,8 @@ void MakeDirs(const std::string& path);
 // Writes a file, creating its parents.
 void WriteFile(const std::string& path, const std::string& contents);
 std::string ReadFile(const std::string& path);
+// Every name in `directory` but "." and "..", sorted; none when it cannot be read.
+std::set<std::string> FolderNames(const std::string& directory);
 void RemoveTree(const std::string& path);
 
 }  // namespace testing_support

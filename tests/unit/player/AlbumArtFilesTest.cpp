@@ -22,29 +22,14 @@ using testing_support::ReadFile;
 using testing_support::TempDir;
 using testing_support::WriteFile;
 
+using testing_support::FolderNames;
+
 namespace {
 const std::vector<uint8_t> kImage{0xFF, 0xD8, 0xFF, 0xE0, 'J', 'F', 'I', 'F'};
 
 std::string ArtName(int number)
 {
     return "art" + std::to_string(number) + ".dat";
-}
-
-// Every name in `directory`, sorted.
-std::set<std::string> Names(const std::string& directory)
-{
-    std::set<std::string> names;
-    DirPtr folder(opendir(directory.c_str()));
-    if (!folder) {
-        return names;
-    }
-    while (const dirent* entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.insert(name);
-        }
-    }
-    return names;
 }
 
 // The names of "art<first>.dat" to "art<last>.dat".
@@ -115,11 +100,11 @@ TEST_F(AlbumArtFilesTest, OnlyTheSixteenNewestStay)
     std::string last;
     for (int n = 0; n < 40; ++n) {
         last = files.Write(kImage);
-        EXPECT_LE(Names(Folder()).size(), CAlbumArtFiles::kKeptFiles) << "after write " << n;
+        EXPECT_LE(FolderNames(Folder()).size(), CAlbumArtFiles::kKeptFiles) << "after write " << n;
     }
     // Forty writes: art.dat, then art0.dat to art38.dat.
     EXPECT_EQ(last, Folder() + "/art38.dat");
-    EXPECT_EQ(Names(Folder()), ArtNames(23, 38)) << Describe(Names(Folder()));
+    EXPECT_EQ(FolderNames(Folder()), ArtNames(23, 38)) << Describe(FolderNames(Folder()));
 }
 
 TEST_F(AlbumArtFilesTest, WhatAnEarlierRunLeftIsTrimmedAndFollowed)
@@ -138,7 +123,7 @@ TEST_F(AlbumArtFilesTest, WhatAnEarlierRunLeftIsTrimmedAndFollowed)
     EXPECT_EQ(files.Write(kImage), Folder() + "/art39.dat");
     std::set<std::string> expected = ArtNames(24, 39);
     expected.insert(foreign.begin(), foreign.end());
-    EXPECT_EQ(Names(Folder()), expected) << Describe(Names(Folder()));
+    EXPECT_EQ(FolderNames(Folder()), expected) << Describe(FolderNames(Folder()));
     for (const std::string& name : foreign) {
         EXPECT_EQ(ReadFile(Folder() + "/" + name), "not the service's");
     }
@@ -151,7 +136,7 @@ TEST_F(AlbumArtFilesTest, HighestNameDecidesEvenWithGaps)
     WriteFile(Folder() + "/art41.dat", "stale");
     CAlbumArtFiles files(Folder());
     EXPECT_EQ(files.Write(kImage), Folder() + "/art42.dat");
-    EXPECT_EQ(Names(Folder()), (std::set<std::string>{"art3.dat", "art41.dat", "art42.dat"}));
+    EXPECT_EQ(FolderNames(Folder()), (std::set<std::string>{"art3.dat", "art41.dat", "art42.dat"}));
 }
 
 // The folder is read once; after that the next name comes from memory: a
@@ -165,7 +150,7 @@ TEST_F(AlbumArtFilesTest, NextNameIsKeptInMemoryAfterTheFirstWrite)
     }
     CAlbumArtFiles files(Folder());
     EXPECT_EQ(files.Write(kImage), Folder() + "/art5000.dat");
-    EXPECT_EQ(Names(Folder()).size(), CAlbumArtFiles::kKeptFiles);
+    EXPECT_EQ(FolderNames(Folder()).size(), CAlbumArtFiles::kKeptFiles);
 
     WriteFile(Folder() + "/art900000.dat", "added later");
     for (int n = 5001; n < 5100; ++n) {
@@ -173,7 +158,7 @@ TEST_F(AlbumArtFilesTest, NextNameIsKeptInMemoryAfterTheFirstWrite)
     }
     std::set<std::string> expected = ArtNames(5084, 5099);
     expected.insert("art900000.dat");
-    EXPECT_EQ(Names(Folder()), expected) << Describe(Names(Folder()));
+    EXPECT_EQ(FolderNames(Folder()), expected) << Describe(FolderNames(Folder()));
 }
 
 TEST_F(AlbumArtFilesTest, TakenNameIsSkippedAndLeftAlone)
@@ -188,7 +173,7 @@ TEST_F(AlbumArtFilesTest, TakenNameIsSkippedAndLeftAlone)
     }
     EXPECT_EQ(ReadFile(Folder() + "/art0.dat"), "someone else's");
     EXPECT_EQ(ReadFile(Folder() + "/art1.dat"), "someone else's");
-    EXPECT_EQ(Names(Folder()).size(), CAlbumArtFiles::kKeptFiles + 2);
+    EXPECT_EQ(FolderNames(Folder()).size(), CAlbumArtFiles::kKeptFiles + 2);
 }
 
 TEST_F(AlbumArtFilesTest, ImageOverTheLimitIsNotWritten)
