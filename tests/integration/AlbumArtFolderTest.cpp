@@ -3,6 +3,7 @@
 // sequence, also across a restart; a cover too large is never written.
 
 #include "tests/integration/DeviceFixture.h"
+#include "tests/support/ArtFileNames.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -18,39 +19,18 @@
 using device_test::DeviceTest;
 using device_test::MakeMp3;
 using device_test::TrackTags;
+using testing_support::ArtName;
+using testing_support::ArtNames;
+using testing_support::Describe;
+using testing_support::FolderNames;
 using testing_support::ReadFile;
 using testing_support::WriteFile;
-
-using testing_support::FolderNames;
 
 namespace {
 constexpr size_t kKeptFiles = 16;
 // Long enough that the track is still playing when the last request of a
 // test is served, even with both cores busy.
 constexpr double kTrackSeconds = 120.0;
-
-std::string ArtName(int number)
-{
-    return "art" + std::to_string(number) + ".dat";
-}
-
-std::set<std::string> ArtNames(int first, int last)
-{
-    std::set<std::string> names;
-    for (int n = first; n <= last; ++n) {
-        names.insert(ArtName(n));
-    }
-    return names;
-}
-
-std::string Describe(const std::set<std::string>& names)
-{
-    std::string text;
-    for (const std::string& name : names) {
-        text += name + " ";
-    }
-    return text.empty() ? "<none>" : text;
-}
 
 class AlbumArtFolderTest : public DeviceTest {
 protected:

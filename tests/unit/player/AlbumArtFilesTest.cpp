@@ -5,6 +5,7 @@
 #include "player/AlbumArtFiles.h"
 
 #include "core/PosixHandles.h"
+#include "tests/support/ArtFileNames.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -17,39 +18,17 @@
 #include <string>
 #include <vector>
 
+using testing_support::ArtName;
+using testing_support::ArtNames;
+using testing_support::Describe;
+using testing_support::FolderNames;
 using testing_support::MakeDirs;
 using testing_support::ReadFile;
 using testing_support::TempDir;
 using testing_support::WriteFile;
 
-using testing_support::FolderNames;
-
 namespace {
 const std::vector<uint8_t> kImage{0xFF, 0xD8, 0xFF, 0xE0, 'J', 'F', 'I', 'F'};
-
-std::string ArtName(int number)
-{
-    return "art" + std::to_string(number) + ".dat";
-}
-
-// The names of "art<first>.dat" to "art<last>.dat".
-std::set<std::string> ArtNames(int first, int last)
-{
-    std::set<std::string> names;
-    for (int n = first; n <= last; ++n) {
-        names.insert(ArtName(n));
-    }
-    return names;
-}
-
-std::string Describe(const std::set<std::string>& names)
-{
-    std::string text;
-    for (const std::string& name : names) {
-        text += name + " ";
-    }
-    return text;
-}
 
 class AlbumArtFilesTest : public testing::Test {
 protected:
