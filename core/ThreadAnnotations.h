@@ -24,4 +24,9 @@
 #define EXCLUDES(...) USBMEDIA_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) USBMEDIA_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) USBMEDIA_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+// Lock order: checked by clang with -Wthread-safety-beta.
+#define ACQUIRED_BEFORE(...) USBMEDIA_THREAD_ATTRIBUTE(acquired_before(__VA_ARGS__))
+#define ACQUIRED_AFTER(...) USBMEDIA_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
+// A function that returns (a reference to) the named capability.
+#define RETURN_CAPABILITY(x) USBMEDIA_THREAD_ATTRIBUTE(lock_returned(x))
 #define NO_THREAD_SAFETY_ANALYSIS USBMEDIA_THREAD_ATTRIBUTE(no_thread_safety_analysis)

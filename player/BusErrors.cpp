@@ -49,7 +49,8 @@ void CUsbMediaPlayer::HandleBusErrorLocked(GstMessage* message)
     if (error->code == kReadCode) {
         LOG(LOG_INFO, "Unreadable resource\n");
         StopPlayingLocked();
-        SendTrackInfoNotificationLocked();
+        // Stopped already: a send that finds nobody changes nothing.
+        static_cast<void>(SendTrackInfoNotificationLocked());
         OnUsbConnectionEventLocked(StickDevice(directory), false, "badFile");
         return;
     }

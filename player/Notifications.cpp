@@ -22,25 +22,27 @@ void CUsbMediaPlayer::RefreshClientsLocked()
     m_clients = m_pTcpServer != nullptr ? m_pTcpServer->GetClients() : std::list<int>();
 }
 
-// With nobody listening the service does not play: playback stops.
-void CUsbMediaPlayer::SendNotificationLocked(const Json::Value& notification)
+// With nobody listening the service does not play: playback stops, and the
+// caller hears so (false) before it acts on the track it had.
+bool CUsbMediaPlayer::NotifyLocked(const Json::Value& notification)
 {
     if (m_pTcpServer == nullptr) {
         LOG_AT(LogLine::kNoTcpServer, LOG_WARN, "m_pTcpServer = NULL\n");
-        return;
+        return true;
     }
     m_clients = m_pTcpServer->GetClients();
     if (m_clients.empty()) {
         LOG_AT(LogLine::kNoClientToNotify, LOG_ERROR,
                "Usb Service Error: don't know whom to notify so its stopping playback!\n");
         StopPlayingLocked();
-        return;
+        return false;
     }
     const std::string text = m_pTcpServer->WireText(notification);
     for (const int client : m_clients) {
         // A client that has gone does not keep the others from hearing.
         static_cast<void>(m_pTcpServer->Send(client, text));
     }
+    return true;
 }
 
 // The one place the current track is turned into what clients read, for the
@@ -59,9 +61,9 @@ STrackInfoValues CUsbMediaPlayer::GetTrackInfoValuesLocked()
     track.title = m_currentTrack.m_title;
     track.artist = m_currentTrack.m_artist;
     track.album = m_currentTrack.m_album;
-    track.index = GetCurrentTrackNumberLocked();
-    track.count = m_playlistSize;
-    track.time = GetCurrentTrackTimeLocked();
+    track.index = m_playlist.TrackNumber();
+    track.count = m_playlist.Count();
+    track.time = m_currentTime;
     track.duration = m_currentTrack.m_duration;
     track.isPlaying = IsPlayingLocked();
     track.filePath = Latin1ToUtf8(m_currentTrack.m_path);
@@ -70,53 +72,52 @@ STrackInfoValues CUsbMediaPlayer::GetTrackInfoValuesLocked()
     return track;
 }
 
-void CUsbMediaPlayer::SendTrackInfoNotificationLocked()
+bool CUsbMediaPlayer::SendTrackInfoNotificationLocked()
 {
-    SendNotificationLocked(BuildTrackInfoNotification(GetTrackInfoValuesLocked()));
-    m_trackInfoSent = true;
+    return NotifyLocked(BuildTrackInfoNotification(GetTrackInfoValuesLocked()));
 }
 
-void CUsbMediaPlayer::SendTrackAlbumArtNotificationLocked(const std::string& artFilePath)
+bool CUsbMediaPlayer::SendTrackAlbumArtNotificationLocked(const std::string& artFilePath)
 {
     LOG_AT(LogLine::kTrackAlbumArtSent, LOG_INFO, "trackAlbumArtNotification sent\n");
-    SendNotificationLocked(BuildTrackAlbumArtNotification(GetCurrentTrackNumberLocked(), artFilePath));
+    return NotifyLocked(BuildTrackAlbumArtNotification(m_playlist.TrackNumber(), artFilePath));
 }
 
-void CUsbMediaPlayer::SendPlayerStateChangedNotificationLocked()
+bool CUsbMediaPlayer::SendPlayerStateChangedNotificationLocked()
 {
     LOG_AT(LogLine::kPlayerStateChangedSent, LOG_INFO, "playerStateChangedNotification sent\n");
-    SendNotificationLocked(BuildPlayerStateChangedNotification(GetPlayerStateLocked()));
+    return NotifyLocked(BuildPlayerStateChangedNotification(GetPlayerStateLocked()));
 }
 
-void CUsbMediaPlayer::SendRepeatModeChangedNotificationLocked()
+bool CUsbMediaPlayer::SendRepeatModeChangedNotificationLocked()
 {
     LOG_AT(LogLine::kRepeatModeChangedSent, LOG_INFO, "repeatModeChangedNotification sent\n");
-    SendNotificationLocked(BuildRepeatModeChangedNotification(m_repeatMode));
+    return NotifyLocked(BuildRepeatModeChangedNotification(m_playlist.RepeatMode()));
 }
 
-void CUsbMediaPlayer::SendShuffleModeChangedNotificationLocked()
+bool CUsbMediaPlayer::SendShuffleModeChangedNotificationLocked()
 {
     LOG_AT(LogLine::kShuffleModeChangedSent, LOG_INFO, "shuffleModeChangedNotification sent\n");
-    SendNotificationLocked(BuildShuffleModeChangedNotification(m_isShuffle));
+    return NotifyLocked(BuildShuffleModeChangedNotification(m_playlist.IsShuffle()));
 }
 
 // The duration sent is remembered: pause reports it again.
-void CUsbMediaPlayer::SendTrackTimeNotificationLocked()
+bool CUsbMediaPlayer::SendTrackTimeNotificationLocked()
 {
     LOG_AT(LogLine::kTrackTimeSent, LOG_INFO, "trackTimeNotification sent\n");
     m_trackDuration = m_currentTrack.m_duration;
-    SendNotificationLocked(BuildTrackTimeNotification(GetCurrentTrackTimeLocked(), m_trackDuration));
+    return NotifyLocked(BuildTrackTimeNotification(m_currentTime, m_trackDuration));
 }
 
-void CUsbMediaPlayer::SendEndOfPlayListNotificationLocked()
+bool CUsbMediaPlayer::SendEndOfPlayListNotificationLocked()
 {
     LOG_AT(LogLine::kEndOfPlayListSent, LOG_INFO, "endOfPlayListNotification sent\n");
-    SendNotificationLocked(BuildEndOfPlayListNotification());
+    return NotifyLocked(BuildEndOfPlayListNotification());
 }
 
-void CUsbMediaPlayer::SendUsbConnectionNotificationLocked(const std::string& deviceName, bool connected,
+bool CUsbMediaPlayer::SendUsbConnectionNotificationLocked(const std::string& deviceName, bool connected,
                                                     const std::string& errorCode)
 {
     LOG_AT(LogLine::kUsbConnectionSent, LOG_INFO, "usbConnectionNotification sent\n");
-    SendNotificationLocked(BuildUsbConnectionNotification(deviceName, connected, errorCode));
+    return NotifyLocked(BuildUsbConnectionNotification(deviceName, connected, errorCode));
 }

@@ -13,7 +13,6 @@
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
-using PlayerLock = CLockGuard<CMutex>;
 
 GstCapsPtr PadCaps(GstPad* pad)
 {
@@ -136,14 +135,15 @@ bool CUsbMediaPlayer::SetTrackLocked(const CFile& file)
     return m_currentTrack.SetFromFile(file);
 }
 
-// Loads entry m_index into a new pipeline, left in the NULL state.
+// Loads the playlist's current entry into a new pipeline, left in the NULL
+// state.
 bool CUsbMediaPlayer::ResetPlayingLocked()
 {
     LOG(LOG_INFO, "ResetPlaying\n");
     StopPlayingLocked();
-    if (m_index < m_playlist.m_files.size()) {
-        const CFile entry = m_playlist.m_files[m_index];
-        SetTrackLocked(entry);
+    if (const CFile* entry = m_playlist.Current()) {
+        const CFile current = *entry;
+        SetTrackLocked(current);
     }
     const std::string location = m_currentTrack.m_path + "/" + m_currentTrack.m_name;
     if (!IsLoadable(m_currentTrack)) {
@@ -165,20 +165,12 @@ bool CUsbMediaPlayer::PlayTrackLocked()
     LOG(LOG_INFO, "PlayTrack\n");
     if (ResetPlayingLocked()) {
         LOG(LOG_INFO, "Start GST Pipeline\n");
-        SetPlayerStateLocked(STATE_PLAYING);
         // The notification may have found no client and stopped playback.
-        if (m_pipeline) {
+        if (SetPlayerStateLocked(STATE_PLAYING) && m_pipeline) {
             gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
         }
-        WakeProgressThread();
     }
     return GetPlayerStateLocked() == STATE_PLAYING;
-}
-
-void CUsbMediaPlayer::StopPlaying()
-{
-    const PlayerLock lock(m_playerMutex);
-    StopPlayingLocked();
 }
 
 void CUsbMediaPlayer::StopPlayingLocked()
@@ -190,18 +182,19 @@ void CUsbMediaPlayer::StopPlayingLocked()
         gst_bus_remove_watch(bus.get());
         m_pipeline.reset();
     }
-    SetPlayerStateLocked(STATE_STOPPED);
-    SetCurrentTrackTimeValueLocked(0);
+    // Stopping already: a send that finds nobody changes nothing more.
+    static_cast<void>(SetPlayerStateLocked(STATE_STOPPED));
+    m_currentTime = 0;
     m_currentTrack.ClearTrack();
     m_tagMessageCount = 0;
-    ReleaseAlbumArtLocked();
+    m_albumArt.Release();
 }
 
 bool CUsbMediaPlayer::SetCurrentTrackTimeLocked()
 {
     gint64 position = 0;
     if (m_pipeline && gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
-        SetCurrentTrackTimeValueLocked(static_cast<uint32_t>(position / GST_SECOND));
+        m_currentTime = static_cast<uint32_t>(position / GST_SECOND);
         return true;
     }
     LOG(LOG_WARN, "SetCurrentTrackTime result is false!\n");

@@ -1,63 +1,19 @@
-// The progress thread (position once a second while playing), the fast
-// forward / rewind thread (15 s steps every half second in states 5 and 6)
-// and seeking to a time.
+// One tick of each ticker: the progress report (position once a second
+// while playing) and the fast forward / rewind step (15 s every half second
+// in states 5 and 6); starting and ending a seek run, and seeking to a time.
 #include "player/UsbMediaPlayer.h"
 
 #include "player/GstHandles.h"
 
 #include <chrono>
+#include <thread>
 
 namespace {
 using PlayerLock = CLockGuard<CMutex>;
-using std::chrono::microseconds;
 
 constexpr int64_t kSeekStepNs = 15 * GST_SECOND;
-constexpr microseconds kProgressPeriod{1000000};
-constexpr microseconds kSeekPeriod{500000};
-constexpr microseconds kSeekToTimeDelay{700000};
-
-bool IsSeekingState(int32_t state)
-{
-    return state == STATE_FAST_FORWARD || state == STATE_REWIND;
-}
-
-// Sleeps for `period`, cut short only by the stop flag.
-void SleepUnlessStopping(CMutex& mutex, std::condition_variable& wake, microseconds period,
-                         const std::atomic<bool>& stop)
-{
-    CUniqueLock lock(mutex);
-    wake.wait_for(lock.Native(), period, [&stop] { return stop.load(); });
-}
+constexpr std::chrono::microseconds kSeekToTimeDelay{700000};
 }  // namespace
-
-// Wakes are sent with the thread's mutex taken and released, so a thread
-// about to wait either sees the new state or gets the wake.
-void CUsbMediaPlayer::WakeProgressThread()
-{
-    { const CLockGuard<CMutex> lock(m_progressMutex); }
-    m_progressCond.notify_all();
-}
-
-void CUsbMediaPlayer::WakeSeekThread()
-{
-    { const CLockGuard<CMutex> lock(m_seekMutex); }
-    m_seekCond.notify_all();
-}
-
-void CUsbMediaPlayer::TrackProgressUpdate(CUsbMediaPlayer* player)
-{
-    CUsbMediaPlayer& self = *player;
-    while (!self.m_stopThreads) {
-        if (self.ReportProgress()) {
-            SleepUnlessStopping(self.m_progressMutex, self.m_progressCond, kProgressPeriod, self.m_stopThreads);
-            continue;
-        }
-        CUniqueLock lock(self.m_progressMutex);
-        self.m_progressCond.wait(lock.Native(), [&self] {
-            return self.m_stopThreads || IsPlayingState(self.CachedPlayerState());
-        });
-    }
-}
 
 // One progress report; false when nothing plays.
 bool CUsbMediaPlayer::ReportProgress()
@@ -68,41 +24,26 @@ bool CUsbMediaPlayer::ReportProgress()
     }
     QueryTrackDurationLocked();
     if (SetCurrentTrackTimeLocked()) {
-        SendTrackTimeNotificationLocked();
+        static_cast<void>(SendTrackTimeNotificationLocked());  // the last step of the tick
     }
     return true;
 }
 
-void CUsbMediaPlayer::SeekFastForwardRewind(CUsbMediaPlayer* player)
-{
-    CUsbMediaPlayer& self = *player;
-    while (!self.m_stopThreads) {
-        if (IsSeekingState(self.StepFastForwardRewind())) {
-            SleepUnlessStopping(self.m_seekMutex, self.m_seekCond, kSeekPeriod, self.m_stopThreads);
-            continue;
-        }
-        CUniqueLock lock(self.m_seekMutex);
-        self.m_seekCond.wait(lock.Native(), [&self] {
-            return self.m_stopThreads || IsSeekingState(self.CachedPlayerState());
-        });
-    }
-}
-
-// One step in the direction of the current state; returns that state.
-int32_t CUsbMediaPlayer::StepFastForwardRewind()
+// One step in the direction of the current state; false when not seeking.
+bool CUsbMediaPlayer::StepFastForwardRewind()
 {
     const PlayerLock lock(m_playerMutex);
     const int32_t state = GetPlayerStateLocked();
     if (state == STATE_FAST_FORWARD) {
-        SeekStepLocked(ForwardSeekTarget());
+        SeekStepLocked(ForwardSeekTargetLocked());
     } else if (state == STATE_REWIND) {
-        SeekStepLocked(BackwardSeekTarget());
+        SeekStepLocked(BackwardSeekTargetLocked());
     }
-    return state;
+    return state == STATE_FAST_FORWARD || state == STATE_REWIND;
 }
 
 // No bound at the end: a target past the track ends the stream.
-int64_t CUsbMediaPlayer::ForwardSeekTarget()
+int64_t CUsbMediaPlayer::ForwardSeekTargetLocked()
 {
     if (!m_pipeline) {
         return kSeekStepNs;
@@ -112,13 +53,13 @@ int64_t CUsbMediaPlayer::ForwardSeekTarget()
     if (gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
         target = position + kSeekStepNs;
     } else {
-        target = static_cast<int64_t>(GetCurrentTrackTimeLocked()) * GST_SECOND + kSeekStepNs;
+        target = static_cast<int64_t>(m_currentTime) * GST_SECOND + kSeekStepNs;
     }
     return target < 0 ? 0 : target;
 }
 
 // Within the first step, and when the position is unknown, back to 0:00.
-int64_t CUsbMediaPlayer::BackwardSeekTarget()
+int64_t CUsbMediaPlayer::BackwardSeekTargetLocked()
 {
     gint64 position = 0;
     if (!m_pipeline || !gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position)) {
@@ -135,44 +76,38 @@ bool CUsbMediaPlayer::SeekStepLocked(int64_t targetNs)
         return false;
     }
     if (!SetCurrentTrackTimeLocked()) {
-        SetCurrentTrackTimeValueLocked(static_cast<uint32_t>(targetNs / GST_SECOND));
+        m_currentTime = static_cast<uint32_t>(targetNs / GST_SECOND);
     }
-    SendTrackTimeNotificationLocked();
+    // The seek was made either way; a send that stopped playback ends the run.
+    static_cast<void>(SendTrackTimeNotificationLocked());
     return true;
 }
 
 // Ending a run goes back to state 4 whatever the state was; the pipeline
-// is not touched.
+// is not touched. A run is started only while playing, and not twice.
+bool CUsbMediaPlayer::SeekRunLocked(bool enable, int32_t runState)
+{
+    if (!enable) {
+        static_cast<void>(SetPlayerStateLocked(STATE_PLAYING));  // the last step
+        return true;
+    }
+    if (!IsPlayingLocked() || GetPlayerStateLocked() == runState) {
+        return false;
+    }
+    static_cast<void>(SetPlayerStateLocked(runState));  // the last step
+    return true;
+}
+
 bool CUsbMediaPlayer::SeekForward(bool enable)
 {
     const PlayerLock lock(m_playerMutex);
-    if (!enable) {
-        SetPlayerStateLocked(STATE_PLAYING);
-        WakeProgressThread();
-        return true;
-    }
-    if (!IsPlayingLocked() || GetPlayerStateLocked() == STATE_FAST_FORWARD) {
-        return false;
-    }
-    SetPlayerStateLocked(STATE_FAST_FORWARD);
-    WakeSeekThread();
-    return true;
+    return SeekRunLocked(enable, STATE_FAST_FORWARD);
 }
 
 bool CUsbMediaPlayer::SeekBackward(bool enable)
 {
     const PlayerLock lock(m_playerMutex);
-    if (!enable) {
-        SetPlayerStateLocked(STATE_PLAYING);
-        WakeProgressThread();
-        return true;
-    }
-    if (!IsPlayingLocked() || GetPlayerStateLocked() == STATE_REWIND) {
-        return false;
-    }
-    SetPlayerStateLocked(STATE_REWIND);
-    WakeSeekThread();
-    return true;
+    return SeekRunLocked(enable, STATE_REWIND);
 }
 
 // The delay comes first and is spent without the player lock.
@@ -182,10 +117,6 @@ bool CUsbMediaPlayer::SeekToTime(int64_t seconds)
     const PlayerLock lock(m_playerMutex);
     if (!IsPlayingLocked()) {
         return false;
-    }
-    gint64 position = 0;
-    if (m_pipeline) {
-        gst_element_query_position(m_pipeline.get(), GST_FORMAT_TIME, &position);
     }
     const int64_t target = seconds * GST_SECOND;
     return SeekStepLocked(target < 0 ? 0 : target);

@@ -6,6 +6,8 @@
 
 #include "core/Logger.h"
 
+#include <utility>
+
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 
@@ -69,13 +71,14 @@ void CUsbMediaPlayer::HandleBusTagLocked(GstMessage* message)
     if (m_tagMessageCount == kTrackInfoMessage || IsWavFileName(m_currentTrack.m_name)) {
         LOG(LOG_INFO, "Sending Out TrackInfo Notification since some info was updated\n");
         QueryTrackDurationLocked();
-        SendTrackInfoNotificationLocked();
+        if (!SendTrackInfoNotificationLocked()) {
+            return;  // nobody listens: the track has stopped and its image is of no use
+        }
     }
 
     GstSamplePtr image = CoverImage(tags.get());
     if (!image) {
         return;  // the image already held stays
     }
-    const CLockGuard<CMutex> artLock(m_albumArtMutex);
-    m_albumArtSample.swap(image);  // the previous image goes with `image`, after the art lock
+    m_albumArt.Hold(std::move(image));
 }

@@ -1,11 +1,10 @@
-// Transport (play, pause, stop, restart) and moving through the playlist
-// by the repeat and shuffle rules.
+// Transport (play, pause, stop, restart) and moving through the playlist;
+// the playlist (player/Playlist.h) says where next and previous lead.
 #include "player/UsbMediaPlayer.h"
 
 #include "player/GstHandles.h"
 
 #include "core/Logger.h"
-#include "player/Navigation.h"
 
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
@@ -19,12 +18,6 @@ std::string NoFileSelected(const CTrackInfo& track)
 
 // Playing already: the track starts over (which also ends a fast forward
 // or rewind). Paused or loaded: it goes on.
-bool CUsbMediaPlayer::Play()
-{
-    const PlayerLock lock(m_playerMutex);
-    return PlayLocked();
-}
-
 bool CUsbMediaPlayer::PlayLocked()
 {
     RefreshClientsLocked();
@@ -33,21 +26,15 @@ bool CUsbMediaPlayer::PlayLocked()
         PlayTrackLocked();
     } else if (m_pipeline) {
         gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
-        SetPlayerStateLocked(STATE_PLAYING);
-        WakeProgressThread();
+        static_cast<void>(SetPlayerStateLocked(STATE_PLAYING));  // the last step
     } else {
         SetError("No Song to play!", -1);
     }
     return m_errorCode == 0;
 }
 
-// Clients get the position where playback paused.
-bool CUsbMediaPlayer::Pause()
-{
-    const PlayerLock lock(m_playerMutex);
-    return PauseLocked();
-}
-
+// Clients get the position where playback paused. With nobody to tell, the
+// send has stopped playback and there is nothing left to pause.
 bool CUsbMediaPlayer::PauseLocked()
 {
     ClearError();
@@ -57,18 +44,14 @@ bool CUsbMediaPlayer::PauseLocked()
     }
     SetCurrentTrackTimeLocked();
     m_currentTrack.m_duration = m_trackDuration;
-    SendTrackTimeNotificationLocked();
+    if (!SendTrackTimeNotificationLocked()) {
+        return m_errorCode == 0;
+    }
     if (m_pipeline) {
         gst_element_set_state(m_pipeline.get(), GST_STATE_PAUSED);
     }
-    SetPlayerStateLocked(STATE_PAUSED);
+    static_cast<void>(SetPlayerStateLocked(STATE_PAUSED));  // the last step
     return m_errorCode == 0;
-}
-
-bool CUsbMediaPlayer::Stop()
-{
-    const PlayerLock lock(m_playerMutex);
-    return StopLocked();
 }
 
 bool CUsbMediaPlayer::StopLocked()
@@ -81,12 +64,6 @@ bool CUsbMediaPlayer::StopLocked()
 // While not playing the track is reloaded and left unstarted in state 3;
 // the inner pause finds nothing playing and reports so, and the next play
 // starts the track from its beginning.
-bool CUsbMediaPlayer::RestartTrack()
-{
-    const PlayerLock lock(m_playerMutex);
-    return RestartTrackLocked();
-}
-
 bool CUsbMediaPlayer::RestartTrackLocked()
 {
     ClearError();
@@ -95,27 +72,20 @@ bool CUsbMediaPlayer::RestartTrackLocked()
             if (m_pipeline) {
                 gst_element_set_state(m_pipeline.get(), GST_STATE_PLAYING);
             }
-            SetPlayerStateLocked(STATE_PLAYING);
-            WakeProgressThread();
+            static_cast<void>(SetPlayerStateLocked(STATE_PLAYING));  // the last step
         }
     } else if (ResetPlayingLocked()) {
         PauseLocked();
-        SetPlayerStateLocked(STATE_PAUSED);
+        static_cast<void>(SetPlayerStateLocked(STATE_PAUSED));  // the last step
     }
     return m_errorCode == 0;
-}
-
-bool CUsbMediaPlayer::PreviousTrack()
-{
-    const PlayerLock lock(m_playerMutex);
-    return PreviousTrackLocked();
 }
 
 bool CUsbMediaPlayer::PreviousTrackLocked()
 {
     ClearError();
-    const uint32_t target = GetPreviousIndexLocked(false);
-    if (target >= m_playlistSize) {
+    const uint32_t target = m_playlist.PreviousIndex(false);
+    if (target >= m_playlist.Count()) {
         SetError(NoFileSelected(m_currentTrack), -4);
     } else {
         goToTrackIndexLocked(target);
@@ -124,18 +94,11 @@ bool CUsbMediaPlayer::PreviousTrackLocked()
 }
 
 // Past the last entry the playlist ends and the call fails.
-bool CUsbMediaPlayer::_nextUSB()
-{
-    const PlayerLock lock(m_playerMutex);
-    return _nextUSBLocked();
-}
-
 bool CUsbMediaPlayer::_nextUSBLocked()
 {
-    m_trackInfoSent = false;
     ClearError();
-    const uint32_t target = GetNextIndexLocked(false);
-    if (target >= m_playlistSize) {
+    const uint32_t target = m_playlist.NextIndex(false);
+    if (target >= m_playlist.Count()) {
         LOG(LOG_INFO, "_nextUSB - Clearing the playlist\n");
         EndPlaylistLocked();
         SetError(NoFileSelected(m_currentTrack), -4);
@@ -149,18 +112,17 @@ bool CUsbMediaPlayer::_nextUSBLocked()
 // paused on it.
 bool CUsbMediaPlayer::goToTrackIndexLocked(uint32_t index)
 {
-    m_playlistSize = static_cast<uint32_t>(m_playlist.Size());
-    const uint32_t target = index < m_playlistSize ? index : 0;
+    const uint32_t count = m_playlist.Recount();
+    const uint32_t target = index < count ? index : 0;
     LOG(LOG_INFO, "goToTrackIndex: %d\n", static_cast<int>(target));
     const int32_t stateBefore = GetPlayerStateLocked();
-    if (m_playlistSize == 0) {
+    if (count == 0) {
         SetError("Playlist is empty", -3);
         return false;
     }
     StopPlayingLocked();
-    m_index = target;
-    const CFile entry = m_playlist.m_files[target];
-    if (!SetTrackLocked(entry)) {
+    const CFile* entry = m_playlist.MoveTo(target);
+    if (entry == nullptr || !SetTrackLocked(*entry)) {
         return false;
     }
     PlayTrackLocked();
@@ -174,9 +136,9 @@ bool CUsbMediaPlayer::goToTrackIndexLocked(uint32_t index)
 void CUsbMediaPlayer::OnEndOfStreamLocked()
 {
     m_currentTrack.ClearTrack();
-    ReleaseAlbumArtLocked();
-    const uint32_t target = GetNextIndexLocked(true);
-    if (target >= m_playlistSize && m_repeatMode == REPEAT_NONE) {
+    m_albumArt.Release();
+    const uint32_t target = m_playlist.NextIndex(true);
+    if (target >= m_playlist.Count() && m_playlist.RepeatMode() == REPEAT_NONE) {
         EndPlaylistLocked();
     } else {
         goToTrackIndexLocked(target);
@@ -187,41 +149,18 @@ void CUsbMediaPlayer::EndPlaylistLocked()
 {
     StopPlayingLocked();
     m_playlist.Clear();
-    m_playlistSize = 0;
     m_currentTrack.SetName("");
     m_currentTrack.SetPath("");
     m_currentTrack.m_id = kNoEntryId;
-    SendEndOfPlayListNotificationLocked();
+    static_cast<void>(SendEndOfPlayListNotificationLocked());  // the last step
 }
 
 // Any value is taken as it is; clients hear of it even when unchanged.
 void CUsbMediaPlayer::SetRepeatMode(int32_t mode)
 {
     const PlayerLock lock(m_playerMutex);
-    m_repeatMode = mode;
-    SendRepeatModeChangedNotificationLocked();
-}
-
-uint32_t CUsbMediaPlayer::GetNextIndexLocked(bool automatic)
-{
-    const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
-    const SNavigationStep step = NextPosition(at, m_shuffleOrder, automatic);
-    m_shuffleIndex = step.shuffleIndex;
-    return step.index;
-}
-
-uint32_t CUsbMediaPlayer::GetPreviousIndexLocked(bool automatic)
-{
-    const SPlaylistPosition at{m_index, m_playlistSize, m_repeatMode, m_isShuffle, m_shuffleIndex};
-    const SNavigationStep step = PreviousPosition(at, m_shuffleOrder, automatic);
-    m_shuffleIndex = step.shuffleIndex;
-    return step.index;
-}
-
-bool CUsbMediaPlayer::ValidateCurrentTrack()
-{
-    const PlayerLock lock(m_playerMutex);
-    return ValidateCurrentTrackLocked();
+    m_playlist.SetRepeatMode(mode);
+    static_cast<void>(SendRepeatModeChangedNotificationLocked());  // the last step
 }
 
 bool CUsbMediaPlayer::ValidateCurrentTrackLocked()

@@ -31,28 +31,25 @@ void CUsbMediaPlayer::OnUsbConnectionEventLocked(const std::string& device, bool
         m_usbDevice1.m_errorCode = errorCode;
     }
     if (!connected) {
-        HandleUsbRemoval(device);
+        HandleUsbRemovalLocked(device);
     }
     if (changed) {
-        SendUsbConnectionNotificationLocked(device, connected, errorCode);
+        static_cast<void>(SendUsbConnectionNotificationLocked(device, connected, errorCode));  // the last step
     }
 }
 
 // A stick went away (or failed): stop when it holds the current track, and
 // forget the media lists in any case.
-void CUsbMediaPlayer::HandleUsbRemoval(const std::string& device)
+void CUsbMediaPlayer::HandleUsbRemovalLocked(const std::string& device)
 {
     if (TrackIsOnDevice(m_currentTrack.m_path, device)) {
         StopPlayingLocked();
         m_currentTrack.SetName("");
         m_currentTrack.SetPath("");
         m_currentTrack.m_id = kNoEntryId;
-        m_playlistSize = 0;  // the records stay but count as no playlist
+        m_playlist.Disown();
     }
-    m_folderList.Clear();
-    ++m_stickRemovals;
-    m_folderGroups.m_usbFileList.Clear();
-    m_folderGroups.MarkDirty();
+    m_library.ForgetAfterRemoval();
 }
 
 bool CUsbMediaPlayer::IsUsbConnected(const std::string& deviceName)

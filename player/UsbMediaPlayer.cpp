@@ -9,8 +9,18 @@
 #include "player/DecoderRanks.h"
 #include "core/UsbSticks.h"
 
+#include <chrono>
+
 namespace {
 using PlayerLock = CLockGuard<CMutex>;
+
+constexpr std::chrono::microseconds kProgressPeriod{1000000};
+constexpr std::chrono::microseconds kSeekPeriod{500000};
+
+bool IsSeekingState(int32_t state)
+{
+    return state == STATE_FAST_FORWARD || state == STATE_REWIND;
+}
 
 bool OpensAsDirectory(const std::string& path)
 {
@@ -24,7 +34,12 @@ CUsbMediaPlayer& CUsbMediaPlayer::GetInstance()
     return INSTANCE;
 }
 
-CUsbMediaPlayer::CUsbMediaPlayer() : m_artFiles(SystemPath("/home/root/art_dump"))
+CUsbMediaPlayer::CUsbMediaPlayer()
+    : m_albumArt(SystemPath("/home/root/art_dump")),
+      m_progressTicker(kProgressPeriod, [this] { return ReportProgress(); },
+                       [this] { return IsPlayingState(m_playerState); }),
+      m_seekTicker(kSeekPeriod, [this] { return StepFastForwardRewind(); },
+                   [this] { return IsSeekingState(m_playerState); })
 {
     gst_init(nullptr, nullptr);
     PreferCheaperDecoders();
@@ -35,8 +50,8 @@ CUsbMediaPlayer::CUsbMediaPlayer() : m_artFiles(SystemPath("/home/root/art_dump"
     m_usbDevice1.m_isConnected = OpensAsDirectory(SystemPath(kFirstStick.mountPoint));
     m_usbDevice1.m_errorCode = "";
     // Every member and mutex exists by now, so the threads may use them at once.
-    m_progressThread = std::thread(&CUsbMediaPlayer::TrackProgressUpdate, this);
-    m_seekThread = std::thread(&CUsbMediaPlayer::SeekFastForwardRewind, this);
+    m_progressTicker.Start();
+    m_seekTicker.Start();
 }
 
 CUsbMediaPlayer::~CUsbMediaPlayer()
@@ -46,17 +61,11 @@ CUsbMediaPlayer::~CUsbMediaPlayer()
 
 void CUsbMediaPlayer::Shutdown()
 {
-    m_stopThreads = true;
-    WakeProgressThread();
-    WakeSeekThread();
-    if (m_progressThread.joinable()) {
-        m_progressThread.join();
-    }
-    if (m_seekThread.joinable()) {
-        m_seekThread.join();
-    }
-    WaitForAlbumArtWorkers();
-    StopPlaying();
+    m_progressTicker.Stop();
+    m_seekTicker.Stop();
+    m_albumArt.WaitForWorkers();
+    const PlayerLock lock(m_playerMutex);
+    StopPlayingLocked();
 }
 
 // The cached state; only an unknown state (-1) asks the pipeline, waiting
@@ -69,7 +78,6 @@ int32_t CUsbMediaPlayer::GetPlayerState()
 
 int32_t CUsbMediaPlayer::GetPlayerStateLocked()
 {
-    const CLockGuard<CMutex> stateLock(m_stateMutex);
     if (m_playerState != STATE_UNKNOWN) {
         return m_playerState;
     }
@@ -86,23 +94,19 @@ int32_t CUsbMediaPlayer::GetPlayerStateLocked()
     return m_playerState;
 }
 
-// Clients hear of a state only when what they can see changes.
-void CUsbMediaPlayer::SetPlayerStateLocked(int32_t state)
+// Clients hear of a state only when what they can see changes. The tickers
+// are woken here and nowhere else, before the notification: a send that
+// finds nobody listening stops playback, and that state wakes them again.
+bool CUsbMediaPlayer::SetPlayerStateLocked(int32_t state)
 {
     const int32_t before = GetPlayerStateLocked();
-    {
-        const CLockGuard<CMutex> stateLock(m_stateMutex);
-        m_playerState = state;
+    m_playerState = state;
+    m_progressTicker.Wake();
+    m_seekTicker.Wake();
+    if (GetPlayerStateLocked() == before) {
+        return true;
     }
-    if (GetPlayerStateLocked() != before) {
-        SendPlayerStateChangedNotificationLocked();
-    }
-}
-
-int32_t CUsbMediaPlayer::CachedPlayerState()
-{
-    const CLockGuard<CMutex> stateLock(m_stateMutex);
-    return m_playerState;
+    return SendPlayerStateChangedNotificationLocked();
 }
 
 bool CUsbMediaPlayer::IsPlayingLocked()
@@ -113,55 +117,23 @@ bool CUsbMediaPlayer::IsPlayingLocked()
 uint32_t CUsbMediaPlayer::GetCurrentTrackTime()
 {
     const PlayerLock lock(m_playerMutex);
-    return GetCurrentTrackTimeLocked();
-}
-
-uint32_t CUsbMediaPlayer::GetCurrentTrackTimeLocked()
-{
     return m_currentTime;
-}
-
-void CUsbMediaPlayer::SetCurrentTrackTimeValueLocked(uint32_t seconds)
-{
-    m_currentTime = seconds;
 }
 
 int32_t CUsbMediaPlayer::GetRepeatMode()
 {
     const PlayerLock lock(m_playerMutex);
-    return m_repeatMode;
+    return m_playlist.RepeatMode();
 }
 
 bool CUsbMediaPlayer::IsShuffle()
 {
     const PlayerLock lock(m_playerMutex);
-    return m_isShuffle;
-}
-
-uint32_t CUsbMediaPlayer::GetPlaylistSizeLocked()
-{
-    return m_playlistSize;
-}
-
-uint32_t CUsbMediaPlayer::GetCurrentTrackNumberLocked()
-{
-    return m_playlistSize == 0 ? 0 : m_index + 1;
+    return m_playlist.IsShuffle();
 }
 
 CTrackInfo CUsbMediaPlayer::GetCurrentTrack()
 {
     const PlayerLock lock(m_playerMutex);
     return m_currentTrack;
-}
-
-int CUsbMediaPlayer::GetErrorCode()
-{
-    const PlayerLock lock(m_playerMutex);
-    return m_errorCode;
-}
-
-std::string CUsbMediaPlayer::GetErrorMessage()
-{
-    const PlayerLock lock(m_playerMutex);
-    return GetErrorText();
 }

@@ -7,7 +7,7 @@ check="$src/scripts/check-architecture.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-echo 'See `player/UsbMediaPlayer.h`, `control/*Methods.cpp`, `CUsbMediaPlayer::PlayList` and `CFile`.' >"$work/good.md"
+echo 'See `player/UsbMediaPlayer.h`, `control/*Methods.cpp`, `CUsbMediaPlayer::PlayListLocked` and `CFile`.' >"$work/good.md"
 bash "$check" "$src" "$work/good.md" >/dev/null || { echo "a true page fails"; exit 1; }
 
 for wrong in '`player/Gone.cpp`' '`control/*Gone.cpp`' '`CUsbMediaPlayer::NoSuchOperation`' '`NoSuchName`'; do

@@ -1,5 +1,5 @@
 // The player's library operations on the singleton: the storage index by
-// path and by device, folder lists by group and path, and their cache.
+// path, folder lists by group and path, and their cache.
 #include "player/UsbMediaPlayer.h"
 
 #include "library/FileId.h"
@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 using testing_support::TempDir;
@@ -38,102 +39,90 @@ protected:
 
     std::string Stick() const { return root.Path() + "/mnt/usb-stick1"; }
 
+    // The operations as the request handlers run them; each keeps the
+    // status it left in `code` and `message`.
+    template <typename Result>
+    Result Keep(SPlayerOutcome<Result> outcome)
+    {
+        code = outcome.code;
+        message = outcome.message;
+        return std::move(outcome.value);
+    }
+    bool Index(const std::string& path) { return Keep(player.IndexStorageWithStatus(path)); }
+    std::vector<CFile> ByGroup(uint32_t id, bool atMaxDepth)
+    {
+        return Keep(player.RunWithStatus(&CUsbMediaPlayer::_getFileListByGroupIDLocked, id, atMaxDepth));
+    }
+    std::vector<CFile> ByPath(const std::string& path, bool atMaxDepth)
+    {
+        return Keep(player.RunWithStatus(&CUsbMediaPlayer::GetFileListByPathLocked, path, atMaxDepth));
+    }
+    std::vector<CFile> Search(const std::string& path, const std::string& text)
+    {
+        return Keep(player.RunWithStatus(&CUsbMediaPlayer::SearchFilesLocked, path, text));
+    }
+
     TempDir root;
     CUsbMediaPlayer& player = CUsbMediaPlayer::GetInstance();
+    int code = 0;
+    std::string message;
 };
 
 }  // namespace
 
-TEST_F(MediaLibraryTest, IndexDeviceUsb1IndexesTheFirstStick)
-{
-    ASSERT_TRUE(player.IndexDevice("usb1"));
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
-    EXPECT_EQ(Names(player._getFileListByGroupID(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
-    EXPECT_NE(player.GetStorageCrc32(), 0u);
-}
-
-TEST_F(MediaLibraryTest, IndexDeviceUsb2LeavesTheIndexAsItWas)
-{
-    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock"));
-    const uint32_t crc = player.GetStorageCrc32();
-    EXPECT_FALSE(player.IndexDevice("usb2"));
-    EXPECT_FALSE(player.IndexDevice(""));
-    EXPECT_EQ(player.GetStorageCrc32(), crc);
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
-}
-
-TEST_F(MediaLibraryTest, RootIsTheMountPointOfTheIndexedStick)
-{
-    const std::string second = root.Path() + "/mnt/usb-stick2";
-    WriteFile(second + "/Music/m.mp3", "abc");
-    WriteFile(second + "/s.mp3", "abc");
-    ASSERT_TRUE(player.IndexStorage(second + "/Music//"));
-    EXPECT_EQ(player.GetCurrentRootPath(), second);
-    ASSERT_TRUE(player.IndexStorage(second + "/"));
-    EXPECT_EQ(player.GetCurrentRootPath(), second);
-    EXPECT_EQ(Names(player._getFileListByGroupID(0, false)), (std::vector<std::string>{"Music", "s.mp3"}));
-
-    // Below the first stick, or anywhere else, the root is the first stick.
-    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock"));
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
-    ASSERT_TRUE(player.IndexStorage(second));
-    EXPECT_FALSE(player.IndexStorage(second + "-old"));
-    EXPECT_EQ(player.GetCurrentRootPath(), Stick());
-}
-
 TEST_F(MediaLibraryTest, GroupZeroOfAnIndexBelowTheRootIsTheEmptyRoot)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick() + "/Rock"));
-    EXPECT_TRUE(player._getFileListByGroupID(0, true).empty());
-    EXPECT_EQ(player.GetErrorCode(), -10);
-    EXPECT_EQ(Names(player.GetFileListByPath(Stick() + "/Rock", false)), (std::vector<std::string>{"Live", "a.mp3"}));
+    ASSERT_TRUE(Index(Stick() + "/Rock"));
+    EXPECT_TRUE(ByGroup(0, true).empty());
+    EXPECT_EQ(code, -10);
+    EXPECT_EQ(Names(ByPath(Stick() + "/Rock", false)), (std::vector<std::string>{"Live", "a.mp3"}));
 }
 
 TEST_F(MediaLibraryTest, MissingPathEmptiesTheIndexAndSetsMinusOne)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick()));
-    EXPECT_FALSE(player.IndexStorage(Stick() + "/missing"));
-    EXPECT_EQ(player.GetErrorCode(), -1);
-    EXPECT_EQ(player.GetErrorMessage(), "E: While opendir " + Stick() + "/missing");
+    ASSERT_TRUE(Index(Stick()));
+    EXPECT_FALSE(Index(Stick() + "/missing"));
+    EXPECT_EQ(code, -1);
+    EXPECT_EQ(message, "E: While opendir " + Stick() + "/missing");
     EXPECT_EQ(player.GetStorageCrc32(), 0u);
-    EXPECT_TRUE(player._getFileListByGroupID(0, false).empty());
-    EXPECT_EQ(player.GetErrorCode(), -10);
+    EXPECT_TRUE(ByGroup(0, false).empty());
+    EXPECT_EQ(code, -10);
 }
 
 TEST_F(MediaLibraryTest, GroupAndPathGiveTheSameFolder)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick()));
-    const std::vector<CFile> byGroup = player._getFileListByGroupID(FileId(Stick(), "Rock"), false);
-    EXPECT_EQ(player.GetErrorCode(), 0);
+    ASSERT_TRUE(Index(Stick()));
+    const std::vector<CFile> byGroup = ByGroup(FileId(Stick(), "Rock"), false);
+    EXPECT_EQ(code, 0);
     EXPECT_EQ(Names(byGroup), (std::vector<std::string>{"Live", "a.mp3"}));
-    EXPECT_EQ(Names(player.GetFileListByPath(Stick() + "/Rock", false)), Names(byGroup));
+    EXPECT_EQ(Names(ByPath(Stick() + "/Rock", false)), Names(byGroup));
 }
 
 TEST_F(MediaLibraryTest, CachedFolderIsAnsweredWithoutRebuilding)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick()));
-    EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());
-    EXPECT_EQ(player.GetErrorCode(), -10);
+    ASSERT_TRUE(Index(Stick()));
+    EXPECT_TRUE(ByPath(Stick() + "/Empty", false).empty());
+    EXPECT_EQ(code, -10);
     // The same folder again comes from the cache: the status cleared on the
     // way in stays clear.
-    EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());
-    EXPECT_EQ(player.GetErrorCode(), 0);
+    EXPECT_TRUE(ByPath(Stick() + "/Empty", false).empty());
+    EXPECT_EQ(code, 0);
     // A new index marks the cache dirty, so the folder is rebuilt.
-    ASSERT_TRUE(player.IndexStorage(Stick()));
-    EXPECT_TRUE(player.GetFileListByPath(Stick() + "/Empty", false).empty());
-    EXPECT_EQ(player.GetErrorCode(), -10);
+    ASSERT_TRUE(Index(Stick()));
+    EXPECT_TRUE(ByPath(Stick() + "/Empty", false).empty());
+    EXPECT_EQ(code, -10);
 }
 
 TEST_F(MediaLibraryTest, SearchDoesNotLeaveResultsInTheFolderCache)
 {
-    ASSERT_TRUE(player.IndexStorage(Stick()));
-    EXPECT_EQ(Names(player._getFileListByGroupID(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
-    EXPECT_EQ(Names(player.SearchFiles(Stick(), "TOP")), (std::vector<std::string>{"top.mp3"}));
-    EXPECT_EQ(Names(player._getFileListByGroupID(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
+    ASSERT_TRUE(Index(Stick()));
+    EXPECT_EQ(Names(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
+    EXPECT_EQ(Names(Search(Stick(), "TOP")), (std::vector<std::string>{"top.mp3"}));
+    EXPECT_EQ(Names(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
 }
 
 TEST_F(MediaLibraryTest, SearchOfAMissingPathLeavesThePlayerStatusClear)
 {
-    EXPECT_TRUE(player.SearchFiles(Stick() + "/missing", "").empty());
-    EXPECT_EQ(player.GetErrorCode(), 0);
+    EXPECT_TRUE(Search(Stick() + "/missing", "").empty());
+    EXPECT_EQ(code, 0);
 }
