@@ -27,7 +27,7 @@ if ! command -v clang++ >/dev/null || ! dpkg-query -W -f='${Status}' libclang-rt
 fi
 
 echo "=== fuzz: configure and build"
-CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_FUZZ=ON \
+CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUSBMEDIA_FUZZ=ON -DUSBMEDIA_THREAD_SAFETY=ON \
   -DUSBMEDIA_BUILD_TESTS=OFF -DUSBMEDIA_BUILD_BENCH=OFF >/dev/null
 cmake --build "$dir" -j"$(nproc)" --target rpc-dispatch-fuzzer
 

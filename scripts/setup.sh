@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs every Debian package the service, its tests and its benchmarks need,
+# Installs every Debian package the service, its tests and its benchmarks need
+# (clang with its fuzzer runtime for the lock-annotation build and the fuzzer),
 # then the npm packages of the protocol checks (tests/protocol/package.json)
 # into ~/.cache/usb-media-service/openrpc-tools.
 # Idempotent: packages already present are skipped; apt-get update runs once,
@@ -17,6 +18,7 @@ PACKAGES=(
   python3 python3-mutagen
   libsystemd-dev python3-jsonschema dpkg-dev file
   libfuse3-dev fuse3
+  clang libclang-rt-14-dev
 )
 
 missing=()

@@ -34,6 +34,8 @@
 
 #include <fuse.h>
 
+#include "core/Mutex.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
@@ -48,7 +50,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -61,23 +62,27 @@ constexpr const char* kControlPath = "/.faultfs-control";
 enum class EOp { Readdir, Stat, Read, Other };
 
 struct SState {
-    std::mutex mutex;
-    std::condition_variable changed;
+    // Set before the mount, only read after it.
     std::string source;
-    int readyFd = -1;
+    int readyFd = -1;  // closed by the init call, which comes before any other
 
-    std::map<std::string, long long> failReadAfter;  // presented path -> bytes
-    int pulledErrno = 0;                             // 0: answering
-    long long pullAfterCalls = -1;                   // -1: no pull pending
-    int pullAfterErrno = 0;
-    std::map<std::string, int> pullAt;  // presented path -> errno
-    std::map<EOp, long> delayMicroseconds;
-    bool types = true;
-    bool latin1 = false;
-    bool fat = false;
+    // Guards the faults and the counters below: FUSE serves calls on several
+    // threads, and commands arrive on any of them.
+    CMutex mutex;
+    std::condition_variable changed;  // a call was counted
 
-    unsigned long long calls = 0;
-    std::map<EOp, unsigned long long> counts;
+    std::map<std::string, long long> failReadAfter GUARDED_BY(mutex);  // presented path -> bytes
+    int pulledErrno GUARDED_BY(mutex) = 0;                             // 0: answering
+    long long pullAfterCalls GUARDED_BY(mutex) = -1;                   // -1: no pull pending
+    int pullAfterErrno GUARDED_BY(mutex) = 0;
+    std::map<std::string, int> pullAt GUARDED_BY(mutex);  // presented path -> errno
+    std::map<EOp, long> delayMicroseconds GUARDED_BY(mutex);
+    bool types GUARDED_BY(mutex) = true;
+    bool latin1 GUARDED_BY(mutex) = false;
+    bool fat GUARDED_BY(mutex) = false;
+
+    unsigned long long calls GUARDED_BY(mutex) = 0;
+    std::map<EOp, unsigned long long> counts GUARDED_BY(mutex);
 };
 
 SState g_state;
@@ -160,7 +165,7 @@ int Gate(EOp op, const char* path, SView* view = nullptr)
 {
     long delay = 0;
     {
-        std::lock_guard<std::mutex> lock(g_state.mutex);
+        const CLockGuard<CMutex> lock(g_state.mutex);
         ++g_state.calls;
         ++g_state.counts[op];
         if (g_state.pullAfterCalls >= 0 && g_state.pullAfterCalls-- == 0) {
@@ -197,7 +202,7 @@ bool IsControl(const char* path)
 
 std::string Counters()
 {
-    std::lock_guard<std::mutex> lock(g_state.mutex);
+    const CLockGuard<CMutex> lock(g_state.mutex);
     std::ostringstream out;
     out << "calls " << g_state.calls << "\nreaddir " << g_state.counts[EOp::Readdir] << "\nstat "
         << g_state.counts[EOp::Stat] << "\nread " << g_state.counts[EOp::Read] << "\npulled "
@@ -232,13 +237,19 @@ int ParseErrno(const std::string& word)
     return 0;
 }
 
+// The calls of that kind served since the mount (EOp::Other: all calls).
+unsigned long long ServedLocked(EOp op) REQUIRES(g_state.mutex)
+{
+    return op == EOp::Other ? g_state.calls : g_state.counts[op];
+}
+
 // Runs one command; 0 or a negative errno.
 int RunCommand(const std::string& text)
 {
     std::istringstream in(text);
     std::string verb;
     in >> verb;
-    std::unique_lock<std::mutex> lock(g_state.mutex);
+    CUniqueLock lock(g_state.mutex);
     if (verb == "fail-read") {
         std::string path;
         long long bytes = -1;
@@ -303,11 +314,14 @@ int RunCommand(const std::string& text)
         if (!ParseOp(word, op)) {
             return -EINVAL;
         }
-        const bool reached = g_state.changed.wait_for(lock, std::chrono::minutes(1), [&] {
-            return (op == EOp::Other ? g_state.calls : g_state.counts[op]) >= count;
-        });
-        if (!reached) {
-            return -ETIMEDOUT;
+        // A loop rather than a predicate: the analysis sees the lock held here,
+        // not inside a lambda.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (ServedLocked(op) < count) {
+            if (g_state.changed.wait_until(lock.Native(), deadline) == std::cv_status::timeout &&
+                ServedLocked(op) < count) {
+                return -ETIMEDOUT;
+            }
         }
     } else {
         return -EINVAL;
@@ -420,7 +434,7 @@ int Read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_in
         return gate;
     }
     {
-        std::lock_guard<std::mutex> lock(g_state.mutex);
+        const CLockGuard<CMutex> lock(g_state.mutex);
         const auto found = g_state.failReadAfter.find(path);
         if (found != g_state.failReadAfter.end()) {
             if (offset >= found->second) {

@@ -3,12 +3,13 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
 
+#include "core/Mutex.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <fstream>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -19,7 +20,9 @@ namespace {
 constexpr int kSamplesPerBuffer = 441;
 constexpr int kBuffersPerSecond = 100;
 
-std::mutex g_cacheMutex;
+// Guards the cache directory's files: two test threads asking for the same
+// file make it once.
+CMutex g_cacheMutex;
 
 bool Exists(const std::string& path)
 {
@@ -88,7 +91,7 @@ const std::string& MediaFactory::CacheDirectory()
 
 std::string MediaFactory::Launch(const std::string& fileName, const std::vector<std::string>& description)
 {
-    const std::lock_guard<std::mutex> lock(g_cacheMutex);
+    const CLockGuard<CMutex> lock(g_cacheMutex);
     const std::string path = CacheDirectory() + "/" + fileName;
     if (Exists(path)) {
         return path;

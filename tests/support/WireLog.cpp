@@ -1,12 +1,12 @@
 #include "tests/support/WireLog.h"
 
 #include "control/rpc/JsonText.h"
+#include "core/Mutex.h"
 
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <mutex>
 
 namespace testing_support {
 
@@ -23,23 +23,27 @@ const char* Directory()
 // several threads).
 void Append(const Json::Value& record)
 {
-    static std::mutex mutex;
-    static std::ofstream file;
-    static pid_t owner = 0;
+    struct SLogFile {
+        CMutex mutex;  // guards the file and its owner
+        std::ofstream file GUARDED_BY(mutex);
+        pid_t owner GUARDED_BY(mutex) = 0;
+    };
+    static SLogFile log;
     const std::string text = Json::Rpc::ToWireText(record);
-    std::lock_guard<std::mutex> lock(mutex);
-    if (owner != getpid()) {  // first use, or a forked child of the test
-        owner = getpid();
-        if (file.is_open()) {
-            file.close();
+    const CLockGuard<CMutex> lock(log.mutex);
+    if (log.owner != getpid()) {  // first use, or a forked child of the test
+        log.owner = getpid();
+        if (log.file.is_open()) {
+            log.file.close();
         }
-        file.open(std::string(Directory()) + "/wire-" + std::to_string(owner) + ".jsonl", std::ios::app);
+        const std::string name = "/wire-" + std::to_string(log.owner) + ".jsonl";
+        log.file.open(std::string(Directory()) + name, std::ios::app);
     }
-    file << text;
+    log.file << text;
     if (text.empty() || text.back() != '\n') {
-        file << '\n';
+        log.file << '\n';
     }
-    file.flush();
+    log.file.flush();
 }
 
 std::string IdKey(const Json::Value& id)
