@@ -2,6 +2,7 @@
 // place after a build unless a removal came meanwhile.
 #include "library/MediaLibrary.h"
 
+#include "tests/support/RecordNames.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -10,19 +11,11 @@
 #include <string>
 #include <vector>
 
+using testing_support::RecordNames;
 using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
-
-std::vector<std::string> Names(const std::vector<CFile>& files)
-{
-    std::vector<std::string> names;
-    for (const CFile& file : files) {
-        names.push_back(file.m_name);
-    }
-    return names;
-}
 
 class MediaLibraryStateTest : public testing::Test {
 protected:
@@ -63,7 +56,7 @@ TEST_F(MediaLibraryStateTest, RootIsTheMountPointOfTheStickLastIndexed)
     EXPECT_EQ(library.RootPath(), Second());
     ASSERT_TRUE(Index(Second() + "/"));
     EXPECT_EQ(library.RootPath(), Second());
-    EXPECT_EQ(Names(library.ListGroup(0, false, status)), (std::vector<std::string>{"Music", "s.mp3"}));
+    EXPECT_EQ(RecordNames(library.ListGroup(0, false, status)), (std::vector<std::string>{"Music", "s.mp3"}));
 
     // Below the first stick, or anywhere else, the root is the first stick.
     ASSERT_TRUE(Index(First() + "/Rock"));
@@ -89,7 +82,7 @@ TEST_F(MediaLibraryStateTest, RemovalDuringABuildKeepsTheIndexEmpty)
 TEST_F(MediaLibraryStateTest, RemovalEmptiesTheIndexAndTheFolderList)
 {
     ASSERT_TRUE(Index(First()));
-    EXPECT_EQ(Names(library.Search(First(), "top")), (std::vector<std::string>{"top.mp3"}));
+    EXPECT_EQ(RecordNames(library.Search(First(), "top")), (std::vector<std::string>{"top.mp3"}));
     library.ForgetAfterRemoval();
     EXPECT_TRUE(library.Index().Empty());
     status.ClearError();

@@ -3,6 +3,7 @@
 #include "player/UsbMediaPlayer.h"
 
 #include "library/FileId.h"
+#include "tests/support/RecordNames.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -12,19 +13,11 @@
 #include <utility>
 #include <vector>
 
+using testing_support::RecordNames;
 using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
-
-std::vector<std::string> Names(const std::vector<CFile>& files)
-{
-    std::vector<std::string> names;
-    for (const CFile& file : files) {
-        names.push_back(file.m_name);
-    }
-    return names;
-}
 
 class MediaLibraryTest : public testing::Test {
 protected:
@@ -75,7 +68,7 @@ TEST_F(MediaLibraryTest, GroupZeroOfAnIndexBelowTheRootIsTheEmptyRoot)
     ASSERT_TRUE(Index(Stick() + "/Rock"));
     EXPECT_TRUE(ByGroup(0, true).empty());
     EXPECT_EQ(code, -10);
-    EXPECT_EQ(Names(ByPath(Stick() + "/Rock", false)), (std::vector<std::string>{"Live", "a.mp3"}));
+    EXPECT_EQ(RecordNames(ByPath(Stick() + "/Rock", false)), (std::vector<std::string>{"Live", "a.mp3"}));
 }
 
 TEST_F(MediaLibraryTest, MissingPathEmptiesTheIndexAndSetsMinusOne)
@@ -94,8 +87,8 @@ TEST_F(MediaLibraryTest, GroupAndPathGiveTheSameFolder)
     ASSERT_TRUE(Index(Stick()));
     const std::vector<CFile> byGroup = ByGroup(FileId(Stick(), "Rock"), false);
     EXPECT_EQ(code, 0);
-    EXPECT_EQ(Names(byGroup), (std::vector<std::string>{"Live", "a.mp3"}));
-    EXPECT_EQ(Names(ByPath(Stick() + "/Rock", false)), Names(byGroup));
+    EXPECT_EQ(RecordNames(byGroup), (std::vector<std::string>{"Live", "a.mp3"}));
+    EXPECT_EQ(RecordNames(ByPath(Stick() + "/Rock", false)), RecordNames(byGroup));
 }
 
 TEST_F(MediaLibraryTest, CachedFolderIsAnsweredWithoutRebuilding)
@@ -116,9 +109,9 @@ TEST_F(MediaLibraryTest, CachedFolderIsAnsweredWithoutRebuilding)
 TEST_F(MediaLibraryTest, SearchDoesNotLeaveResultsInTheFolderCache)
 {
     ASSERT_TRUE(Index(Stick()));
-    EXPECT_EQ(Names(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
-    EXPECT_EQ(Names(Search(Stick(), "TOP")), (std::vector<std::string>{"top.mp3"}));
-    EXPECT_EQ(Names(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
+    EXPECT_EQ(RecordNames(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
+    EXPECT_EQ(RecordNames(Search(Stick(), "TOP")), (std::vector<std::string>{"top.mp3"}));
+    EXPECT_EQ(RecordNames(ByGroup(0, false)), (std::vector<std::string>{"Jazz", "Rock", "top.mp3"}));
 }
 
 TEST_F(MediaLibraryTest, SearchOfAMissingPathLeavesThePlayerStatusClear)
