@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -172,6 +173,10 @@ TEST_F(LoadTest, ListenersUpToTheConnectionLimitReceiveIdenticalTimeLines)
             const Json::Value reply = warmUp.Call("stopPlayingUSB", Json::Value(), kWireTimeoutMs);
             ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
         }
+        // Go on once the daemon has closed this connection: the listeners
+        // below take every place it has, and one more would be turned away.
+        ::shutdown(warmUp.Fd(), SHUT_WR);
+        ASSERT_TRUE(warmUp.WaitClosed(kWireTimeoutMs));
     }
     const ProcessUsage before = WaitForDescriptorsAtMost(Pid(), 1 << 20);
 
