@@ -25,6 +25,7 @@ using testing_support::Describe;
 using testing_support::FolderNames;
 using testing_support::ReadFile;
 using testing_support::WriteFile;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 constexpr size_t kKeptFiles = 16;
@@ -53,7 +54,7 @@ protected:
         const Json::Value reply = Call("getTrackAlbumArt");
         EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification", 20000)) {
+        if (!NextNotification(notification, "trackAlbumArtNotification")) {
             return "<no trackAlbumArtNotification>";
         }
         EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
@@ -80,7 +81,7 @@ TEST_F(AlbumArtFolderTest, AfterARestartStaleFilesAreTrimmedAndTheSequenceFollow
     ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(device_test::CoverJpeg()));
     EXPECT_EQ(RequestArt(), ArtDirectory() + "/art.dat");
     EXPECT_EQ(RequestArt(), ArtDirectory() + "/art0.dat");
-    ASSERT_EQ(m_daemon->Stop(SIGTERM, 20000), 0) << m_daemon->Output();
+    ASSERT_EQ(m_daemon->Stop(SIGTERM, kWireTimeoutMs), 0) << m_daemon->Output();
 
     // Forty art files in all, as a run of a version that kept every file
     // leaves them, and files of someone else's.
@@ -111,7 +112,8 @@ TEST_F(AlbumArtFolderTest, CoverOverSixteenMebibytesIsAnnouncedWithAnEmptyPathAn
 
     ASSERT_NO_FATAL_FAILURE(PlayCoveredTrack(cover));
     EXPECT_EQ(RequestArt(), "");
-    EXPECT_TRUE(m_daemon->WaitForOutput("image size is: " + std::to_string(size), 5000)) << m_daemon->Output();
+    EXPECT_TRUE(m_daemon->WaitForOutput("image size is: " + std::to_string(size), kWireTimeoutMs))
+        << m_daemon->Output();
     EXPECT_NE(access(ArtDirectory().c_str(), F_OK), 0) << Describe(FolderNames(ArtDirectory()));
     EXPECT_EQ(Call("getBufferedAlbumArt")["result"]["albumArt"], "");
     EXPECT_EQ(Call("getCurrentTrackInfoUSB")["result"]["trackInfo"]["fileName"], "cover.mp3");

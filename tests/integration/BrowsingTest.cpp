@@ -11,6 +11,7 @@
 using library_test::LibraryTest;
 using library_test::WithIdZero;
 using testing_support::MakeDirs;
+using testing_support::kWireTimeoutMs;
 using testing_support::ParseLine;
 
 namespace {
@@ -50,7 +51,7 @@ TEST_F(BrowsingTest, PageInsideTheList)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    const Json::Value reply = ListPath(Stick() + "/Many", 10, 20);
+    const Json::Value reply = Browse(Stick() + "/Many", 10, 20);
     EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 20u) << reply.toStyledString();
     EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25) << reply.toStyledString();
@@ -65,11 +66,11 @@ TEST_F(BrowsingTest, StartIndexIsTakenModuloTheListSize)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    Json::Value reply = ListPath(Stick() + "/Many", 10, 47);
+    Json::Value reply = Browse(Stick() + "/Many", 10, 47);
     EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 22u) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), Numbered("t", 22, 24));
 
-    reply = ListPath(Stick() + "/Many", 10, -1);
+    reply = Browse(Stick() + "/Many", 10, -1);
     EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 24u) << reply.toStyledString();
     EXPECT_EQ(PageNames(reply), Numbered("t", 24, 24));
     EXPECT_EQ(reply["result"]["totalCount"].asInt(), 25) << reply.toStyledString();
@@ -84,12 +85,12 @@ TEST_F(BrowsingTest, AListThatFitsIsSentWholeFromTheStart)
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     for (const int start : {0, 3, 7, -2}) {
-        const Json::Value reply = ListPath(Stick() + "/Five", 10, start);
+        const Json::Value reply = Browse(Stick() + "/Five", 10, start);
         EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 0u) << start << ": " << reply.toStyledString();
         EXPECT_EQ(PageNames(reply), Numbered("f", 0, 4)) << start;
         EXPECT_EQ(reply["result"]["totalCount"].asInt(), 5) << reply.toStyledString();
     }
-    const Json::Value exact = ListPath(Stick() + "/Five", 5, 3);
+    const Json::Value exact = Browse(Stick() + "/Five", 5, 3);
     EXPECT_EQ(exact["result"]["currIndex"].asUInt(), 0u) << exact.toStyledString();
     EXPECT_EQ(PageNames(exact).size(), 5u);
 }
@@ -102,7 +103,7 @@ TEST_F(BrowsingTest, ZeroItemCountSendsAnEmptyPage)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    Json::Value reply = ListPath(Stick() + "/Many", 0, 28);
+    Json::Value reply = Browse(Stick() + "/Many", 0, 28);
     EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(reply["result"]["currIndex"].asUInt(), 3u) << reply.toStyledString();
     EXPECT_TRUE(reply["result"]["filelist"].isNull()) << reply.toStyledString();
@@ -197,7 +198,7 @@ TEST_F(BrowsingTest, PathThatDoesNotExistIsAnEmptyList)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    const Json::Value reply = ListPath(Stick() + "/nowhere", 10, 0);
+    const Json::Value reply = Browse(Stick() + "/nowhere", 10, 0);
     EXPECT_EQ(reply["error"]["code"].asInt(), -10) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["message"].asString(), "E: No Items In This Group!") << reply.toStyledString();
     EXPECT_EQ(reply["result"]["totalCount"].asInt(), 0) << reply.toStyledString();
@@ -237,7 +238,7 @@ TEST_F(BrowsingTest, Latin1NamesTravelAsUtf8AndUtf8PathsFindLatin1Folders)
     const uint32_t groupId = reply["result"]["filelist"][0]["ID"].asUInt();
     EXPECT_EQ(groupId, FileId(Stick(), "\xc9t\xe9"));
 
-    reply = ListPath(Stick() + "/\xc3\x89t\xc3\xa9", 10, 0);
+    reply = Browse(Stick() + "/\xc3\x89t\xc3\xa9", 10, 0);
     EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     ASSERT_EQ(PageNames(reply), (std::vector<std::string>{"Caf\xc3\xa9.mp3"}));
     EXPECT_EQ(reply["result"]["filelist"][0]["path"].asString(), Stick() + "/\xc3\x89t\xc3\xa9") << reply.toStyledString();
@@ -276,7 +277,7 @@ TEST_F(BrowsingTest, FileOrUnknownGroupIdFallsBackToRoot)
     // A folder of the other stick is unknown to this index.
     EXPECT_EQ(PageNames(ListGroup(FileId(m_root / "mnt/usb-stick2", "Rock"), 10, 0)), root);
     EXPECT_TRUE(m_daemon->WaitForOutput(
-        "_getFileListByGroupID received an invalid groupId so we are just going to use root\n", 10000));
+        "_getFileListByGroupID received an invalid groupId so we are just going to use root\n", kWireTimeoutMs));
 }
 
 TEST_F(BrowsingTest, GroupIdMadeStaleByANewIndexFallsBackToRoot)
@@ -312,16 +313,16 @@ TEST_F(BrowsingTest, ListsComeFromTheIndexUntilItIsRebuilt)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     Touch("Rock/b.mp3");
     // Asked twice: the cached folder, the disk is not read again.
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     EXPECT_EQ(PageNames(ListGroup(FileId(Stick(), "Rock"), 10, 0)), (std::vector<std::string>{"a.mp3"}));
     {
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3", "b.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Rock", 10, 0)), (std::vector<std::string>{"a.mp3", "b.mp3"}));
 }
 
 TEST_F(BrowsingTest, IdIsEchoedAsSent)
@@ -331,7 +332,7 @@ TEST_F(BrowsingTest, IdIsEchoedAsSent)
     ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"getFileListByGroupID","id":"x-1",)"
                                  R"("params":{"groupID":0,"itemCount":1}})"));
     std::string line;
-    ASSERT_TRUE(m_client.ReadLine(line, 30000));
+    ASSERT_TRUE(m_client.ReadLine(line, kWireTimeoutMs));
     {
         const Json::Value reply = ParseLine(line);
         EXPECT_EQ(reply["id"].asString(), "x-1") << reply.toStyledString();
@@ -346,10 +347,10 @@ TEST_F(BrowsingTest, GetFileListUsbLogsItsRequest)
         const Json::Value reply = Index(Stick());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    ListPath(Stick() + "/Many", 10, 0);
+    Browse(Stick() + "/Many", 10, 0);
     const std::string stars(96, '*');
-    EXPECT_TRUE(m_daemon->WaitForOutput("Max number of files to send: 10\n", 10000));
-    EXPECT_TRUE(m_daemon->WaitForOutput("Got the list of files. List size: 25\n", 10000));
+    EXPECT_TRUE(m_daemon->WaitForOutput("Max number of files to send: 10\n", kWireTimeoutMs));
+    EXPECT_TRUE(m_daemon->WaitForOutput("Got the list of files. List size: 25\n", kWireTimeoutMs));
     const std::string output = m_daemon->Output();
     const size_t path = output.find("\tPath to get index of " + Stick() + "/Many\n");
     ASSERT_NE(path, std::string::npos);

@@ -19,16 +19,10 @@ using device_test::MakeWav;
 using device_test::MakeWma;
 using device_test::TrackTags;
 using testing_support::ReadFile;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 const TrackTags kSongTags{"Song One", "Artist One", "Album One", "", ""};
-
-Json::Value StoragePath(const std::string& path)
-{
-    Json::Value params;
-    params["usbStoragePath"] = path;
-    return params;
-}
 
 const Json::Value* FirstNamed(const std::vector<Json::Value>& notifications, const std::string& method)
 {
@@ -70,7 +64,7 @@ protected:
     // Waits until the player runs a playlist of `count` tracks on `fileName`.
     bool WaitForPlaylist(const std::string& fileName, unsigned count)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
         while (std::chrono::steady_clock::now() < deadline) {
             const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
             if (info["fileName"] == fileName && info["trackCount"].asUInt() == count &&
@@ -89,7 +83,7 @@ protected:
             EXPECT_TRUE(reply["result"].asBool()) << reply.toStyledString();
         }
         Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification", 10000)) {
+        if (!NextNotification(notification, "trackAlbumArtNotification")) {
             return "<no trackAlbumArtNotification>";
         }
         EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
@@ -276,7 +270,7 @@ TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
     MakeMp3(music + "/c.mp3", 1.0);
     StartDaemon();
     {
-        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick1()));
+        const Json::Value reply = Index(Stick1());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     {
@@ -293,7 +287,7 @@ TEST_F(BusMessagesTest, VanishedFileRestartsStickOnceThenReportsIt)
     // c is gone too: a second miss reports the stick.
     ASSERT_EQ(unlink((music + "/c.mp3").c_str()), 0);
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
     Json::Value expected;
     expected["usbDeviceName"] = "usb1";
     expected["connected"] = false;
@@ -328,7 +322,7 @@ TEST_F(BusMessagesTest, FileSwappedForALinkOutOfTheStickPlaysAsAVanishedOne)
     MakeMp3(music + "/c.mp3", 1.0);
     StartDaemon();
     {
-        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick1()));
+        const Json::Value reply = Index(Stick1());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     {
@@ -343,7 +337,7 @@ TEST_F(BusMessagesTest, FileSwappedForALinkOutOfTheStickPlaysAsAVanishedOne)
 
     ASSERT_NO_FATAL_FAILURE(SwapForLink(music + "/c.mp3", "/proc/self/mem"));
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
     EXPECT_EQ(notification["params"]["errorCode"], "fileNotFound") << notification.toStyledString();
     EXPECT_EQ(PlayerState(), 0);
     EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos) << m_daemon->Output();
@@ -365,7 +359,7 @@ TEST_F(BusMessagesTest, FileSwappedForALinkToTheOtherStickIsNotPlayed)
 
     // b is not found: the stick is played again from its root, where no
     // index lists anything.
-    ASSERT_TRUE(m_daemon->WaitForOutput("No Songs on USB!", 20000)) << m_daemon->Output();
+    ASSERT_TRUE(m_daemon->WaitForOutput("No Songs on USB!", kWireTimeoutMs)) << m_daemon->Output();
     const Json::Value track = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
     EXPECT_NE(track["trackDuration"], 30) << track.toStyledString();
     EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos) << m_daemon->Output();
@@ -463,7 +457,7 @@ TEST_F(BusMessagesTest, NotFoundCountSurvivesLaterTracks)
     MakeMp3(music + "/e.mp3", 1.0);
     StartDaemon();
     {
-        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick1()));
+        const Json::Value reply = Index(Stick1());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     {
@@ -480,7 +474,7 @@ TEST_F(BusMessagesTest, NotFoundCountSurvivesLaterTracks)
     ASSERT_EQ(unlink((music + "/e.mp3").c_str()), 0);
     // ...until the next miss, which is the second: the stick is reported.
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification", 20000));
+    ASSERT_TRUE(NextNotification(notification, "usbConnectionNotification"));
     EXPECT_EQ(notification["params"]["errorCode"], "fileNotFound") << notification.toStyledString();
     EXPECT_EQ(PlayerState(), 0);
 }

@@ -7,6 +7,7 @@
 #include "tests/support/RpcClient.h"
 #include "tests/support/PlayerStates.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WireFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -34,12 +35,9 @@ using testing_support::kPaused;
 using testing_support::kPlaying;
 using testing_support::kRewind;
 using testing_support::kStopped;
+using testing_support::kWireTimeoutMs;
 
 namespace {
-// Generous: the machine may be busy with other tests.
-constexpr int kEventTimeoutMs = 15000;
-constexpr int kCliTimeoutMs = 30000;
-
 constexpr double kSongSeconds = 6.0;
 constexpr double kShortSongSeconds = 2.0;
 
@@ -184,7 +182,7 @@ protected:
     void StopDaemon()
     {
         m_stopped = true;
-        EXPECT_EQ(m_daemon->Stop(SIGTERM, 20000), 0) << m_daemon->Output();
+        EXPECT_EQ(m_daemon->Stop(SIGTERM, kWireTimeoutMs), 0) << m_daemon->Output();
     }
 
     std::string Root() const { return Tree(RealMedia()).Root(); }
@@ -202,7 +200,7 @@ protected:
 
     CliProcess::Result Cli(const std::vector<std::string>& arguments)
     {
-        return CliProcess::Run(CliOptions(arguments), kCliTimeoutMs);
+        return CliProcess::Run(CliOptions(arguments), kWireTimeoutMs);
     }
 
     // Runs the client and expects exit status 0.
@@ -216,35 +214,22 @@ protected:
 
     Json::Value Call(const std::string& method, const Json::Value& params = Json::Value())
     {
-        return listener.Call(method, params, kEventTimeoutMs);
+        return testing_support::Call(listener, method, params);
     }
 
     void IndexStick()
     {
-        Json::Value params;
-        params["usbStoragePath"] = Stick();
-        {
-            const Json::Value reply = Call("indexUsbStorage", params);
-            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
-        }
-    }
-
-    void PlayFolder(const std::string& name)
-    {
-        Json::Value params;
-        params["file"]["name"] = name;
-        params["file"]["path"] = Stick();
-        params["file"]["isFolder"] = true;
-        {
-            const Json::Value reply = Call("playFileUSB", params);
-            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
-        }
+        const Json::Value reply = testing_support::Index(listener, Stick());
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
 
     // Plays the Jazz folder and waits for its first track's tags.
     void StartJazz()
     {
-        PlayFolder("Jazz");
+        {
+            const Json::Value reply = testing_support::PlayFolder(listener, Stick(), "Jazz");
+            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        }
         ASSERT_TRUE(WaitForState(kPlaying));
         ASSERT_EQ(NextTrackTitle(), "Blue Hour");
     }
@@ -261,9 +246,9 @@ protected:
         if (!probe.Connect(Daemon().Port())) {
             return false;
         }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kEventTimeoutMs);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
         while (std::chrono::steady_clock::now() < deadline) {
-            probe.Call("setRepeatModeUSB", params, kEventTimeoutMs);
+            probe.Call("setRepeatModeUSB", params, kWireTimeoutMs);
             // A short wait per round: a missed change is simply made again.
             if (watch.WaitForOutput(shown, 250)) {
                 return true;
@@ -282,22 +267,12 @@ protected:
         return out.substr(start);
     }
 
-    bool WaitForState(int state, int timeoutMs = kEventTimeoutMs)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        Json::Value notification;
-        while (listener.NextNotification(notification, "playerStateChangedNotification", Remaining(deadline))) {
-            if (notification["params"]["playerState"].asInt() == state) {
-                return true;
-            }
-        }
-        return false;
-    }
+    bool WaitForState(int state) { return testing_support::WaitForState(listener, state); }
 
     std::string NextTrackTitle()
     {
         Json::Value notification;
-        if (!listener.NextNotification(notification, "trackInfoNotification", kEventTimeoutMs)) {
+        if (!listener.NextNotification(notification, "trackInfoNotification", kWireTimeoutMs)) {
             return "<no trackInfoNotification>";
         }
         return notification["params"]["trackInfo"]["trackTitle"].asString();
@@ -306,7 +281,7 @@ protected:
     // The first trackTimeNotification whose time is at least `seconds`.
     bool WaitForTime(unsigned seconds, unsigned* seen = nullptr)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kEventTimeoutMs);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
         Json::Value notification;
         while (listener.NextNotification(notification, "trackTimeNotification", Remaining(deadline))) {
             const unsigned time = notification["params"]["trackTime"].asUInt();
@@ -422,7 +397,7 @@ TEST_F(CliTest, PortOptionOverridesTheEnvironment)
     CliProcess::Options options = CliOptions({"--port", std::to_string(Daemon().Port()), "call", "ping", "--json"});
     const HeldPort nothingListens;
     options.environment["USBMEDIA_PORT"] = std::to_string(nothingListens.Port());
-    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "{\"id\":1,\"jsonrpc\":\"2.0\",\"result\":true}\n");
 }
@@ -538,7 +513,7 @@ TEST_F(CliTest, ListAFolderByRelativePath)
     IndexStick();
     CliProcess::Options options = CliOptions({"ls", "Rock"});
     options.workingDirectory = Stick();
-    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_TRUE(Contains(result.out, "  Live/\n")) << result.out;
 }
@@ -595,7 +570,7 @@ TEST_F(CliPlaybackTest, PlayARelativePath)
     IndexStick();
     CliProcess::Options options = CliOptions({"play", "b-night.mp3"});
     options.workingDirectory = Stick() + "/Jazz";
-    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(NextTrackTitle(), "Night Walk");
 }
@@ -687,7 +662,7 @@ TEST_F(CliPlaybackTest, RestartGoesBackToTheStart)
     ASSERT_TRUE(WaitForTime(2));
     EXPECT_EQ(CliOk({"restart"}), "track restarted\n");
     Json::Value notification;
-    ASSERT_TRUE(listener.NextNotification(notification, "trackTimeNotification", kEventTimeoutMs));
+    ASSERT_TRUE(listener.NextNotification(notification, "trackTimeNotification", kWireTimeoutMs));
     EXPECT_LE(notification["params"]["trackTime"].asUInt(), 1u) << notification.toStyledString();
 }
 
@@ -730,7 +705,7 @@ TEST_F(CliTest, RepeatModes)
     EXPECT_EQ(CliOk({"repeat"}), "repeat: none\n");
     EXPECT_EQ(CliOk({"repeat", "all"}), "repeat: all\n");
     Json::Value notification;
-    ASSERT_TRUE(listener.NextNotification(notification, "repeatModeChangedNotification", kEventTimeoutMs));
+    ASSERT_TRUE(listener.NextNotification(notification, "repeatModeChangedNotification", kWireTimeoutMs));
     EXPECT_EQ(notification["params"]["mode"], 2) << notification.toStyledString();
     EXPECT_EQ(CliOk({"repeat", "one"}), "repeat: one\n");
     EXPECT_EQ(CliOk({"repeat"}), "repeat: one\n");
@@ -742,7 +717,7 @@ TEST_F(CliTest, Shuffle)
     EXPECT_EQ(CliOk({"shuffle"}), "shuffle: off\n");
     EXPECT_EQ(CliOk({"shuffle", "on"}), "shuffle: on\n");
     Json::Value notification;
-    ASSERT_TRUE(listener.NextNotification(notification, "shuffleModeChangedNotification", kEventTimeoutMs));
+    ASSERT_TRUE(listener.NextNotification(notification, "shuffleModeChangedNotification", kWireTimeoutMs));
     EXPECT_TRUE(notification["params"]["enabled"].asBool()) << notification.toStyledString();
     EXPECT_EQ(CliOk({"shuffle"}), "shuffle: on\n");
     EXPECT_EQ(CliOk({"shuffle", "off"}), "shuffle: off\n");
@@ -777,12 +752,12 @@ TEST_F(CliTest, UsbPluggedAndUnplugged)
 {
     EXPECT_EQ(CliOk({"usb", "usb1", "unplugged"}), "usb1: unplugged reported\n");
     Json::Value notification;
-    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
+    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kWireTimeoutMs));
     EXPECT_EQ(notification["params"]["usbDeviceName"], "usb1") << notification.toStyledString();
     EXPECT_FALSE(notification["params"]["connected"].asBool()) << notification.toStyledString();
     EXPECT_EQ(notification["params"]["errorCode"], "") << notification.toStyledString();
     EXPECT_EQ(CliOk({"usb", "usb1", "plugged"}), "usb1: plugged reported\n");
-    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs));
+    ASSERT_TRUE(listener.NextNotification(notification, "usbConnectionNotification", kWireTimeoutMs));
     EXPECT_TRUE(notification["params"]["connected"].asBool()) << notification.toStyledString();
 }
 
@@ -829,70 +804,70 @@ TEST_F(CliTest, ResumeInfoWithoutPowerOff)
 TEST_F(CliTest, WatchShowsModeAndUsbChanges)
 {
     CliProcess watch(CliOptions({"watch"}));
-    ASSERT_TRUE(watch.WaitForError("watching 127.0.0.1:" + std::to_string(Daemon().Port()), kEventTimeoutMs))
+    ASSERT_TRUE(watch.WaitForError("watching 127.0.0.1:" + std::to_string(Daemon().Port()), kWireTimeoutMs))
         << watch.Err();
     ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
     Json::Value params;
     params["mode"] = 2;
     Call("setRepeatModeUSB", params);
-    EXPECT_TRUE(watch.WaitForOutput("repeat: all\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("repeat: all\n", kWireTimeoutMs)) << watch.Out();
     Json::Value shuffle;
     shuffle["enable"] = true;
     Call("enableShuffleUSB", shuffle);
-    EXPECT_TRUE(watch.WaitForOutput("shuffle: on\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("shuffle: on\n", kWireTimeoutMs)) << watch.Out();
     Json::Value usb;
     usb["usbDevice"] = "usb1";
     usb["usbConnected"] = false;
     usb["isSupported"] = true;
     usb["isReadable"] = false;
     Call("usbConnectionEvent", usb);
-    EXPECT_TRUE(watch.WaitForOutput("usb usb1: disconnected (unreadable)\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("usb usb1: disconnected (unreadable)\n", kWireTimeoutMs)) << watch.Out();
     watch.Signal(SIGINT);
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
     EXPECT_EQ(AfterProbes(watch.Out()), "repeat: all\nshuffle: on\nusb usb1: disconnected (unreadable)\n");
 }
 
 TEST_F(CliTest, WatchWithJsonPrintsTheNotificationsAsReceived)
 {
     CliProcess watch(CliOptions({"watch", "--json"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     const std::string probe = "{\"jsonrpc\":\"2.0\",\"method\":\"repeatModeChangedNotification\",\"params\":{\"mode\":0}}\n";
     ASSERT_TRUE(WaitUntilWatchHears(watch, probe)) << watch.Out();
     Json::Value params;
     params["mode"] = 2;
     Call("setRepeatModeUSB", params);
     const std::string line = "{\"jsonrpc\":\"2.0\",\"method\":\"repeatModeChangedNotification\",\"params\":{\"mode\":2}}\n";
-    EXPECT_TRUE(watch.WaitForOutput(line, kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput(line, kWireTimeoutMs)) << watch.Out();
     watch.Signal(SIGTERM);
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
     EXPECT_EQ(AfterProbes(watch.Out(), probe), line);
 }
 
 TEST_F(CliPlaybackTest, WatchShowsPlaybackAsPlainLines)
 {
     CliProcess watch(CliOptions({"watch"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
     StartJazz();
-    EXPECT_TRUE(watch.WaitForOutput("state: playing\n", kEventTimeoutMs)) << watch.Out();
-    EXPECT_TRUE(watch.WaitForOutput("track 1/3: \"Blue Hour\" by The Demo Trio, album \"Late Set\"", kEventTimeoutMs))
+    EXPECT_TRUE(watch.WaitForOutput("state: playing\n", kWireTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("track 1/3: \"Blue Hour\" by The Demo Trio, album \"Late Set\"", kWireTimeoutMs))
         << watch.Out();
-    EXPECT_TRUE(watch.WaitForOutput("time 0:02 / 0:0", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("time 0:02 / 0:0", kWireTimeoutMs)) << watch.Out();
     CliOk({"pause"});
-    EXPECT_TRUE(watch.WaitForOutput("state: paused\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("state: paused\n", kWireTimeoutMs)) << watch.Out();
     watch.Signal(SIGINT);
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
     EXPECT_FALSE(Contains(watch.Out(), "\r"));
 }
 
 TEST_F(CliPlaybackTest, WatchShowsTheEndOfThePlaylist)
 {
     CliProcess watch(CliOptions({"watch"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
     IndexStick();
     ASSERT_EQ(Cli({"play", Stick() + "/Welcome.mp3"}).status, 0);
-    EXPECT_TRUE(watch.WaitForOutput("end of playlist\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("end of playlist\n", kWireTimeoutMs)) << watch.Out();
 }
 
 TEST_F(CliPlaybackTest, WatchOnATerminalRedrawsTheTimeLine)
@@ -900,43 +875,43 @@ TEST_F(CliPlaybackTest, WatchOnATerminalRedrawsTheTimeLine)
     CliProcess::Options options = CliOptions({"watch"});
     options.terminal = true;
     CliProcess watch(options);
-    ASSERT_TRUE(watch.WaitForOutput("watching", kEventTimeoutMs)) << watch.Out();
+    ASSERT_TRUE(watch.WaitForOutput("watching", kWireTimeoutMs)) << watch.Out();
     ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
     StartJazz();
-    EXPECT_TRUE(watch.WaitForOutput("\rtime 0:02 / 0:0", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("\rtime 0:02 / 0:0", kWireTimeoutMs)) << watch.Out();
     const size_t bar = watch.Out().find("\rtime 0:02 / 0:0");
     EXPECT_EQ(watch.Out().substr(bar + 17, 3), " [#") << watch.Out();
     CliOk({"pause"});
     // The state line ends the time line first.
-    EXPECT_TRUE(watch.WaitForOutput("\r\nstate: paused\r\n", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("\r\nstate: paused\r\n", kWireTimeoutMs)) << watch.Out();
     watch.Signal(SIGINT);
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
 }
 
 TEST_F(CliPlaybackTest, WatchAloneKeepsPlaybackGoing)
 {
     listener.Close();
     CliProcess watch(CliOptions({"watch"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
     ASSERT_EQ(Cli({"play", "/mnt/usb-stick1/Jazz"}).status, 0);
     // The first track played to its end and the next one began: a service
     // that heard no client would have stopped at the first time report. (A
     // busy machine may skip a second's report, so no one second is awaited.)
-    EXPECT_TRUE(watch.WaitForOutput("track 2/3", kEventTimeoutMs)) << watch.Out();
+    EXPECT_TRUE(watch.WaitForOutput("track 2/3", kWireTimeoutMs)) << watch.Out();
     const std::string out = watch.Out();
     EXPECT_TRUE(Contains(out.substr(0, out.find("state: stopped")), "/ 0:06")) << out;
     watch.Signal(SIGINT);
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 0);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
 }
 
 TEST_F(CliTest, WatchEndsWhenTheServiceStops)
 {
     CliProcess watch(CliOptions({"watch"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     listener.Close();
     StopDaemon();
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 2);  // a connection error, as the README says
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 2);  // a connection error, as the README says
     EXPECT_TRUE(Contains(watch.Err(), "usb-media-ctl: the service closed the connection\n")) << watch.Err();
 }
 
@@ -1048,13 +1023,13 @@ protected:
         }
         EXPECT_EQ(command[0].substr(command[0].rfind('/')), "/usb-media-ctl");
         return CliProcess::Run(CliOptions(std::vector<std::string>(command.begin() + 1, command.end())),
-                               kCliTimeoutMs);
+                               kWireTimeoutMs);
     }
 
     bool NextUsbNotification(bool connected)
     {
         Json::Value notification;
-        return listener.NextNotification(notification, "usbConnectionNotification", kEventTimeoutMs) &&
+        return listener.NextNotification(notification, "usbConnectionNotification", kWireTimeoutMs) &&
                notification["params"]["usbDeviceName"] == "usb1" &&
                notification["params"]["connected"].asBool() == connected;
     }
@@ -1103,7 +1078,7 @@ TEST_F(CliUdevTest, MountEventAsUdevsEnvironmentSaysIt)
     options.environment["ACTION"] = "add";
     options.environment["USBMEDIA_MOUNT_POINT"] = "/mnt/usb-stick1";
     options.environment["ID_FS_TYPE"] = "hfs";
-    const CliProcess::Result result = CliProcess::Run(options, kCliTimeoutMs);
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "usb1: plugged reported (/mnt/usb-stick1, hfs not supported)\n");
     EXPECT_EQ(UsbErrorCode(), "not_supported");
@@ -1139,9 +1114,9 @@ TEST_F(CliTest, VerbErrorsPointToTheVerbsHelp)
 TEST_F(CliTest, WatchExitsTwoWhenTheServiceClosesTheConnection)
 {
     CliProcess watch(CliOptions({"watch", "--json"}));
-    ASSERT_TRUE(watch.WaitForError("watching", kEventTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
     StopDaemon();
-    EXPECT_EQ(watch.Wait(kEventTimeoutMs), 2);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 2);
     EXPECT_TRUE(Contains(watch.Err(), "the service closed the connection")) << watch.Err();
 }
 
@@ -1162,13 +1137,13 @@ TEST_F(CliTest, DemoStickWelcomeHasACoverForArt)
     cli.environment["USBMEDIA_PORT"] = std::to_string(daemon.Port());
     cli.environment["USBMEDIA_ROOT"] = demo.Path();
     cli.arguments = {"play", "/mnt/usb-stick1/Welcome.mp3"};
-    const CliProcess::Result played = CliProcess::Run(cli, kCliTimeoutMs);
+    const CliProcess::Result played = CliProcess::Run(cli, kWireTimeoutMs);
     ASSERT_EQ(played.status, 0) << played.err;
     Json::Value notification;
-    ASSERT_TRUE(client.NextNotification(notification, "trackInfoNotification", kEventTimeoutMs));
+    ASSERT_TRUE(client.NextNotification(notification, "trackInfoNotification", kWireTimeoutMs));
     EXPECT_EQ(notification["params"]["trackInfo"]["trackTitle"], "Welcome") << notification.toStyledString();
     cli.arguments = {"art"};
-    const CliProcess::Result art = CliProcess::Run(cli, kCliTimeoutMs);
+    const CliProcess::Result art = CliProcess::Run(cli, kWireTimeoutMs);
     EXPECT_EQ(art.status, 0) << art.err;
     ASSERT_GT(art.out.size(), 1u);
     EXPECT_TRUE(Exists(art.out.substr(0, art.out.size() - 1))) << art.out;

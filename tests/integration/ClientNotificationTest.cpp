@@ -37,8 +37,8 @@ const std::string kRepeatTwo =
 TEST_F(ClientNotificationTest, RepeatModeChangeSendsExactlyOneLine)
 {
     StartDaemon();
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
-    const std::vector<std::string> lines = LinesWithin(client, 1000);
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
+    const std::vector<std::string> lines = LinesWithin(m_client, 1000);
     EXPECT_EQ(lines, (std::vector<std::string>{kRepeatTwo, R"({"id":1,"jsonrpc":"2.0","result":{"mode":2}})"}));
 }
 
@@ -59,31 +59,31 @@ TEST_F(ClientNotificationTest, TwoClientsReceiveIdenticalBytesAndAGoneOneStopsNo
         const Json::Value reply = leaving.Call("ping");
         ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
     }
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"setRepeatModeUSB","id":1,"params":{"mode":2}})"));
     std::string line;
-    ASSERT_TRUE(other.ReadLine(line, kEventTimeoutMs));
+    ASSERT_TRUE(other.ReadLine(line, kWireTimeoutMs));
     EXPECT_EQ(line, kRepeatTwo);
-    ASSERT_TRUE(leaving.ReadLine(line, kEventTimeoutMs));
+    ASSERT_TRUE(leaving.ReadLine(line, kWireTimeoutMs));
     EXPECT_EQ(line, kRepeatTwo);
     leaving.Close();
-    ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+    ASSERT_TRUE(m_client.ReadLine(line, kWireTimeoutMs));
     ASSERT_EQ(line, kRepeatTwo);
-    ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+    ASSERT_TRUE(m_client.ReadLine(line, kWireTimeoutMs));
 
     // A stretch of playback: both hear the same lines in the same order.
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"playFileUSB","id":2,"params":{"file":{"name":"01.mp3","path":")" +
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"playFileUSB","id":2,"params":{"file":{"name":"01.mp3","path":")" +
                                Stick() + R"(/Album","isFolder":false}}})"));
     std::vector<std::string> heard;
     while (heard.empty() || heard.back().find(R"("trackTime":1})") == std::string::npos) {
-        ASSERT_TRUE(other.ReadLine(line, kEventTimeoutMs));
+        ASSERT_TRUE(other.ReadLine(line, kWireTimeoutMs));
         heard.push_back(line);
     }
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"stopPlayingUSB","id":3})"));
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"stopPlayingUSB","id":3})"));
     for (const std::string& more : LinesWithin(other, 1500)) {
         heard.push_back(more);
     }
     std::vector<std::string> notified;
-    for (const std::string& received : LinesWithin(client, 500)) {
+    for (const std::string& received : LinesWithin(m_client, 500)) {
         if (testing_support::ParseLine(received).isMember("method")) {
             notified.push_back(received);
         }
@@ -97,13 +97,13 @@ TEST_F(ClientNotificationTest, WithNobodyListeningPlaybackStopsAtTheNextNotifica
 {
     StartDaemon();
     IndexStick();
-    StartPlaying("Album", "01.mp3");
-    client.Close();
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
+    m_client.Close();
     EXPECT_TRUE(Daemon().WaitForOutput(
         "[ERROR][CUsbMediaPlayer:1873]\n\tUsb Service Error: don't know whom to notify so its stopping playback!\n",
-        kEventTimeoutMs))
+        kWireTimeoutMs))
         << Daemon().Output();
-    ASSERT_TRUE(client.Connect(Daemon().Port()));
+    ASSERT_TRUE(m_client.Connect(Daemon().Port()));
     EXPECT_EQ(PlayerState(), kStopped);
     {
         const Json::Value reply = TrackInfo();
@@ -114,8 +114,8 @@ TEST_F(ClientNotificationTest, WithNobodyListeningPlaybackStopsAtTheNextNotifica
 TEST_F(ClientNotificationTest, SettingTheStateInForceSendsNothing)
 {
     StartDaemon();
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"stopPlayingUSB","id":1})"));
-    EXPECT_EQ(LinesWithin(client, 1000),
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"stopPlayingUSB","id":1})"));
+    EXPECT_EQ(LinesWithin(m_client, 1000),
               std::vector<std::string>{R"({"id":1,"jsonrpc":"2.0","result":{"success":true}})"});
 }
 
@@ -124,7 +124,7 @@ TEST_F(ClientNotificationTest, GoingFromPlayingToFastForwardSendsOneState)
     PlaceOnStick(MediaFactory::Mp3(90), "Long/a.mp3");
     StartDaemon();
     IndexStick();
-    StartPlaying("Long", "a.mp3");
+    PlayFileAndWaitForPlaying(InStick("Long"), "a.mp3");
     Json::Value params;
     params["enable"] = true;
     ASSERT_TRUE(Result("seekForward", params).asBool());
@@ -139,7 +139,7 @@ TEST_F(ClientNotificationTest, TrackIndexIsZeroWithoutPlaylistAndOneForTheFirstT
         const Json::Value reply = TrackInfo();
         EXPECT_EQ(reply["trackIndex"].asUInt(), 0u) << reply.toStyledString();
     }
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     {
         const Json::Value reply = TrackInfo();
         EXPECT_EQ(reply["trackIndex"].asUInt(), 1u) << reply.toStyledString();
@@ -149,8 +149,8 @@ TEST_F(ClientNotificationTest, TrackIndexIsZeroWithoutPlaylistAndOneForTheFirstT
 TEST_F(ClientNotificationTest, EndOfPlaylistBytes)
 {
     StartDaemon();
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"nextUSB","id":"n"})"));
-    EXPECT_EQ(LinesWithin(client, 1000),
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"nextUSB","id":"n"})"));
+    EXPECT_EQ(LinesWithin(m_client, 1000),
               (std::vector<std::string>{
                   R"({"jsonrpc":"2.0","method":"endOfPlayListNotification","params":{"isEndOfPlaylist":true}})",
                   R"({"error":{"code":-4,"message":"E: No file selected to play - /"},"id":"n","jsonrpc":"2.0","result":{"success":false}})"}));
@@ -159,8 +159,8 @@ TEST_F(ClientNotificationTest, EndOfPlaylistBytes)
 TEST_F(ClientNotificationTest, ShuffleChangeBytes)
 {
     StartDaemon();
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"enableShuffleUSB","id":2,"params":{"enable":true}})"));
-    EXPECT_EQ(LinesWithin(client, 1000),
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"enableShuffleUSB","id":2,"params":{"enable":true}})"));
+    EXPECT_EQ(LinesWithin(m_client, 1000),
               (std::vector<std::string>{
                   R"({"jsonrpc":"2.0","method":"shuffleModeChangedNotification","params":{"enabled":true}})",
                   R"({"id":2,"jsonrpc":"2.0","result":{"enabled":true}})"}));
@@ -183,7 +183,7 @@ TEST_F(ClientNotificationTest, StickAbsentAtStartIsNotConnectedAndItsArrivalIsAC
     event["isReadable"] = true;
     Call("usbConnectionEvent", event);
     const Json::Value notification = Next("usbConnectionNotification");
-    EXPECT_EQ(Text(notification), R"({"jsonrpc":"2.0","method":"usbConnectionNotification",)"
+    EXPECT_EQ(WireText(notification), R"({"jsonrpc":"2.0","method":"usbConnectionNotification",)"
                                   R"("params":{"connected":true,"errorCode":"","usbDeviceName":"usb1"}})" "\n");
     {
         const Json::Value reply = Result("isUSBconnected", query);

@@ -222,7 +222,7 @@ protected:
         const Json::Value reply = Call("getTrackAlbumArt");
         EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification", 20000)) {
+        if (!NextNotification(notification, "trackAlbumArtNotification")) {
             return "<no trackAlbumArtNotification>";
         }
         return notification["params"]["artFilePath"].asString();

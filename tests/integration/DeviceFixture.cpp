@@ -200,22 +200,12 @@ DeviceTest::DeviceTest()
     MakeDirs(m_root / "home/root");
 }
 
-void DeviceTest::TearDown()
-{
-    if (!m_daemon) {
-        return;
-    }
-    const int status = m_daemon->Stop(SIGTERM, 20000);
-    EXPECT_EQ(status, 0) << "daemon output:\n" << m_daemon->Output();
-}
-
 void DeviceTest::StartDaemon(const std::vector<std::string>& arguments,
                              const std::map<std::string, std::string>& environment, int maxDescriptors)
 {
     DaemonProcess::Options options;
     options.arguments = arguments;
     options.maxDescriptors = maxDescriptors;
-    options.environment["USBMEDIA_ROOT"] = m_root.Path();
     // mpg123audiodec and the libav decoder share a rank; pin one so runs are
     // alike (the libav one also trips ThreadSanitizer inside FFmpeg).
     options.environment["GST_PLUGIN_FEATURE_RANK"] = "mpg123audiodec:MAX";
@@ -224,57 +214,7 @@ void DeviceTest::StartDaemon(const std::vector<std::string>& arguments,
     }
     options.user = m_daemonUser;
     options.group = m_daemonGroup;
-    m_daemon = std::make_unique<DaemonProcess>(options);
-    ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
-}
-
-Json::Value DeviceTest::Call(const std::string& method, const Json::Value& params)
-{
-    return m_client.Call(method, params, 20000);
-}
-
-std::string DeviceTest::CallRaw(const std::string& method, const Json::Value& params)
-{
-    return m_client.CallRaw(method, params, 20000);
-}
-
-namespace {
-// playFileUSB's parameters for the record `name` in the folder `path`.
-Json::Value PlayParams(const std::string& path, const std::string& name, bool isFolder)
-{
-    Json::Value params;
-    params["file"]["name"] = name;
-    params["file"]["path"] = path;
-    params["file"]["isFolder"] = isFolder;
-    return params;
-}
-}  // namespace
-
-Json::Value DeviceTest::PlayFile(const std::string& path, const std::string& name)
-{
-    return Call("playFileUSB", PlayParams(path, name, false));
-}
-
-Json::Value DeviceTest::PlayFolder(const std::string& parent, const std::string& name)
-{
-    return Call("playFileUSB", PlayParams(parent, name, true));
-}
-
-Json::Value DeviceTest::Index(const std::string& path)
-{
-    Json::Value params;
-    params["usbStoragePath"] = path;
-    return Call("indexUsbStorage", params);
-}
-
-Json::Value DeviceTest::Browse(const std::string& path, int count, int start)
-{
-    Json::Value params;
-    params["path"] = path;
-    params["itemCount"] = count;
-    params["startIndex"] = start;
-    params["isMaxDepth"] = false;
-    return Call("getFileListUSB", params);
+    StartDaemonWith(options);
 }
 
 Json::Value DeviceTest::UsbEvent(const std::string& device, bool connected, bool supported, bool readable)
@@ -285,23 +225,6 @@ Json::Value DeviceTest::UsbEvent(const std::string& device, bool connected, bool
     params["isSupported"] = supported;
     params["isReadable"] = readable;
     return Call("usbConnectionEvent", params);
-}
-
-bool DeviceTest::WaitForState(int state, int timeoutMs)
-{
-    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    Json::Value notification;
-    while (Clock::now() < deadline) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (!m_client.NextNotification(notification, "playerStateChangedNotification",
-                                       static_cast<int>(left.count()) + 1)) {
-            return false;
-        }
-        if (notification["params"]["playerState"].asInt() == state) {
-            return true;
-        }
-    }
-    return false;
 }
 
 bool DeviceTest::WaitForPlayingFile(const std::string& fileName, int timeoutMs)
@@ -315,11 +238,6 @@ bool DeviceTest::WaitForPlayingFile(const std::string& fileName, int timeoutMs)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     return false;
-}
-
-bool DeviceTest::NextNotification(Json::Value& notification, const std::string& method, int timeoutMs)
-{
-    return m_client.NextNotification(notification, method, timeoutMs);
 }
 
 bool DeviceTest::NoNotification(const std::string& method, int quietMs)

@@ -4,9 +4,7 @@
 // stick mounts and the art directory's parent, audio files made at test
 // time, and the daemon started on that root with one client connected.
 
-#include "tests/support/DaemonProcess.h"
-#include "tests/support/RpcClient.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/WireFixture.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -51,12 +49,9 @@ const std::string& CoverJpeg();
 // Another JPEG (16x16), made once per process; its path.
 const std::string& IconJpeg();
 
-class DeviceTest : public testing::Test {
+class DeviceTest : public testing_support::WireFixture {
 protected:
     DeviceTest();
-    // Ends the daemon as the platform does and expects a clean exit, so that
-    // sanitizer findings at exit fail the test.
-    void TearDown() override;
 
     std::string Stick1() const { return m_root / "mnt/usb-stick1"; }
     std::string Stick2() const { return m_root / "mnt/usb-stick2"; }
@@ -69,46 +64,29 @@ protected:
     void StartDaemon(const std::vector<std::string>& arguments = {"-l", "a"},
                      const std::map<std::string, std::string>& environment = {}, int maxDescriptors = 0);
 
-    Json::Value Call(const std::string& method, const Json::Value& params = Json::Value());
-    std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value());
-
-    // playFileUSB for a file `name` in folder `path` (UTF-8 texts).
-    Json::Value PlayFile(const std::string& path, const std::string& name);
-    // playFileUSB for the folder `name` in `parent`.
-    Json::Value PlayFolder(const std::string& parent, const std::string& name);
-    // indexUsbStorage for `path`.
-    Json::Value Index(const std::string& path);
-    // getFileListUSB: `count` records of `path` from `start`, not at max depth.
-    Json::Value Browse(const std::string& path, int count = 100, int start = 0);
     Json::Value UsbEvent(const std::string& device, bool connected, bool supported = true,
                          bool readable = true);
 
-    // Waits for a playerStateChangedNotification with `state`.
-    bool WaitForState(int state, int timeoutMs = 15000);
     // Waits until getCurrentTrackInfoUSB names `fileName` and reports playing.
-    bool WaitForPlayingFile(const std::string& fileName, int timeoutMs = 20000);
-    // The next notification named `method`, other notifications dropped.
-    bool NextNotification(Json::Value& notification, const std::string& method, int timeoutMs = 15000);
+    bool WaitForPlayingFile(const std::string& fileName, int timeoutMs = testing_support::kWireTimeoutMs);
     // True when no notification named `method` arrives within `quietMs`.
     bool NoNotification(const std::string& method, int quietMs = 1500);
     // All notifications up to and including the first one named `last`.
-    std::vector<Json::Value> NotificationsUntil(const std::string& last, int timeoutMs = 30000);
+    std::vector<Json::Value> NotificationsUntil(const std::string& last,
+                                                int timeoutMs = testing_support::kWireTimeoutMs);
 
     int PlayerState();
 
     // The notifications of a stop for an unreadable file, up to its report:
     // the emptied track (no name, no path, not playing), then "usb1" reported
     // disconnected with "badFile" (the daemon's output on failure).
-    void ExpectBadFileNotifications(int timeoutMs = 30000);
+    void ExpectBadFileNotifications(int timeoutMs = testing_support::kWireTimeoutMs);
     // The daemon's resident memory in KiB (-1 when unreadable).
     long ResidentKiB() const;
 
-    testing_support::TempDir m_root;
     // The user and group StartDaemon runs the daemon as; 0: the test's own.
     uid_t m_daemonUser = 0;
     gid_t m_daemonGroup = 0;
-    std::unique_ptr<testing_support::DaemonProcess> m_daemon;
-    testing_support::RpcClient m_client;
 };
 
 // How many of `notifications` are named `method`.

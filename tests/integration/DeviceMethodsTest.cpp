@@ -165,10 +165,8 @@ TEST_F(DeviceTest, RemovalEmptiesTheStorageIndex)
 {
     device_test::MakeMp3(Stick1() + "/a.mp3", 0.5);
     StartDaemon();
-    Json::Value params;
-    params["usbStoragePath"] = Stick1();
     {
-        const Json::Value reply = Call("indexUsbStorage", params);
+        const Json::Value reply = Index(Stick1());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     {

@@ -59,7 +59,7 @@ TEST_F(ErrorReplyTest, ErrorMessageCarriesTheStickPathAsSent)
     device_test::MakeMp3(Stick1() + "/music/a.mp3", 1.0);
     StartDaemon();
     const std::string missing = Stick1() + "/" + kUnknown;
-    const Json::Value reply = Call("indexUsbStorage", Single("usbStoragePath", missing));
+    const Json::Value reply = Index(missing);
     ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["code"], -1) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["message"], "E: While opendir " + missing) << reply.toStyledString();
@@ -82,11 +82,7 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
     }
     StartDaemon();
     Call("setRepeatModeUSB", Single("mode", 2));
-    Json::Value file;
-    file["file"]["name"] = "a.mp3";
-    file["file"]["path"] = mix;
-    file["file"]["isFolder"] = false;
-    Call("playFileUSB", file);
+    PlayFile(mix, "a.mp3");
 
     constexpr size_t kBusErrorsWanted = 200;
     std::atomic<bool> done{false};
@@ -98,8 +94,7 @@ TEST_F(ErrorReplyTest, ReplyErrorIsTheStatusOfItsOwnOperation)
             testing_support::RpcClient client;
             ASSERT_TRUE(client.Connect(m_daemon->Port()));
             while (!done) {
-                const Json::Value reply =
-                    client.Call("indexUsbStorage", Single("usbStoragePath", missing), 20000);
+                const Json::Value reply = testing_support::Index(client, missing);
                 ASSERT_TRUE(reply.isMember("error")) << reply.toStyledString();
                 const Json::Value& error = reply["error"];
                 ASSERT_EQ(error["code"].asInt(), -1) << error.toStyledString();
@@ -163,7 +158,7 @@ TEST_F(ErrorReplyTest, FullDescriptorTableStillGivesTheWholeMessage)
 
     // The connections gone, the same request plays.
     held.clear();
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(testing_support::kWireTimeoutMs);
     while (OpenDescriptorsBelow(pid, kLimit) > before && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

@@ -3,11 +3,14 @@
 // directory that cannot be written, and termination in the middle of work.
 // In each case the daemon keeps serving and other clients are unaffected.
 
+#include "core/PosixHandles.h"
 #include "tests/integration/DeviceFixture.h"
 #include "tests/support/MediaFactory.h"
 #include "tests/support/TempDir.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,11 +30,10 @@ using testing_support::MediaFactory;
 using testing_support::RpcClient;
 using testing_support::TempDir;
 using testing_support::WriteFile;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 using Clock = std::chrono::steady_clock;
-
-constexpr int kTimeoutMs = 20000;
 
 // The daemon stops within 1.5 s of SIGTERM; ThreadSanitizer adds a sleep of
 // its own (atexit_sleep_ms, 1 s) at exit.
@@ -63,6 +65,55 @@ const std::string& HugeTree()
     return root;
 }
 
+// Tells when some process opens a folder inside `directory` (inotify): the
+// sign that a scan of it is under way, not merely about to start.
+class SubfolderOpenWatch {
+public:
+    explicit SubfolderOpenWatch(const std::string& directory)
+        : m_inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    {
+        m_watching = m_inotify.IsValid() && inotify_add_watch(m_inotify.Get(), directory.c_str(), IN_OPEN) >= 0;
+    }
+
+    bool Watching() const { return m_watching; }
+
+    // True once a folder inside the directory has been opened.
+    bool Wait(int timeoutMs)
+    {
+        const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        for (;;) {
+            if (SubfolderOpened()) {
+                return true;
+            }
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            pollfd ready{m_inotify.Get(), POLLIN, 0};
+            if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) {
+                return SubfolderOpened();
+            }
+        }
+    }
+
+private:
+    // Reads the events queued so far; true when one names a folder inside
+    // (the directory's own events carry no name).
+    bool SubfolderOpened()
+    {
+        alignas(inotify_event) char buffer[4096];
+        bool opened = false;
+        for (ssize_t size; (size = ::read(m_inotify.Get(), buffer, sizeof buffer)) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+                opened = opened || ((event->mask & IN_ISDIR) != 0 && event->len > 0);
+                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+        return opened;
+    }
+
+    UniqueFd m_inotify;
+    bool m_watching = false;
+};
+
 class FaultTest : public DeviceTest {
 protected:
     // A second client, connected after the daemon started, is answered, and
@@ -72,7 +123,7 @@ protected:
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
         {
-            const Json::Value reply = other.Call("ping", Json::Value(), kTimeoutMs);
+            const Json::Value reply = other.Call("ping", Json::Value(), kWireTimeoutMs);
             EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         }
         {
@@ -99,7 +150,7 @@ protected:
     }
 
     // The first usbConnectionNotification, or null.
-    Json::Value NextUsbNotification(int timeoutMs = kTimeoutMs)
+    Json::Value NextUsbNotification(int timeoutMs = kWireTimeoutMs)
     {
         Json::Value notification;
         return NextNotification(notification, "usbConnectionNotification", timeoutMs) ? notification
@@ -113,18 +164,23 @@ TEST_F(FaultTest, StickRenamedAwayDuringScan)
     MountTree(HugeTree());
     StartDaemon();
     const std::string gone = Stick1() + ".gone";
-    std::thread remover([this, gone] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    SubfolderOpenWatch scan(HugeTree());
+    ASSERT_TRUE(scan.Watching());
+    bool scanSeen = false;
+    std::thread remover([this, gone, &scan, &scanSeen] {
+        scanSeen = scan.Wait(kWireTimeoutMs);
         ASSERT_EQ(std::rename(Stick1().c_str(), gone.c_str()), 0);
     });
     const auto start = Clock::now();
     const Json::Value reply = Index(Stick1());
     const double seconds = SecondsSince(start);
     remover.join();
+    EXPECT_TRUE(scanSeen) << "the scan opened no folder of the stick";
     ASSERT_TRUE(reply["result"]["success"].isBool()) << reply.toStyledString();
     // Folders that vanished under the scan count as empty: a partial index.
     const int indexedFolders = Browse(Stick1(), 1)["result"]["totalCount"].asInt();
-    std::printf("index with the stick renamed away after 40 ms: %.2f s, success %d, %d of 400 folders\n", seconds,
+    std::printf("index with the stick renamed away once the scan was in it: %.2f s, success %d, %d of 400 folders\n",
+                seconds,
                 reply["result"]["success"].asBool() ? 1 : 0, indexedFolders);
     EXPECT_LE(indexedFolders, 400);
     ExpectOthersServed();
@@ -166,7 +222,7 @@ TEST_F(FaultTest, PlayingFileDeletedPlaysOnFromItsOpenHandle)
     // the next one follows.
     Json::Value notification;
     bool reachedTwo = false;
-    while (!reachedTwo && NextNotification(notification, "trackTimeNotification", kTimeoutMs)) {
+    while (!reachedTwo && NextNotification(notification, "trackTimeNotification", kWireTimeoutMs)) {
         reachedTwo = notification["params"]["trackTime"].asInt() >= 2;
     }
     EXPECT_TRUE(reachedTwo);
@@ -213,7 +269,7 @@ TEST_F(FaultTest, StickRemovedDuringPlaybackReportsTheFileNotFound)
     ASSERT_EQ(std::rename(Stick1().c_str(), (Stick1() + ".gone").c_str()), 0);
     // a.mp3 plays on from its open handle; b.mp3 is then not found, the
     // restart from the root finds a.mp3 gone too, and the stick is reported.
-    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification", 30000);
+    const std::vector<Json::Value> seen = NotificationsUntil("usbConnectionNotification");
     ASSERT_FALSE(seen.empty());
     const Json::Value& last = seen.back();
     ASSERT_EQ(last["method"].asString(), "usbConnectionNotification") << last.toStyledString();
@@ -251,7 +307,7 @@ TEST_F(FaultTest, BrokenMediaIsSkippedAndAFolderNamedLikeASongIsAFolder)
         const Json::Value reply = PlayFolder(Stick1(), "mix");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    EXPECT_TRUE(WaitForPlayingFile("d.mp3", 30000));
+    EXPECT_TRUE(WaitForPlayingFile("d.mp3"));
     ExpectOthersServed();
 }
 
@@ -269,11 +325,11 @@ TEST_F(FaultTest, FolderNamedLikeASongPlayedAsAFilePlaysTheWholeStick)
         EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     Json::Value info;
-    ASSERT_TRUE(NextNotification(info, "trackInfoNotification", kTimeoutMs));
+    ASSERT_TRUE(NextNotification(info, "trackInfoNotification", kWireTimeoutMs));
     EXPECT_EQ(info["params"]["trackInfo"]["fileName"].asString(), "d.mp3") << info.toStyledString();
     EXPECT_EQ(info["params"]["trackInfo"]["filePath"].asString(), Stick1() + "/x.mp3") << info.toStyledString();
     Json::Value end;
-    EXPECT_TRUE(NextNotification(end, "endOfPlayListNotification", kTimeoutMs));
+    EXPECT_TRUE(NextNotification(end, "endOfPlayListNotification", kWireTimeoutMs));
     ExpectOthersServed();
 }
 
@@ -289,7 +345,7 @@ TEST_F(FaultTest, LoneEmptyFileEndsThePlaylist)
         const Json::Value reply = PlayFile(Stick1(), "empty.mp3");
         EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kWireTimeoutMs);
     ASSERT_EQ(seen.size(), 3u);
     EXPECT_EQ(seen[0]["params"]["playerState"], 4) << seen[0].toStyledString();
     EXPECT_EQ(seen[1]["params"]["playerState"], 0) << seen[1].toStyledString();
@@ -401,7 +457,7 @@ TEST_F(FaultTest, ArtDirectoryBlockedByAFileGivesAnEmptyPath)
         ASSERT_EQ(reply["result"], true) << reply.toStyledString();
     }
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kWireTimeoutMs));
     EXPECT_EQ(notification["params"]["artFilePath"].asString(), "") << notification.toStyledString();
     EXPECT_EQ(notification["params"]["trackIndex"].asInt(), 1) << notification.toStyledString();
     EXPECT_EQ(testing_support::ReadFile(ArtDirectory()), "a file where the art directory belongs");
@@ -443,7 +499,7 @@ TEST_F(FaultTest, FullDiskWhenWritingArtIsAnsweredAndServiceGoesOn)
         ASSERT_EQ(reply["result"], true) << reply.toStyledString();
     }
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kWireTimeoutMs));
     const std::string path = notification["params"]["artFilePath"].asString();
     if (!path.empty()) {
         EXPECT_EQ(path, ArtDirectory() + "/art.dat");
@@ -472,7 +528,7 @@ TEST_F(FaultTest, ReadOnlyArtDirectoryGivesAnEmptyPath)
         ASSERT_EQ(reply["result"], true) << reply.toStyledString();
     }
     Json::Value notification;
-    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kTimeoutMs));
+    ASSERT_TRUE(NextNotification(notification, "trackAlbumArtNotification", kWireTimeoutMs));
     EXPECT_EQ(notification["params"]["artFilePath"].asString(), "") << notification.toStyledString();
     ::chmod(ArtDirectory().c_str(), 0700);
 }
@@ -487,7 +543,7 @@ TEST_F(FaultTest, SigtermDuringPlaybackExitsCleanlyAndQuickly)
     }
     ASSERT_TRUE(WaitForPlayingFile("a.mp3"));
     double seconds = 0;
-    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    const int status = m_daemon->Stop(SIGTERM, kWireTimeoutMs, &seconds);
     std::printf("SIGTERM during playback: status %d after %.2f s\n", status, seconds);
     EXPECT_EQ(status, 0) << m_daemon->Output();
     EXPECT_LT(seconds, kStopSeconds);
@@ -498,14 +554,16 @@ TEST_F(FaultTest, SigtermDuringScanExitsCleanly)
 {
     MountTree(HugeTree());
     StartDaemon();
+    SubfolderOpenWatch scan(HugeTree());
+    ASSERT_TRUE(scan.Watching());
     ASSERT_TRUE(m_client.SendRaw(
         R"({"jsonrpc":"2.0","method":"indexUsbStorage","id":1,"params":{"usbStoragePath":")" + Stick1() + R"("}})"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_TRUE(scan.Wait(kWireTimeoutMs)) << "the scan opened no folder of the stick";
     double seconds = 0;
-    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    const int status = m_daemon->Stop(SIGTERM, kWireTimeoutMs, &seconds);
     std::string line;
     const bool answered = m_client.ReadLine(line, 0);
-    std::printf("SIGTERM 30 ms into a scan of 200000 entries: status %d after %.2f s, scan %s\n", status, seconds,
+    std::printf("SIGTERM during a scan of 200000 entries: status %d after %.2f s, scan %s\n", status, seconds,
                 answered ? "answered first" : "not answered");
     EXPECT_EQ(status, 0) << m_daemon->Output();
     // The scan runs on the listener thread, which the shutdown waits for.

@@ -11,6 +11,7 @@
 using library_test::LibraryTest;
 using library_test::WithIdZero;
 using testing_support::MakeDirs;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 
@@ -90,7 +91,7 @@ TEST_F(FolderGroupRootTest, EmptyFolderAskedAgainByPathIsAnsweredFromTheCacheWit
     EXPECT_EQ(RawPath(Stick() + "/Empty"), kEmptyByPath);
     EXPECT_EQ(Printed(kEmptyGroupPrint), 2u);
     // So does another folder in between.
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Songs", 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Songs", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     EXPECT_EQ(RawPath(Stick() + "/Empty"), kEmptyByPath);
     EXPECT_EQ(Printed(kEmptyGroupPrint), 3u);
 }
@@ -119,7 +120,7 @@ TEST_F(FolderGroupRootTest, GroupZeroIsTheFirstStickAfterIndexingOneOfItsFolders
     // Group 0 is the mount point, not Music: the index holds nothing there.
     EXPECT_EQ(RawGroup(0), kEmptyByGroup);
     // Music's own content is still there by path.
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Music", 10, 0)), (std::vector<std::string>{"Live", "a.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Music", 10, 0)), (std::vector<std::string>{"Live", "a.mp3"}));
 
     {
         const Json::Value reply = Index(Stick());
@@ -185,6 +186,6 @@ TEST_F(FolderGroupRootTest, GroupAllOnesIsAnEmptyFolderWithoutAWarning)
     // An unknown group is warned about (and lists the first stick, whose
     // folder records this index holds); the all-ones group was not.
     EXPECT_EQ(PageNames(ListGroup(12345, 10, 0)), (std::vector<std::string>{"Rock", "top.mp3"}));
-    ASSERT_TRUE(m_daemon->WaitForOutput(kInvalidGroupLog, 10000));
+    ASSERT_TRUE(m_daemon->WaitForOutput(kInvalidGroupLog, kWireTimeoutMs));
     EXPECT_EQ(Occurrences(m_daemon->Output(), kInvalidGroupLog), 1u);
 }

@@ -12,10 +12,10 @@ using library_test::LibraryTest;
 using testing_support::MakeDirs;
 using testing_support::ParseLine;
 using testing_support::RpcClient;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 
-constexpr int kReplyTimeoutMs = 30000;
 // The fuzzer's finding: a lone 3-byte lead byte before a letter.
 const std::string kInvalid = "\xE0usb-stick2";
 
@@ -38,7 +38,7 @@ protected:
             R"({"jsonrpc":"2.0","id":7,"method":")" + method + R"(","params":)" + params + "}\n";
         EXPECT_TRUE(m_client.SendRaw(request));
         std::string line;
-        while (m_client.ReadLine(line, kReplyTimeoutMs)) {
+        while (m_client.ReadLine(line, kWireTimeoutMs)) {
             const Json::Value message = ParseLine(line);
             if (!message.isMember("method")) {
                 return message;
@@ -48,7 +48,7 @@ protected:
         return Json::Value();
     }
 
-    Json::Value PlayFolder(const std::string& path, const std::string& name)
+    Json::Value PlayFolderRaw(const std::string& path, const std::string& name)
     {
         return RawCall("playFileUSB",
                        R"({"file":{"path":")" + path + R"(","name":")" + name + R"(","isFolder":true}})");
@@ -62,7 +62,7 @@ protected:
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
         {
-            const Json::Value reply = other.Call("ping", Json::Value(), kReplyTimeoutMs);
+            const Json::Value reply = other.Call("ping", Json::Value(), kWireTimeoutMs);
             EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         }
         {
@@ -84,12 +84,12 @@ TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidByteIsAnswered)
     StartDaemon();
     // The path ends where the invalid byte decodes to NUL: "<root>/mnt/",
     // which holds no audio.
-    Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
+    Json::Value reply = PlayFolderRaw(m_root / "mnt/" + kInvalid, "");
     EXPECT_EQ(reply["id"], 7) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
     EXPECT_EQ(reply["result"]["success"], false) << reply.toStyledString();
     // The same byte in the folder's name.
-    reply = PlayFolder(m_root / "mnt", kInvalid);
+    reply = PlayFolderRaw(m_root / "mnt", kInvalid);
     EXPECT_EQ(reply["error"]["code"].asInt(), -2) << reply.toStyledString();
     ExpectOthersServed();
 }
@@ -98,7 +98,7 @@ TEST_F(HostilePathTest, PlayingAFolderPathWithAnInvalidBytePlaysWhatIsBelowTheCu
 {
     Touch("Songs/a.mp3");
     StartDaemon();
-    const Json::Value reply = PlayFolder(m_root / "mnt/" + kInvalid, "");
+    const Json::Value reply = PlayFolderRaw(m_root / "mnt/" + kInvalid, "");
     EXPECT_EQ(reply["id"], 7) << reply.toStyledString();
     EXPECT_TRUE(reply.isMember("result")) << reply.toStyledString();
     ExpectOthersServed();

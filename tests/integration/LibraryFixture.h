@@ -5,14 +5,11 @@
 // not matter to the library), and the daemon started on that root.
 
 #include "library/FileId.h"
-#include "tests/support/DaemonProcess.h"
-#include "tests/support/RpcClient.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/WireFixture.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,7 +32,7 @@ inline std::string WithIdZero(const std::string& raw)
     return raw.substr(0, digits) + "0" + raw.substr(end);
 }
 
-class LibraryTest : public testing::Test {
+class LibraryTest : public testing_support::WireFixture {
 protected:
     LibraryTest() { testing_support::MakeDirs(Stick()); }
 
@@ -54,35 +51,7 @@ protected:
     {
         testing_support::DaemonProcess::Options options;
         options.arguments = arguments;
-        options.environment["USBMEDIA_ROOT"] = m_root.Path();
-        m_daemon = std::make_unique<testing_support::DaemonProcess>(options);
-        ASSERT_TRUE(m_client.Connect(m_daemon->Port()));
-    }
-
-    Json::Value Call(const std::string& method, const Json::Value& params = Json::Value())
-    {
-        return m_client.Call(method, params, 30000);
-    }
-    std::string CallRaw(const std::string& method, const Json::Value& params = Json::Value())
-    {
-        return m_client.CallRaw(method, params, 30000);
-    }
-
-    Json::Value Index(const std::string& path)
-    {
-        Json::Value params(Json::objectValue);
-        params["usbStoragePath"] = path;
-        return Call("indexUsbStorage", params);
-    }
-
-    Json::Value ListPath(const std::string& path, int itemCount, int startIndex, bool isMaxDepth = false)
-    {
-        Json::Value params(Json::objectValue);
-        params["path"] = path;
-        params["itemCount"] = itemCount;
-        params["startIndex"] = startIndex;
-        params["isMaxDepth"] = isMaxDepth;
-        return Call("getFileListUSB", params);
+        StartDaemonWith(options);
     }
 
     Json::Value ListGroup(uint32_t groupId, int itemCount, int startIndex)
@@ -104,10 +73,6 @@ protected:
         }
         return names;
     }
-
-    testing_support::TempDir m_root;
-    std::unique_ptr<testing_support::DaemonProcess> m_daemon;
-    testing_support::RpcClient m_client;
 };
 
 }  // namespace library_test

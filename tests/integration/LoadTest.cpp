@@ -2,16 +2,14 @@
 // pipelined request stream from many clients, its memory and descriptors
 // after everyone leaves, and clients that stall half-way or never read.
 
-#include "control/rpc/JsonText.h"
-#include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
 #include "tests/support/ProcessStatus.h"
-#include "tests/support/RpcClient.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/WireFixture.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -26,12 +24,11 @@ using testing_support::MediaFactory;
 using testing_support::OpenDescriptors;
 using testing_support::ResidentKiB;
 using testing_support::RpcClient;
-using testing_support::TempDir;
+using testing_support::WireText;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 using Clock = std::chrono::steady_clock;
-
-constexpr int kTimeoutMs = 20000;
 
 // Descriptors and memory of a running process, read from /proc.
 struct ProcessUsage {
@@ -47,7 +44,7 @@ ProcessUsage UsageOf(pid_t pid)
 // Waits until the daemon holds no more than `limit` descriptors.
 ProcessUsage WaitForDescriptorsAtMost(pid_t pid, long limit)
 {
-    const auto deadline = Clock::now() + std::chrono::seconds(15);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
     ProcessUsage usage = UsageOf(pid);
     while (usage.openDescriptors > limit && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -106,8 +103,9 @@ bool IsTimeLine(const std::string& line)
 }
 
 // A daemon with its descriptor limit raised (it inherits the test's) on a
-// stick holding one short song.
-class LoadTest : public testing::Test {
+// stick holding one short song. The fixture's own client stays unconnected:
+// each test counts the connections it makes.
+class LoadTest : public testing_support::WireFixture {
 protected:
     void SetUp() override
     {
@@ -118,25 +116,15 @@ protected:
         m_daemon = std::make_unique<DaemonProcess>(options);
     }
 
-    void TearDown() override
-    {
-        const int status = m_daemon->Stop(SIGTERM, kTimeoutMs);
-        EXPECT_EQ(status, 0) << m_daemon->Output();
-    }
-
     std::string Stick() const { return m_root.Path() + "/mnt/usb-stick1"; }
     int Port() const { return m_daemon->Port(); }
     pid_t Pid() const { return m_daemon->Pid(); }
 
     void StartSong(RpcClient& controller)
     {
-        const std::string params = R"({"file":{"isFolder":false,"name":"song.mp3","path":")" + Stick() + R"("}})";
-        const Json::Value reply = controller.Call("playFileUSB", testing_support::ParseLine(params), kTimeoutMs);
-        ASSERT_TRUE(reply["result"]["success"].asBool()) << Json::Rpc::ToWireText(reply);
+        const Json::Value reply = testing_support::PlayFile(controller, Stick(), "song.mp3");
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     }
-
-    TempDir m_root;
-    std::unique_ptr<DaemonProcess> m_daemon;
 };
 
 // Sends `rounds` batches of `batchSize` pipelined requests (ping and
@@ -160,7 +148,7 @@ long RunPipelinedClient(int port, long firstId, int rounds, int batchSize)
         }
         for (int i = 0; i < batchSize; ++i, ++id) {
             std::string line;
-            if (!client.ReadLine(line, kTimeoutMs)) {
+            if (!client.ReadLine(line, kWireTimeoutMs)) {
                 return wrong + static_cast<long>(rounds - round) * batchSize - i;
             }
             wrong += line != (i % 2 == 0 ? PingReply(id) : ModeReply(id, 0)) ? 1 : 0;
@@ -180,11 +168,15 @@ TEST_F(LoadTest, ListenersUpToTheConnectionLimitReceiveIdenticalTimeLines)
         ASSERT_TRUE(warmUp.Connect(Port()));
         StartSong(warmUp);
         Json::Value notification;
-        ASSERT_TRUE(warmUp.NextNotification(notification, "trackTimeNotification", kTimeoutMs));
+        ASSERT_TRUE(warmUp.NextNotification(notification, "trackTimeNotification", kWireTimeoutMs));
         {
-            const Json::Value reply = warmUp.Call("stopPlayingUSB", Json::Value(), kTimeoutMs);
+            const Json::Value reply = warmUp.Call("stopPlayingUSB", Json::Value(), kWireTimeoutMs);
             ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
         }
+        // Go on once the daemon has closed this connection: the listeners
+        // below take every place it has, and one more would be turned away.
+        ::shutdown(warmUp.Fd(), SHUT_WR);
+        ASSERT_TRUE(warmUp.WaitClosed(kWireTimeoutMs));
     }
     const ProcessUsage before = WaitForDescriptorsAtMost(Pid(), 1 << 20);
 
@@ -200,7 +192,7 @@ TEST_F(LoadTest, ListenersUpToTheConnectionLimitReceiveIdenticalTimeLines)
     // The controller's own time lines up to the second one are the reference.
     std::vector<std::string> reference;
     std::string line;
-    while (reference.size() < 2 && controller.ReadLine(line, kTimeoutMs)) {
+    while (reference.size() < 2 && controller.ReadLine(line, kWireTimeoutMs)) {
         if (IsTimeLine(line)) {
             reference.push_back(line);
         }
@@ -209,7 +201,7 @@ TEST_F(LoadTest, ListenersUpToTheConnectionLimitReceiveIdenticalTimeLines)
 
     for (size_t i = 0; i < listeners.size(); ++i) {
         std::vector<std::string> received;
-        while (received.size() < reference.size() && listeners[i].ReadLine(line, kTimeoutMs)) {
+        while (received.size() < reference.size() && listeners[i].ReadLine(line, kWireTimeoutMs)) {
             if (IsTimeLine(line)) {
                 received.push_back(line);
             }
@@ -275,7 +267,7 @@ TEST_F(LoadTest, HalfSentRequestDoesNotStallOthersAndCompletesLater)
     ASSERT_TRUE(controller.Connect(Port()));
     StartSong(controller);
     Json::Value notification;
-    ASSERT_TRUE(controller.NextNotification(notification, "trackTimeNotification", kTimeoutMs));
+    ASSERT_TRUE(controller.NextNotification(notification, "trackTimeNotification", kWireTimeoutMs));
     for (long id = 1; id <= 200; ++id) {
         ASSERT_TRUE(controller.SendRaw(Request("ping", id)));
         std::string line;
@@ -288,7 +280,7 @@ TEST_F(LoadTest, HalfSentRequestDoesNotStallOthersAndCompletesLater)
     ASSERT_TRUE(stalled.SendRaw(request.substr(firstHalf.size())));
     std::string line;
     do {
-        ASSERT_TRUE(stalled.ReadLine(line, kTimeoutMs));
+        ASSERT_TRUE(stalled.ReadLine(line, kWireTimeoutMs));
     } while (line.find(R"("method")") != std::string::npos);
     EXPECT_EQ(line, PingReply(77));
 }
@@ -318,7 +310,7 @@ TEST_F(LoadTest, ClientThatNeverReadsIsDroppedWhileOthersAreServed)
         int replies = 0;
         std::string line;
         while (replies < kBatch) {
-            ASSERT_TRUE(flooder.ReadLine(line, kTimeoutMs)) << "round " << round;
+            ASSERT_TRUE(flooder.ReadLine(line, kWireTimeoutMs)) << "round " << round;
             if (line.find(R"("method")") == std::string::npos) {
                 ASSERT_EQ(line, ModeReply(id, 1 + replies % 2));
                 ++replies;
@@ -330,7 +322,7 @@ TEST_F(LoadTest, ClientThatNeverReadsIsDroppedWhileOthersAreServed)
         sleeperDropped = OpenDescriptors(Pid()) < before.openDescriptors + 3;
     }
     EXPECT_TRUE(sleeperDropped) << "after " << id - 1 << " mode changes";
-    EXPECT_TRUE(sleeper.WaitClosed(kTimeoutMs));
+    EXPECT_TRUE(sleeper.WaitClosed(kWireTimeoutMs));
     {
         const Json::Value reply = bystander.Call("ping", Json::Value(), 5000);
         EXPECT_EQ(reply["result"], true) << reply.toStyledString();

@@ -27,8 +27,8 @@ using Error = std::pair<int, std::string>;
 
 TEST_F(PlaybackTest, PlayFileStartsItAndReportsTheTrack)
 {
-    const Json::Value reply = PlayFile("Album", "02.mp3");
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    const Json::Value reply = PlayFile(InStick("Album"), "02.mp3");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
@@ -45,9 +45,9 @@ TEST_F(PlaybackTest, PlayFileStartsItAndReportsTheTrack)
 
 TEST_F(PlaybackTest, PlayingAnotherFileSendsStoppedThenPlaying)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     {
-        const Json::Value reply = PlayFile("Album", "03.mp3");
+        const Json::Value reply = PlayFile(InStick("Album"), "03.mp3");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     std::vector<int> states;
@@ -58,7 +58,7 @@ TEST_F(PlaybackTest, PlayingAnotherFileSendsStoppedThenPlaying)
 
 TEST_F(PlaybackTest, PlayWhilePlayingRestartsTheTrackFromZero)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     {
         const Json::Value reply = Call("playUSB");
@@ -73,22 +73,22 @@ TEST_F(PlaybackTest, PlayWhilePlayingRestartsTheTrackFromZero)
 
 TEST_F(PlaybackTest, PlayWithNothingToPlayRepliesErrorAndResult)
 {
-    ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"playUSB","id":41})"));
+    ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"playUSB","id":41})"));
     std::string line;
-    ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+    ASSERT_TRUE(m_client.ReadLine(line, kWireTimeoutMs));
     EXPECT_EQ(line, R"({"error":{"code":-1,"message":"E: No Song to play!"},"id":41,"jsonrpc":"2.0","result":{"success":false}})");
 }
 
 TEST_F(PlaybackTest, PauseReportsTheTimeThenPausedAndPlayResumes)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     Json::Value reported = Next("trackTimeNotification");
     while (!reported.isNull() && reported["params"]["trackTime"].asUInt() < 1) {
         reported = Next("trackTimeNotification");
     }
     ASSERT_FALSE(reported.isNull());
     const Json::Value reply = Call("pauseUSB");
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     // The pause's own time report comes last before the paused state; it
     // repeats the duration reported last.
     std::vector<Json::Value> times{reported};
@@ -97,7 +97,7 @@ TEST_F(PlaybackTest, PauseReportsTheTimeThenPausedAndPlayResumes)
         times.push_back(notification);
         notification = Next("");
     }
-    ASSERT_EQ(notification["method"].asString(), "playerStateChangedNotification") << Text(notification);
+    ASSERT_EQ(notification["method"].asString(), "playerStateChangedNotification") << WireText(notification);
     EXPECT_EQ(notification["params"]["playerState"].asInt(), kPaused) << notification.toStyledString();
     ASSERT_GE(times.size(), 2u);
     const Json::Value& pause = times.back()["params"];
@@ -125,7 +125,7 @@ TEST_F(PlaybackTest, PauseWhenNotPlayingFails)
 
 TEST_F(PlaybackTest, StopEndsPlaybackAndEmptiesTheTrack)
 {
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     const Json::Value reply = Call("stopPlayingUSB");
     EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_FALSE(reply.isMember("error")) << reply.toStyledString();
@@ -146,10 +146,10 @@ TEST_F(PlaybackTest, StopEndsPlaybackAndEmptiesTheTrack)
 
 TEST_F(PlaybackTest, RestartWhilePlayingStartsOver)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     const Json::Value reply = Call("restartSongUSB");
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -159,7 +159,7 @@ TEST_F(PlaybackTest, RestartWhilePlayingStartsOver)
 
 TEST_F(PlaybackTest, RestartWhilePausedEndsPausedAndThePlayStartsFromTheBeginning)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     {
         const Json::Value reply = Call("pauseUSB");
@@ -201,7 +201,7 @@ TEST_F(PlaybackTest, StateIsStoppedBeforeAnythingPlays)
 TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsComplete)
 {
     const Json::Value reply = Call("getCurrentTrackInfoUSB");
-    EXPECT_FALSE(reply.isMember("error")) << Text(reply);
+    EXPECT_FALSE(reply.isMember("error")) << WireText(reply);
     const Json::Value& track = reply["result"]["trackInfo"];
     for (const char* key : {"trackTitle", "trackArtist", "trackAlbum", "filePath", "fileName"}) {
         EXPECT_TRUE(track[key].isString()) << key;
@@ -219,9 +219,9 @@ TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsComplete)
 
 TEST_F(PlaybackTest, PlayFileIndexPlaysTheRecordWithThatId)
 {
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     const Json::Value id = TrackInfo()["ID"];
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
 
     Json::Value params;
     params["index"] = id;
@@ -259,8 +259,8 @@ TEST_F(PlaybackTest, PlayFileIndexWithAnUnknownIdPlaysEverythingBelowTheMountRoo
 TEST_F(PlaybackTest, MissingFileMakesTheWholeStickPlay)
 {
     ASSERT_EQ(unlink((Stick() + "/Album/02.mp3").c_str()), 0);
-    const Json::Value reply = PlayFile("Album", "02.mp3");
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    const Json::Value reply = PlayFile(InStick("Album"), "02.mp3");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
     EXPECT_EQ(track["fileName"].asString(), "01.mp3") << track.toStyledString();
@@ -270,8 +270,8 @@ TEST_F(PlaybackTest, MissingFileMakesTheWholeStickPlay)
 TEST_F(PlaybackTest, PlayFolderPlaysEveryFileBelowItFromTheFirst)
 {
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc 2/00.mp3");
-    const Json::Value reply = PlayFolder("", "Album");
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    const Json::Value reply = PlayFolder(Stick(), "Album");
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
     EXPECT_EQ(track["trackCount"].asUInt(), 4u) << track.toStyledString();
@@ -283,7 +283,7 @@ TEST_F(PlaybackTest, PlayFolderPlaysEveryFileBelowItFromTheFirst)
 TEST_F(PlaybackTest, PlayFolderWithoutAudioFails)
 {
     testing_support::WriteFile(Stick() + "/Empty/notes.txt", "no audio here");
-    const Json::Value reply = PlayFolder("", "Empty");
+    const Json::Value reply = PlayFolder(Stick(), "Empty");
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_EQ(ErrorOf(reply), Error(-2, "E: No media files found")) << reply.toStyledString();
     EXPECT_EQ(PlayerState(), kStopped);
@@ -291,7 +291,7 @@ TEST_F(PlaybackTest, PlayFolderWithoutAudioFails)
 
 TEST_F(PlaybackTest, PlayFolderThatCannotBeOpenedFails)
 {
-    const Json::Value reply = PlayFolder("", "Gone");
+    const Json::Value reply = PlayFolder(Stick(), "Gone");
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_EQ(ErrorOf(reply), Error(-1, "E: While opendir " + Stick() + "/Gone")) << reply.toStyledString();
 }
@@ -303,7 +303,7 @@ TEST_F(PlaybackTest, PlayAllSongsPlaysTheFirstFolderOfTheIndex)
     Json::Value params;
     params["usbRootPath"] = Stick();
     const Json::Value reply = Call("playAllSongsUSB", params);
-    EXPECT_TRUE(reply["result"]["success"].asBool()) << Text(reply);
+    EXPECT_TRUE(reply["result"]["success"].asBool()) << WireText(reply);
     ASSERT_TRUE(WaitForState(kPlaying));
     const Json::Value track = TrackInfo();
     EXPECT_EQ(track["fileName"].asString(), "01.mp3") << track.toStyledString();
@@ -313,9 +313,7 @@ TEST_F(PlaybackTest, PlayAllSongsPlaysTheFirstFolderOfTheIndex)
 TEST_F(PlaybackTest, PlayAllSongsWithAnEmptyIndexFails)
 {
     testing_support::MakeDirs(Root() + "/empty");
-    Json::Value index;
-    index["usbStoragePath"] = Root() + "/empty";
-    Call("indexUsbStorage", index);
+    Index(Root() + "/empty");
     const Json::Value reply = Call("playAllSongsUSB");
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_EQ(ErrorOf(reply), Error(-6, "E: No Songs on USB!")) << reply.toStyledString();
@@ -324,9 +322,9 @@ TEST_F(PlaybackTest, PlayAllSongsWithAnEmptyIndexFails)
 TEST_F(PlaybackTest, RequestIdsOfEveryTypeAreEchoed)
 {
     for (const std::string& id : {std::string("7"), std::string("\"abc\""), std::string("null"), std::string("-2.5")}) {
-        ASSERT_TRUE(client.SendRaw(R"({"jsonrpc":"2.0","method":"getRepeatModeUSB","id":)" + id + "}"));
+        ASSERT_TRUE(m_client.SendRaw(R"({"jsonrpc":"2.0","method":"getRepeatModeUSB","id":)" + id + "}"));
         std::string line;
-        ASSERT_TRUE(client.ReadLine(line, kEventTimeoutMs));
+        ASSERT_TRUE(m_client.ReadLine(line, kWireTimeoutMs));
         EXPECT_EQ(line, R"({"id":)" + id + R"(,"jsonrpc":"2.0","result":{"mode":0}})");
     }
 }
@@ -394,7 +392,7 @@ TEST_F(PlaybackTest, MissingParamsReadAsZeroFalseOrEmpty)
 
 TEST_F(PlaybackTest, SeekWithoutParamsSeeksToZero)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     EXPECT_EQ(Result("seek"), Json::Value(true));
     EXPECT_EQ(WaitForTime([](long t) { return t == 0; }), 0);
@@ -404,7 +402,7 @@ TEST_F(PlaybackTest, WavAndWmaPlayOneAfterTheOther)
 {
     PlaceOnStick(MediaFactory::Wav(2), "Mixed/a.wav");
     PlaceOnStick(MediaFactory::Wma(2), "Mixed/b.wma");
-    StartPlaying("Mixed", "a.wav");
+    PlayFileAndWaitForPlaying(InStick("Mixed"), "a.wav");
     {
         const Json::Value reply = TrackInfo();
         EXPECT_EQ(reply["trackCount"].asUInt(), 2u) << reply.toStyledString();
@@ -435,7 +433,7 @@ TEST_F(PlaybackTest, OnlyTheFirstAudioStreamOfAFileIsPlayed)
         start = space + 1;
     }
     PlaceOnStick(MediaFactory::Launch("video-and-two-audio.mkv", description), "Film/clip.wma");
-    StartPlaying("Film", "clip.wma");
+    PlayFileAndWaitForPlaying(InStick("Film"), "clip.wma");
     EXPECT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     // It plays to its end (an error would have ended it at once).
     ASSERT_FALSE(Next("endOfPlayListNotification").isNull());
@@ -454,29 +452,15 @@ TEST_F(PlaybackTest, TrackInfoWithNothingLoadedIsEmpty)
     EXPECT_FALSE(track["isPlaying"].asBool()) << track.toStyledString();
 }
 
-namespace {
-// Browses `folder` of the stick as a client does, saying whether the list
-// is at the maximum depth.
-Json::Value BrowseParams(const std::string& path, bool atMaxDepth)
-{
-    Json::Value params;
-    params["path"] = path;
-    params["itemCount"] = 10;
-    params["startIndex"] = 0;
-    params["isMaxDepth"] = atMaxDepth;
-    return params;
-}
-}  // namespace
-
 TEST_F(PlaybackTest, PlaylistBuiltAtMaximumDepthTakesInTheSubfolders)
 {
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/Bonus/05.mp3");
     {
-        const Json::Value reply = Call("getFileListUSB", BrowseParams(Stick() + "/Album", true));
+        const Json::Value reply = Browse(InStick("Album"), 10, 0, true);
         ASSERT_TRUE(reply["result"].isMember("filelist")) << reply.toStyledString();
     }
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     const Json::Value track = TrackInfo();
     EXPECT_EQ(track["trackCount"].asUInt(), 5u) << track.toStyledString();
     EXPECT_EQ(track["fileName"].asString(), "02.mp3") << track.toStyledString();
@@ -487,10 +471,10 @@ TEST_F(PlaybackTest, PlaylistBuiltBelowMaximumDepthKeepsToTheFolder)
 {
     PlaceOnStick(MediaFactory::Mp3(3), "Album/Disc2/04.mp3");
     {
-        const Json::Value reply = Call("getFileListUSB", BrowseParams(Stick() + "/Album", false));
+        const Json::Value reply = Browse(InStick("Album"), 10, 0, false);
         ASSERT_TRUE(reply["result"].isMember("filelist")) << reply.toStyledString();
     }
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     {
         const Json::Value reply = TrackInfo();
         EXPECT_EQ(reply["trackCount"].asUInt(), 3u) << reply.toStyledString();

@@ -18,7 +18,7 @@ protected:
         PlaceOnStick(MediaFactory::Mp3(3), "Long/b.mp3");
         StartDaemon();
         IndexStick();
-        StartPlaying("Long", "a.mp3");
+        PlayFileAndWaitForPlaying(InStick("Long"), "a.mp3");
         ASSERT_GE(WaitForTime([](long t) { return t >= 1; }), 1);
     }
 
@@ -267,7 +267,7 @@ TEST_F(SeekTest, PauseEndsAFastForward)
     EXPECT_TRUE(Seeking("seekForward", true));
     ASSERT_TRUE(WaitForState(kFastForward));
     Pause();
-    client.DrainNotifications(700);
+    m_client.DrainNotifications(700);
     EXPECT_EQ(NextTime(1500), -1);
     EXPECT_EQ(PlayerState(), kPaused);
 }

@@ -15,10 +15,38 @@
 
 #include <chrono>
 #include <regex>
+#include <set>
+#include <string>
 #include <thread>
 
 using testing_support::DaemonProcess;
 using testing_support::RpcClient;
+
+namespace {
+// The ids of the process's threads.
+std::set<std::string> ThreadsOf(pid_t pid)
+{
+    return testing_support::FolderNames("/proc/" + std::to_string(pid) + "/task");
+}
+
+// Waits until one of `threads` of the process has ended.
+bool WaitUntilOneEnds(pid_t pid, const std::set<std::string>& threads, int timeoutMs)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        const std::set<std::string> now = ThreadsOf(pid);
+        for (const std::string& thread : threads) {
+            if (now.count(thread) == 0) {
+                return true;
+            }
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+}  // namespace
 
 TEST(ServiceStartupTest, BannerLinesInOrderBeforeServing)
 {
@@ -62,7 +90,13 @@ TEST(ServiceStartupTest, StartLineLoggedAtDebugLevel)
 TEST(ServiceStartupTest, DefaultLevelHidesDebugLines)
 {
     DaemonProcess daemon;
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    // The listener answers only after the point where it logs that line.
+    RpcClient client;
+    ASSERT_TRUE(client.Connect(daemon.Port()));
+    {
+        const Json::Value reply = client.Call("ping");
+        ASSERT_TRUE(reply["result"].asBool()) << reply.toStyledString();
+    }
     EXPECT_EQ(daemon.Output().find("Start UsbService server"), std::string::npos);
 }
 
@@ -96,6 +130,9 @@ TEST(ServiceStartupTest, PortInUseRetriesThenStaysUpWithoutControl)
     options.waitUntilServing = false;
     const auto start = std::chrono::steady_clock::now();
     DaemonProcess daemon(options);
+    // Start-up is over, the listener thread among these, still binding.
+    ASSERT_TRUE(daemon.WaitForOutput("USB Service Ended. \n", 5000)) << daemon.Output();
+    const std::set<std::string> threads = ThreadsOf(daemon.Pid());
     ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", 15000)) << daemon.Output();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     // 33 attempts 250 ms apart: 32 pauses, about 8 s.
@@ -103,7 +140,8 @@ TEST(ServiceStartupTest, PortInUseRetriesThenStaysUpWithoutControl)
     EXPECT_LT(seconds, 12.0);
     EXPECT_NE(daemon.Output().find("[ERROR][UsbMediaRequestServer:203]\n\tUsb Media Service - Bind failed\n"),
               std::string::npos);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    // The listener thread has given up and ended; the process stays.
+    EXPECT_TRUE(WaitUntilOneEnds(daemon.Pid(), threads, 15000)) << "threads before: " << threads.size();
     EXPECT_TRUE(daemon.IsRunning());
     EXPECT_EQ(daemon.Stop(SIGTERM, 5000), 0);
     close(blocker);

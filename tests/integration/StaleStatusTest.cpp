@@ -18,9 +18,7 @@ TEST_F(StaleStatusTest, EarlierFailureSurfacesInIndexUsbStorageError)
     const Json::Value play = Call("playUSB");
     ASSERT_EQ(play["error"]["code"].asInt(), -1) << play.toStyledString();
 
-    Json::Value params;
-    params["usbStoragePath"] = Stick2();  // mounted, but holds no media
-    const Json::Value reply = Call("indexUsbStorage", params);
+    const Json::Value reply = Index(Stick2());  // mounted, but holds no media
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["code"].asInt(), -1) << reply.toStyledString();
     EXPECT_EQ(reply["error"]["message"].asString(), "E: No Song to play!") << reply.toStyledString();

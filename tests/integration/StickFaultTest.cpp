@@ -40,11 +40,11 @@ using testing_support::kFastForward;
 using testing_support::kPaused;
 using testing_support::kPlaying;
 using testing_support::kStopped;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 using Clock = std::chrono::steady_clock;
 
-constexpr int kTimeoutMs = 30000;
 constexpr int kOneTimeDescriptors = 2;
 
 // A scan stops within a second of SIGTERM; ThreadSanitizer adds a sleep of
@@ -97,7 +97,7 @@ protected:
 
     bool WaitForDescriptorsAtMost(long limit) const
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMs);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
         while (OpenDescriptors() > limit) {
             if (std::chrono::steady_clock::now() > deadline) {
                 return false;
@@ -113,14 +113,10 @@ protected:
 
     // Starts the daemon, plays `name` in `folder` and notes the descriptors
     // once it plays.
-    void StartPlaying(const std::string& folder, const std::string& name)
+    void StartDaemonAndPlay(const std::string& folder, const std::string& name)
     {
         StartDaemon();
-        {
-            const Json::Value reply = PlayFile(folder, name);
-            ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
-        }
-        ASSERT_TRUE(WaitForState(kPlaying));
+        ASSERT_NO_FATAL_FAILURE(PlayFileAndWaitForPlaying(folder, name));
         NoteDescriptors();
     }
 
@@ -144,7 +140,7 @@ protected:
         RpcClient other;
         ASSERT_TRUE(other.Connect(m_daemon->Port()));
         {
-            const Json::Value reply = other.Call("ping", Json::Value(), kTimeoutMs);
+            const Json::Value reply = other.Call("ping", Json::Value(), kWireTimeoutMs);
             EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         }
         other.Close();
@@ -177,8 +173,8 @@ protected:
     // with no playlist left, and the stick's state readable.
     void ExpectBadFileReport()
     {
-        ASSERT_NO_FATAL_FAILURE(ExpectBadFileNotifications(kTimeoutMs));
-        EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", kTimeoutMs));
+        ASSERT_NO_FATAL_FAILURE(ExpectBadFileNotifications(kWireTimeoutMs));
+        EXPECT_TRUE(m_daemon->WaitForOutput("Unreadable resource", kWireTimeoutMs));
 
         // The stop emptied the track before the report, so the report finds
         // no track on the stick to stop: the playlist itself stays.
@@ -219,7 +215,7 @@ TEST_F(StickFaultTest, ReadFailingMidSongTakesTheUnreadableResourcePath)
     // EIO once half the song was read, as when the stick is pulled mid-song.
     const size_t size = testing_support::ReadFile(Source("music/a.mp3")).size();
     Command("fail-read music/a.mp3 " + std::to_string(size / 2));
-    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1() + "/music", "a.mp3"));
+    ASSERT_NO_FATAL_FAILURE(StartDaemonAndPlay(Stick1() + "/music", "a.mp3"));
     ExpectBadFileReport();
     ExpectStillServing();
 }
@@ -229,7 +225,7 @@ TEST_F(StickFaultTest, StickPulledWhileFastForwardingTakesTheUnreadableResourceP
     device_test::MakeMp3(Source("a.mp3"), 60.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
+    ASSERT_NO_FATAL_FAILURE(StartDaemonAndPlay(Stick1(), "a.mp3"));
     Json::Value enable;
     enable["enable"] = true;
     {
@@ -247,7 +243,7 @@ TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnRes
     device_test::MakeMp3(Source("a.mp3"), 8.0);
     device_test::MakeMp3(Source("b.mp3"), 2.0);
     MOUNT_STICK_OR_SKIP();
-    ASSERT_NO_FATAL_FAILURE(StartPlaying(Stick1(), "a.mp3"));
+    ASSERT_NO_FATAL_FAILURE(StartDaemonAndPlay(Stick1(), "a.mp3"));
     {
         const Json::Value reply = Call("pauseUSB");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
@@ -278,7 +274,7 @@ TEST_F(StickFaultTest, StickPulledBetweenTracksSkipsToTheEndOfThePlaylist)
         const Json::Value reply = PlayFile(Stick1(), "a.mp3");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kWireTimeoutMs);
     ASSERT_FALSE(seen.empty());
     {
         const Json::Value reply = seen.back();
@@ -291,7 +287,7 @@ TEST_F(StickFaultTest, StickPulledBetweenTracksSkipsToTheEndOfThePlaylist)
     // a, b and c each started; b and c could not be opened and were skipped.
     EXPECT_EQ(StartsIn(seen), 3);
     EXPECT_EQ(device_test::CountNamed(seen, "usbConnectionNotification"), 0u);
-    EXPECT_TRUE(m_daemon->WaitForOutput("Error: ", kTimeoutMs));
+    EXPECT_TRUE(m_daemon->WaitForOutput("Error: ", kWireTimeoutMs));
     EXPECT_EQ(m_daemon->Output().find("Unreadable resource"), std::string::npos);
     EXPECT_EQ(PlayerState(), kStopped);
     ExpectStillServing();
@@ -347,7 +343,7 @@ TEST_F(StickFaultTest, StickPulledDuringAFolderPlayScan)
         const Json::Value reply = PlayFolder(Stick1(), "music");
         EXPECT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
-    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kWireTimeoutMs);
     ASSERT_FALSE(seen.empty());
     {
         const Json::Value reply = seen.back();
@@ -402,7 +398,7 @@ TEST_F(StickFaultTest, CorruptFilesBetweenGoodOnesAreSkipped)
     // The random bytes are an error other than a read error: skipped. The WAV
     // plays what it holds and ends; the last song plays.
     EXPECT_TRUE(WaitForPlayingFile("d.mp3"));
-    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kTimeoutMs);
+    const std::vector<Json::Value> seen = NotificationsUntil("endOfPlayListNotification", kWireTimeoutMs);
     ASSERT_FALSE(seen.empty());
     {
         const Json::Value reply = seen.back();
@@ -829,7 +825,7 @@ TEST_F(StickFaultTest, SigtermDuringASlowScanStopsWithinASecond)
                                  R"("usbStoragePath":")" + Stick1() + "\"}}\n"));
     Command("wait readdir 5");  // the scan is under way
     double seconds = 0;
-    const int status = m_daemon->Stop(SIGTERM, kTimeoutMs, &seconds);
+    const int status = m_daemon->Stop(SIGTERM, kWireTimeoutMs, &seconds);
     std::printf("SIGTERM during a slow scan: status %d after %.2f s (%s)\n", status, seconds,
                 OneLine(m_stick->Counters()).c_str());
     EXPECT_EQ(status, 0) << m_daemon->Output();

@@ -11,6 +11,7 @@
 using library_test::LibraryTest;
 using library_test::WithIdZero;
 using testing_support::MakeDirs;
+using testing_support::kWireTimeoutMs;
 using testing_support::RemoveTree;
 
 namespace {
@@ -125,8 +126,8 @@ TEST_F(StorageIndexTest, PathThatDoesNotExist)
               R"({"error":{"code":-1,"message":"E: While opendir )" + missing +
                   R"("},"id":0,"jsonrpc":"2.0","result":{"success":false}})");
     EXPECT_EQ(Crc(), "0");
-    EXPECT_TRUE(m_daemon->WaitForOutput("dp == NULL && 0 == dirLevel\n", 10000));
-    EXPECT_TRUE(m_daemon->WaitForOutput("E: While opendir " + missing + "(-1)\n", 10000));
+    EXPECT_TRUE(m_daemon->WaitForOutput("dp == NULL && 0 == dirLevel\n", kWireTimeoutMs));
+    EXPECT_TRUE(m_daemon->WaitForOutput("E: While opendir " + missing + "(-1)\n", kWireTimeoutMs));
     // The index is empty: browsing finds nothing.
     {
         const Json::Value reply = ListGroup(0, 10, 0);
@@ -167,7 +168,7 @@ TEST_F(StorageIndexTest, Utf8PathFindsTheLatin1Folder)
     EXPECT_EQ(Crc(), ExpectedCrc(Stick() + "/Cl\xe9"));
     // The folder's content is listed under its Latin-1 path; group 0 stays
     // the stick's mount point, which this index holds nothing of.
-    EXPECT_EQ(PageNames(ListPath(Stick() + "/Cl\xc3\xa9", 10, 0)), (std::vector<std::string>{"a.mp3"}));
+    EXPECT_EQ(PageNames(Browse(Stick() + "/Cl\xc3\xa9", 10, 0)), (std::vector<std::string>{"a.mp3"}));
     EXPECT_EQ(PageNames(ListGroup(0, 10, 0)), (std::vector<std::string>{}));
 }
 

@@ -12,6 +12,7 @@
 using device_test::DeviceTest;
 using device_test::MakeMp3;
 using testing_support::WriteFile;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 Json::Value SoftPowerOff(bool on)
@@ -54,7 +55,7 @@ protected:
     // on the way out), then starts a new one on the same root.
     void KillAndRestart(const std::map<std::string, std::string>& environment = {})
     {
-        ASSERT_EQ(m_daemon->Stop(SIGKILL, 20000), 128 + SIGKILL);
+        ASSERT_EQ(m_daemon->Stop(SIGKILL, kWireTimeoutMs), 128 + SIGKILL);
         m_client = testing_support::RpcClient();
         StartDaemon({"-l", "a"}, environment);
     }

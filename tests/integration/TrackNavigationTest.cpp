@@ -47,7 +47,7 @@ protected:
     void Step(const std::string& method, const std::string& expected)
     {
         const Json::Value reply = Call(method);
-        ASSERT_TRUE(reply["result"]["success"].asBool()) << method << " " << Text(reply);
+        ASSERT_TRUE(reply["result"]["success"].asBool()) << method << " " << WireText(reply);
         std::vector<int> states;
         ASSERT_TRUE(WaitForState(kPlaying, &states));
         EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -72,7 +72,7 @@ protected:
 
 TEST_F(TrackNavigationTest, NextAndPreviousMoveThroughThePlaylist)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     Step("nextUSB", "02.mp3");
     Step("nextUSB", "03.mp3");
     Step("previousUSB", "02.mp3");
@@ -84,7 +84,7 @@ TEST_F(TrackNavigationTest, NextAndPreviousMoveThroughThePlaylist)
 
 TEST_F(TrackNavigationTest, NextOnTheLastEntryWithoutRepeatEndsThePlaylist)
 {
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     const Json::Value reply = Call("nextUSB");
     EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
     EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString();
@@ -107,7 +107,7 @@ TEST_F(TrackNavigationTest, NextOnTheLastEntryWithoutRepeatEndsThePlaylist)
 
 TEST_F(TrackNavigationTest, EndOfATrackPlaysTheNextEntry)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -116,7 +116,7 @@ TEST_F(TrackNavigationTest, EndOfATrackPlaysTheNextEntry)
 
 TEST_F(TrackNavigationTest, EndOfTheLastTrackWithoutRepeatEndsThePlaylistWithoutError)
 {
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     ASSERT_TRUE(WaitForState(kStopped));
     const Json::Value end = Next("endOfPlayListNotification");
     ASSERT_FALSE(end.isNull());
@@ -132,7 +132,7 @@ TEST_F(TrackNavigationTest, EndOfTheLastTrackWithoutRepeatEndsThePlaylistWithout
 TEST_F(TrackNavigationTest, RepeatOneReplaysTheTrackButNextMovesOn)
 {
     SetRepeat(1);
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     std::vector<int> states;
     ASSERT_TRUE(WaitForState(kPlaying, &states));
     EXPECT_EQ(states, (std::vector<int>{kStopped, kPlaying}));
@@ -144,7 +144,7 @@ TEST_F(TrackNavigationTest, RepeatOneReplaysTheTrackButNextMovesOn)
 TEST_F(TrackNavigationTest, RepeatAllWrapsAroundBothWays)
 {
     SetRepeat(2);
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     Step("nextUSB", "01.mp3");
     Step("previousUSB", "03.mp3");
 }
@@ -152,7 +152,7 @@ TEST_F(TrackNavigationTest, RepeatAllWrapsAroundBothWays)
 TEST_F(TrackNavigationTest, RepeatAllPlaysTheFirstEntryAfterTheLastEnds)
 {
     SetRepeat(2);
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     ASSERT_TRUE(WaitForState(kStopped));
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_EQ(CurrentFileName(), "01.mp3");
@@ -162,7 +162,7 @@ TEST_F(TrackNavigationTest, PreviousOnTheFirstEntryFailsAndKeepsPlaying)
 {
     for (int mode : {0, 1}) {
         SetRepeat(mode);
-        StartPlaying("Album", "01.mp3");
+        PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
         const Json::Value reply = Call("previousUSB");
         EXPECT_FALSE(reply["result"]["success"].asBool()) << reply.toStyledString();
         EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - " + Folder() + "/01.mp3")) << mode << ": " << reply.toStyledString();
@@ -173,7 +173,7 @@ TEST_F(TrackNavigationTest, PreviousOnTheFirstEntryFailsAndKeepsPlaying)
 
 TEST_F(TrackNavigationTest, NextWhilePausedEndsPausedOnTheNextEntry)
 {
-    StartPlaying("Album", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "01.mp3");
     {
         const Json::Value reply = Call("pauseUSB");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
@@ -199,11 +199,11 @@ TEST_F(TrackNavigationTest, UnknownRepeatModeWrapsOnlyAtTheEndOfAStream)
         const Json::Value reply = Result("getRepeatModeUSB");
         EXPECT_EQ(reply["mode"].asInt(), 7) << reply.toStyledString();
     }
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     ASSERT_TRUE(WaitForState(kStopped));
     ASSERT_TRUE(WaitForState(kPlaying));
     EXPECT_EQ(CurrentFileName(), "01.mp3");
-    StartPlaying("Album", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "03.mp3");
     {
         const Json::Value reply = Call("nextUSB");
         EXPECT_EQ(ErrorOf(reply), Error(-4, "E: No file selected to play - /")) << reply.toStyledString() << reply.toStyledString();
@@ -264,7 +264,7 @@ TEST_F(TrackNavigationTest, FirstShuffleAfterStartUpFollowsTheRandSequence)
     EXPECT_EQ(notification["params"]["enabled"], Json::Value(true)) << notification.toStyledString();
 
     const std::vector<uint32_t> order = FirstShuffleOrder(6, 1);
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     EXPECT_EQ(CurrentFileName(), "02.mp3");
     for (size_t position = 1; position < order.size(); ++position) {
         Step("nextUSB", names[order[position]]);
@@ -280,7 +280,7 @@ TEST_F(TrackNavigationTest, FirstShuffleAfterStartUpFollowsTheRandSequence)
 TEST_F(TrackNavigationTest, ShuffleOffGoesOnInPlaylistOrder)
 {
     EnableShuffle(true);
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     EnableShuffle(false);
     Step("nextUSB", "03.mp3");
 }
@@ -288,7 +288,7 @@ TEST_F(TrackNavigationTest, ShuffleOffGoesOnInPlaylistOrder)
 TEST_F(TrackNavigationTest, ShuffledPreviousAtTheStartReplaysTheFirstShuffledEntry)
 {
     EnableShuffle(true);
-    StartPlaying("Album", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Album"), "02.mp3");
     Step("previousUSB", "02.mp3");
 }
 
@@ -297,7 +297,7 @@ TEST_F(TrackNavigationTest, ShuffleWithOneTrack)
     PlaceOnStick(MediaFactory::Mp3(2), "Single/only.mp3");
     EnableShuffle(true);
     {
-        const Json::Value reply = PlayFolder("", "Single");
+        const Json::Value reply = PlayFolder(Stick(), "Single");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     ASSERT_TRUE(WaitForState(kPlaying));
@@ -311,7 +311,7 @@ TEST_F(TrackNavigationTest, ShuffleWithOneTrack)
 TEST_F(TrackNavigationTest, ShuffleTurnedOnMidPlaylistFollowsTheNewOrderFromItsStart)
 {
     PlaceLongTracks();
-    StartPlaying("Long", "01.mp3");
+    PlayFileAndWaitForPlaying(InStick("Long"), "01.mp3");
     EnableShuffle(true);
     // The current entry is not moved to the front: next goes to the order's
     // second position.
@@ -330,7 +330,7 @@ TEST_F(TrackNavigationTest, ShuffleWithRepeatOneStaysOnTheLastShuffledEntry)
     PlaceLongTracks();
     EnableShuffle(true);
     SetRepeat(1);
-    StartPlaying("Long", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Long"), "02.mp3");
     const std::vector<uint32_t> order = FirstShuffleOrder(3, 1);
     Step("nextUSB", kLongNames[order[1]]);
     Step("nextUSB", kLongNames[order[2]]);
@@ -347,7 +347,7 @@ TEST_F(TrackNavigationTest, ShuffleWithRepeatAllStartsTheOrderAgain)
     PlaceLongTracks();
     EnableShuffle(true);
     SetRepeat(2);
-    StartPlaying("Long", "02.mp3");
+    PlayFileAndWaitForPlaying(InStick("Long"), "02.mp3");
     const std::vector<uint32_t> order = FirstShuffleOrder(3, 1);
     Step("nextUSB", kLongNames[order[1]]);
     Step("nextUSB", kLongNames[order[2]]);
@@ -358,7 +358,7 @@ TEST_F(TrackNavigationTest, ShuffleWithRepeatAllStartsTheOrderAgain)
 TEST_F(TrackNavigationTest, EveryNextAfterTheEndSendsEndOfPlaylistAgain)
 {
     PlaceLongTracks();
-    StartPlaying("Long", "03.mp3");
+    PlayFileAndWaitForPlaying(InStick("Long"), "03.mp3");
     for (int i = 0; i < 3; ++i) {
         {
             const Json::Value reply = Call("nextUSB");

@@ -9,13 +9,6 @@ using device_test::MakeMp3;
 
 namespace {
 constexpr double kTrackSeconds = 8.0;
-
-Json::Value StoragePath(const std::string& path)
-{
-    Json::Value params;
-    params["usbStoragePath"] = path;
-    return params;
-}
 }  // namespace
 
 TEST_F(DeviceTest, RemovingFirstStickStopsItsTrack)
@@ -57,7 +50,7 @@ TEST_F(DeviceTest, RemovingFirstStickKeepsSecondStickPlaying)
     MakeMp3(Stick2() + "/b.mp3", kTrackSeconds);
     StartDaemon();
     {
-        const Json::Value reply = Call("indexUsbStorage", StoragePath(Stick2()));
+        const Json::Value reply = Index(Stick2());
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
     }
     {
@@ -83,7 +76,7 @@ TEST_F(DeviceTest, RemovingFirstStickKeepsSecondStickPlaying)
     }
     EXPECT_EQ(PlayerState(), 4);
     m_client.DrainNotifications();
-    ASSERT_TRUE(NextNotification(notification, "trackTimeNotification", 5000));
+    ASSERT_TRUE(NextNotification(notification, "trackTimeNotification"));
     const Json::Value info = Call("getCurrentTrackInfoUSB")["result"]["trackInfo"];
     EXPECT_EQ(info["fileName"], "b.mp3") << info.toStyledString();
     EXPECT_TRUE(info["isPlaying"].asBool()) << info.toStyledString();
