@@ -251,8 +251,14 @@ TEST_F(StickFaultTest, StickPulledWhilePausedTakesTheUnreadableResourcePathOnRes
     ASSERT_TRUE(WaitForState(kPaused));
     Command("pull enodev");
     {
+        // The pause is announced while the source may still read its last
+        // block ahead; on a busy machine that read can meet the pull, and the
+        // report then comes at once and leaves nothing to resume. Either way
+        // the same report follows.
         const Json::Value reply = Call("playUSB");
-        ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
+        const bool resumed = reply["result"]["success"].asBool();
+        const bool reportedWhilePaused = reply["error"]["message"] == "E: No Song to play!";
+        ASSERT_TRUE(resumed || reportedWhilePaused) << reply.toStyledString();
     }
     ExpectBadFileReport();
     ExpectStillServing();
