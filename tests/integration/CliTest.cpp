@@ -1147,5 +1147,5 @@ TEST_F(CliTest, DemoStickWelcomeHasACoverForArt)
     EXPECT_EQ(art.status, 0) << art.err;
     ASSERT_GT(art.out.size(), 1u);
     EXPECT_TRUE(Exists(art.out.substr(0, art.out.size() - 1))) << art.out;
-    EXPECT_EQ(daemon.Stop(SIGTERM, 20000), 0);
+    EXPECT_EQ(daemon.Stop(SIGTERM, kWireTimeoutMs), 0);
 }

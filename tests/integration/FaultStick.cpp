@@ -2,6 +2,7 @@
 
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WireTimeout.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -19,7 +20,7 @@
 namespace stick_test {
 
 namespace {
-constexpr int kMountTimeoutMs = 30000;
+constexpr int kMountTimeoutMs = testing_support::kWireTimeoutMs;
 constexpr const char* kControlName = "/.faultfs-control";
 
 bool Unmount(const std::string& mountPoint)

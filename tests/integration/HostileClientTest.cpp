@@ -7,6 +7,7 @@
 #include "tests/support/ProcessStatus.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WireTimeout.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -32,8 +33,9 @@ using testing_support::TempDir;
 
 namespace {
 
-// Generous: the machine may be busy with other tests.
-constexpr int kReplyTimeoutMs = 60000;
+// Twice the one wire time-out: these replies carry megabytes, written and
+// read under sanitizers on a busy machine.
+constexpr int kReplyTimeoutMs = 2 * testing_support::kWireTimeoutMs;
 constexpr size_t kBatchLimit = 256;
 
 std::string Ping(const std::string& id)

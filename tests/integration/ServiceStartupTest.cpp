@@ -4,6 +4,7 @@
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WireTimeout.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +22,7 @@
 
 using testing_support::DaemonProcess;
 using testing_support::RpcClient;
+using testing_support::kWireTimeoutMs;
 
 namespace {
 // The ids of the process's threads.
@@ -133,7 +135,7 @@ TEST(ServiceStartupTest, PortInUseRetriesThenStaysUpWithoutControl)
     // Start-up is over, the listener thread among these, still binding.
     ASSERT_TRUE(daemon.WaitForOutput("USB Service Ended. \n", 5000)) << daemon.Output();
     const std::set<std::string> threads = ThreadsOf(daemon.Pid());
-    ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", 15000)) << daemon.Output();
+    ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", kWireTimeoutMs)) << daemon.Output();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     // 33 attempts 250 ms apart: 32 pauses, about 8 s.
     EXPECT_GT(seconds, 7.5);
@@ -141,7 +143,7 @@ TEST(ServiceStartupTest, PortInUseRetriesThenStaysUpWithoutControl)
     EXPECT_NE(daemon.Output().find("[ERROR][UsbMediaRequestServer:203]\n\tUsb Media Service - Bind failed\n"),
               std::string::npos);
     // The listener thread has given up and ended; the process stays.
-    EXPECT_TRUE(WaitUntilOneEnds(daemon.Pid(), threads, 15000)) << "threads before: " << threads.size();
+    EXPECT_TRUE(WaitUntilOneEnds(daemon.Pid(), threads, kWireTimeoutMs)) << "threads before: " << threads.size();
     EXPECT_TRUE(daemon.IsRunning());
     EXPECT_EQ(daemon.Stop(SIGTERM, 5000), 0);
     close(blocker);
@@ -153,7 +155,7 @@ TEST(ServiceStartupTest, UnparsableAddressFailsToBindButKeepsRunning)
     options.arguments = {"-a", "not-an-address"};
     options.waitUntilServing = false;
     DaemonProcess daemon(options);
-    ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", 15000));
+    ASSERT_TRUE(daemon.WaitForOutput("Usb Media Service - Bind failed\n", kWireTimeoutMs));
     EXPECT_TRUE(daemon.IsRunning());
     EXPECT_EQ(daemon.Stop(SIGTERM, 5000), 0);
 }
@@ -166,7 +168,7 @@ TEST(ServiceStartupTest, GstVersionOptionPrintsGStreamersVersionAndEnds)
     DaemonProcess daemon(options);
     // GStreamer prints its version and ends the process, before the
     // control port opens: signal 0 only waits for that exit.
-    EXPECT_EQ(daemon.Stop(0, 15000), 0);
+    EXPECT_EQ(daemon.Stop(0, kWireTimeoutMs), 0);
     const std::string out = daemon.Output();
     const std::regex version(R"(^USB Service Started. \nGStreamer Core Library version \d+\.\d+\.\d+)");
     EXPECT_TRUE(std::regex_search(out, version)) << out;
@@ -195,12 +197,12 @@ TEST(ServiceStartupTest, GstDebugLevelOptionTurnsOnGStreamersDebugOutput)
     client.Call("playFileUSB", params);
     // GStreamer's records: elapsed time, process id, thread, level.
     const std::regex record(R"(\d+:\d\d:\d\d\.\d{9} +\d+ +0x[0-9a-f]+ +(ERROR|WARN|FIXME) )");
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWireTimeoutMs);
     while (!std::regex_search(daemon.Output(), record) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     EXPECT_TRUE(std::regex_search(daemon.Output(), record)) << daemon.Output();
-    EXPECT_EQ(daemon.Stop(SIGTERM, 15000), 0);
+    EXPECT_EQ(daemon.Stop(SIGTERM, kWireTimeoutMs), 0);
 }
 
 TEST(ServiceStartupTest, HangUpUserSignalsAndAlarmAreIgnored)

@@ -30,8 +30,6 @@ using testing_support::TempDir;
 namespace {
 using Clock = std::chrono::steady_clock;
 
-// Generous: the machine may be busy with other tests.
-constexpr int kEventTimeoutMs = 20000;
 
 class SystemdNotifyTest : public testing::Test {
 protected:
@@ -59,7 +57,7 @@ protected:
     void ReadyPingAndStop(NotifySocket& socket, DaemonProcess& daemon)
     {
         Received message;
-        ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon.Output();
+        ASSERT_TRUE(socket.Receive(message, testing_support::kNotifyTimeoutMs)) << daemon.Output();
         ASSERT_EQ(message.text, "READY=1");
         RpcClient client;
         ASSERT_TRUE(client.Connect(daemon.Port()));
@@ -67,7 +65,7 @@ protected:
             const Json::Value reply = client.Call("ping");
             EXPECT_EQ(reply["result"], true) << reply.toStyledString();
         }
-        EXPECT_EQ(daemon.Stop(SIGTERM, kEventTimeoutMs), 0);
+        EXPECT_EQ(daemon.Stop(SIGTERM, testing_support::kNotifyTimeoutMs), 0);
     }
 
     TempDir m_dir;
@@ -79,7 +77,7 @@ TEST_F(SystemdNotifyTest, ReadyOnlyOnceTheControlPortListens)
     NotifySocket socket(m_dir / "notify");
     auto daemon = StartDaemon(socket);
     Received message;
-    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    ASSERT_TRUE(socket.Receive(message, testing_support::kNotifyTimeoutMs)) << daemon->Output();
     EXPECT_EQ(message.text, "READY=1");
     // No retry: the port must already accept.
     RpcClient client;
@@ -110,7 +108,7 @@ TEST_F(SystemdNotifyTest, WatchdogAtHalfTheIntervalBetweenReadyAndStopping)
     // READY=1, then five watchdog pings.
     while (std::count_if(messages.begin(), messages.end(), [](const Received& m) { return m.text == "WATCHDOG=1"; }) <
                5 &&
-           socket.Receive(message, kEventTimeoutMs)) {
+           socket.Receive(message, testing_support::kNotifyTimeoutMs)) {
         messages.push_back(message);
     }
     ASSERT_GE(messages.size(), 6u) << daemon->Output();
@@ -135,7 +133,7 @@ TEST_F(SystemdNotifyTest, WatchdogAtHalfTheIntervalBetweenReadyAndStopping)
     std::sort(gaps.begin(), gaps.end());
     EXPECT_LT(gaps[gaps.size() / 2], 2 * half) << gaps[gaps.size() / 2];
 
-    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    EXPECT_EQ(daemon->Stop(SIGTERM, testing_support::kNotifyTimeoutMs), 0);
     const std::vector<std::string> rest = socket.Drain();
     // STOPPING=1 once; the loop may still ping while it winds down.
     EXPECT_EQ(std::count(rest.begin(), rest.end(), "STOPPING=1"), 1);
@@ -163,7 +161,7 @@ TEST_F(SystemdNotifyTest, WatchdogIsFedWhileAQueueOfSlowRequestsIsServed)
     auto daemon = StartDaemon(
         socket, {{"WATCHDOG_USEC", std::to_string(std::chrono::microseconds(kInterval).count())}});
     Received message;
-    ASSERT_TRUE(socket.Receive(message, kEventTimeoutMs)) << daemon->Output();
+    ASSERT_TRUE(socket.Receive(message, testing_support::kNotifyTimeoutMs)) << daemon->Output();
     ASSERT_EQ(message.text, "READY=1");
 
     RpcClient client;
@@ -175,7 +173,7 @@ TEST_F(SystemdNotifyTest, WatchdogIsFedWhileAQueueOfSlowRequestsIsServed)
     ASSERT_TRUE(client.SendRaw(seeks));
     std::vector<Clock::time_point> pings{Clock::now()};
     int answered = 0;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(4 * kEventTimeoutMs);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(4 * testing_support::kNotifyTimeoutMs);
     while (answered < kSeeks && Clock::now() < deadline) {
         if (socket.Receive(message, 50) && message.text == "WATCHDOG=1") {
             pings.push_back(message.at);
@@ -192,5 +190,5 @@ TEST_F(SystemdNotifyTest, WatchdogIsFedWhileAQueueOfSlowRequestsIsServed)
         longest = std::max(longest, std::chrono::duration<double>(pings[i] - pings[i - 1]).count());
     }
     EXPECT_LT(longest, std::chrono::duration<double>(kInterval).count()) << pings.size() - 2 << " pings";
-    EXPECT_EQ(daemon->Stop(SIGTERM, kEventTimeoutMs), 0);
+    EXPECT_EQ(daemon->Stop(SIGTERM, testing_support::kNotifyTimeoutMs), 0);
 }

@@ -3,6 +3,8 @@
 // The socket a supervising systemd listens on (NOTIFY_SOCKET): tests bind
 // one and read what the daemon reports there (READY=1, WATCHDOG=1, ...).
 
+#include "tests/support/WireTimeout.h"
+
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -16,8 +18,7 @@
 
 namespace testing_support {
 
-// Generous: the machine may be busy with other tests.
-constexpr int kNotifyTimeoutMs = 20000;
+constexpr int kNotifyTimeoutMs = kWireTimeoutMs;
 
 struct Received {
     std::string text;

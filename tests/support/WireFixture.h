@@ -7,6 +7,7 @@
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/RpcClient.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/WireTimeout.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -16,10 +17,6 @@
 #include <vector>
 
 namespace testing_support {
-
-// The longest any single wait of a wire test (a reply, a notification, an
-// exit) may take on a loaded 2-core machine under sanitizers or emulation.
-constexpr int kWireTimeoutMs = 30000;
 
 // Compact text of a value, as the wire carries it: for failure messages.
 std::string WireText(const Json::Value& value);
