@@ -29,9 +29,6 @@ using testing_support::kWireTimeoutMs;
 
 namespace {
 constexpr size_t kKeptFiles = 16;
-// Long enough that the track is still playing when the last request of a
-// test is served, even with both cores busy.
-constexpr double kTrackSeconds = 120.0;
 
 class AlbumArtFolderTest : public DeviceTest {
 protected:
@@ -41,24 +38,11 @@ protected:
         const std::string song = Stick1() + "/cover.mp3";
         if (access(song.c_str(), F_OK) != 0) {
             TrackTags tags{"Covered", "Artist", "Album", coverPath, ""};
-            MakeMp3(song, kTrackSeconds, tags);
+            MakeMp3(song, device_test::kLongTrackSeconds, tags);
         }
         StartDaemon();
         const Json::Value reply = PlayFile(Stick1(), "cover.mp3");
         ASSERT_TRUE(reply["result"]["success"].asBool()) << reply.toStyledString();
-    }
-
-    // Asks for the cover and returns the path announced for it.
-    std::string RequestArt()
-    {
-        const Json::Value reply = Call("getTrackAlbumArt");
-        EXPECT_EQ(reply["result"], true) << reply.toStyledString();
-        Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification")) {
-            return "<no trackAlbumArtNotification>";
-        }
-        EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
-        return notification["params"]["artFilePath"].asString();
     }
 };
 }  // namespace

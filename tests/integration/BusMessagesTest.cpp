@@ -75,20 +75,6 @@ protected:
         }
         return false;
     }
-
-    std::string RequestArt()
-    {
-        {
-            const Json::Value reply = Call("getTrackAlbumArt");
-            EXPECT_TRUE(reply["result"].asBool()) << reply.toStyledString();
-        }
-        Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification")) {
-            return "<no trackAlbumArtNotification>";
-        }
-        EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
-        return notification["params"]["artFilePath"].asString();
-    }
 };
 }  // namespace
 

@@ -29,8 +29,6 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 constexpr gid_t kNogroup = 65534;
-// Long enough to be still playing when the last request of a test is served.
-constexpr double kTrackSeconds = 120.0;
 
 void Replace(std::string& text, const std::string& from, const std::string& to)
 {
@@ -92,9 +90,9 @@ protected:
     {
         const std::string cover = device_test::CoverJpeg();
         const std::string icon = device_test::IconJpeg();
-        MakeMp3(Stick1() + "/Open/open.mp3", kTrackSeconds, TrackTags{"Open", "Artist", "Album", icon, ""});
-        MakeMp3(Stick1() + "/Private/secret.mp3", kTrackSeconds, TrackTags{"Secret", "Artist", "Album", cover, ""});
-        MakeMp3(m_root / "outside/outside.mp3", kTrackSeconds, TrackTags{"Outside", "Artist", "Album", cover, ""});
+        MakeMp3(Stick1() + "/Open/open.mp3", device_test::kLongTrackSeconds, TrackTags{"Open", "Artist", "Album", icon, ""});
+        MakeMp3(Stick1() + "/Private/secret.mp3", device_test::kLongTrackSeconds, TrackTags{"Secret", "Artist", "Album", cover, ""});
+        MakeMp3(m_root / "outside/outside.mp3", device_test::kLongTrackSeconds, TrackTags{"Outside", "Artist", "Album", cover, ""});
         ASSERT_EQ(symlink("/", (Stick1() + "/ToRoot").c_str()), 0);
         ASSERT_EQ(symlink((m_root / "outside/outside.mp3").c_str(), (Stick1() + "/ToFile.mp3").c_str()), 0);
         ASSERT_EQ(symlink((m_root / "outside").c_str(), (Stick1() + "/Open/ToOutside").c_str()), 0);
@@ -214,18 +212,6 @@ protected:
         const std::string linked = PlayRaw(Stick1(), "ToFile.mp3", false);
         EXPECT_EQ(Masked(linked, ""), Masked(PlayRaw(Stick1(), "NoSuchFile.mp3", false), "")) << linked;
         EXPECT_TRUE(WaitForPlayingFile("open.mp3")) << linked;
-    }
-
-    // Asks for the cover of the playing track and returns its art file.
-    std::string RequestArt()
-    {
-        const Json::Value reply = Call("getTrackAlbumArt");
-        EXPECT_EQ(reply["result"], true) << reply.toStyledString();
-        Json::Value notification;
-        if (!NextNotification(notification, "trackAlbumArtNotification")) {
-            return "<no trackAlbumArtNotification>";
-        }
-        return notification["params"]["artFilePath"].asString();
     }
 
     static std::vector<std::string> PageNames(const Json::Value& reply)

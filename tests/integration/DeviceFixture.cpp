@@ -264,6 +264,18 @@ std::vector<Json::Value> DeviceTest::NotificationsUntil(const std::string& last,
     return seen;
 }
 
+std::string DeviceTest::RequestArt()
+{
+    const Json::Value reply = Call("getTrackAlbumArt");
+    EXPECT_EQ(reply["result"], true) << reply.toStyledString();
+    Json::Value notification;
+    if (!NextNotification(notification, "trackAlbumArtNotification")) {
+        return "<no trackAlbumArtNotification>";
+    }
+    EXPECT_EQ(notification["params"]["trackIndex"], 1) << notification.toStyledString();
+    return notification["params"]["artFilePath"].asString();
+}
+
 int DeviceTest::PlayerState()
 {
     return Call("getCurrentPlayerState")["result"]["playerState"].asInt();

@@ -17,6 +17,10 @@
 
 namespace device_test {
 
+// A track long enough to be still playing when the last request of a test
+// is served, even with both cores busy.
+constexpr double kLongTrackSeconds = 120.0;
+
 struct TrackTags {
     std::string title;
     std::string artist;
@@ -76,6 +80,10 @@ protected:
                                                 int timeoutMs = testing_support::kWireTimeoutMs);
 
     int PlayerState();
+    // Asks for the playing track's cover (getTrackAlbumArt) and returns the
+    // art file its trackAlbumArtNotification names, which must be for the
+    // first track of the playlist.
+    std::string RequestArt();
 
     // The notifications of a stop for an unreadable file, up to its report:
     // the emptied track (no name, no path, not playing), then "usb1" reported
