@@ -82,13 +82,20 @@ int64_t CSqliteStatement::Integer(int column) const
     return sqlite3_column_int64(m_statement.get(), column);
 }
 
+namespace {
+struct SSqliteFree {
+    void operator()(char* text) const { sqlite3_free(text); }
+};
+}  // namespace
+
 bool SqliteExec(sqlite3* database, const std::string& sql, std::string& error)
 {
-    char* message = nullptr;
-    if (sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message) == SQLITE_OK) {
+    char* raw = nullptr;
+    const int result = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &raw);
+    const std::unique_ptr<char, SSqliteFree> message(raw);
+    if (result == SQLITE_OK) {
         return true;
     }
-    error = message != nullptr ? message : sqlite3_errmsg(database);
-    sqlite3_free(message);
+    error = message ? message.get() : sqlite3_errmsg(database);
     return false;
 }
