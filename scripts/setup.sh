@@ -14,6 +14,7 @@ PACKAGES=(
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-alsa
   libglib2.0-dev libjsoncpp-dev zlib1g-dev
+  libtag1-dev libsqlite3-dev
   libgtest-dev googletest
   python3 python3-mutagen
   libsystemd-dev python3-jsonschema dpkg-dev file

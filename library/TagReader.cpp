@@ -1,0 +1,130 @@
+#include "library/TagReader.h"
+
+#include <taglib/asffile.h>
+#include <taglib/audioproperties.h>
+#include <taglib/fileref.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/infotag.h>
+#include <taglib/mpegfile.h>
+#include <taglib/tpropertymap.h>
+#include <taglib/wavfile.h>
+
+#include <algorithm>
+
+namespace {
+// The first value of `key`, or "": a tag may hold several (two artists), the
+// library shows one.
+std::string First(const TagLib::PropertyMap& properties, const char* key)
+{
+    const auto found = properties.find(key);
+    if (found == properties.end() || found->second.isEmpty()) {
+        return std::string();
+    }
+    return found->second.front().to8Bit(true);
+}
+
+// Leading decimal digits of `text` from `at` on; 0 when there are none.
+uint32_t LeadingNumber(const std::string& text, size_t at)
+{
+    uint32_t value = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        value = value * 10 + static_cast<uint32_t>(text[at] - '0');
+        if (value > 100000000) {
+            return 0;  // no real track, disc or year is that long
+        }
+    }
+    return value;
+}
+
+std::string BaseName(const std::string& path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool IsTrue(const std::string& text)
+{
+    return !text.empty() && text != "0" && text != "false";
+}
+
+bool HasId3v2Picture(const TagLib::ID3v2::Tag* tag)
+{
+    if (tag == nullptr) {
+        return false;
+    }
+    const auto found = tag->frameListMap().find("APIC");
+    return found != tag->frameListMap().end() && !found->second.isEmpty();
+}
+
+// The picture is not a text property in TagLib 1.13: ask each format.
+bool HasPicture(TagLib::File* file)
+{
+    if (auto* mpeg = dynamic_cast<TagLib::MPEG::File*>(file)) {
+        return mpeg->hasID3v2Tag() && HasId3v2Picture(mpeg->ID3v2Tag());
+    }
+    if (auto* wav = dynamic_cast<TagLib::RIFF::WAV::File*>(file)) {
+        return wav->hasID3v2Tag() && HasId3v2Picture(wav->ID3v2Tag());
+    }
+    if (auto* asf = dynamic_cast<TagLib::ASF::File*>(file)) {
+        return asf->tag() != nullptr && asf->tag()->contains("WM/Picture");
+    }
+    return false;
+}
+
+// For WAV, properties() gives the ID3v2 chunk alone; the RIFF INFO chunk
+// (INAM, IART, IPRD, IGNR, ICRD, IPRT) fills whatever that leaves out, as
+// most WAV writers write INFO only.
+TagLib::PropertyMap Properties(TagLib::File* file)
+{
+    TagLib::PropertyMap properties = file->properties();
+    auto* wav = dynamic_cast<TagLib::RIFF::WAV::File*>(file);
+    if (wav == nullptr || !wav->hasInfoTag()) {
+        return properties;
+    }
+    const TagLib::PropertyMap info = wav->InfoTag()->properties();
+    for (const auto& entry : info) {
+        if (!properties.contains(entry.first) || properties[entry.first].isEmpty()) {
+            properties.replace(entry.first, entry.second);
+        }
+    }
+    return properties;
+}
+
+void FillFromProperties(const TagLib::PropertyMap& properties, STrackTags& tags)
+{
+    tags.title = First(properties, "TITLE");
+    tags.artist = First(properties, "ARTIST");
+    tags.albumArtist = First(properties, "ALBUMARTIST");
+    tags.album = First(properties, "ALBUM");
+    tags.genre = First(properties, "GENRE");
+    tags.year = LeadingNumber(First(properties, "DATE"), 0);
+    ParseNumberPair(First(properties, "TRACKNUMBER"), tags.trackNumber, tags.trackCount);
+    ParseNumberPair(First(properties, "DISCNUMBER"), tags.discNumber, tags.discCount);
+    tags.compilation = IsTrue(First(properties, "COMPILATION"));
+}
+}  // namespace
+
+void ParseNumberPair(const std::string& text, uint32_t& number, uint32_t& count)
+{
+    number = LeadingNumber(text, 0);
+    const size_t slash = text.find('/');
+    count = slash == std::string::npos ? 0 : LeadingNumber(text, slash + 1);
+}
+
+STrackTags ReadTags(const std::string& path)
+{
+    STrackTags tags;
+    // The FileRef owns the format's File object and frees it with itself;
+    // the pointers taken from it below never outlive it.
+    const TagLib::FileRef ref(path.c_str(), true, TagLib::AudioProperties::Average);
+    TagLib::File* file = ref.file();
+    if (ref.isNull() || !file->isValid() || ref.audioProperties() == nullptr) {
+        tags.title = BaseName(path);
+        tags.unreadable = true;
+        return tags;
+    }
+    FillFromProperties(Properties(file), tags);
+    tags.durationSeconds = static_cast<uint32_t>(std::max(0, ref.audioProperties()->lengthInSeconds()));
+    tags.hasPicture = HasPicture(file);
+    return tags;
+}

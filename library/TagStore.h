@@ -1,0 +1,162 @@
+#pragma once
+
+#include "library/Sqlite.h"
+#include "library/TagReader.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+// What tells a file that did not change since the last scan from one that did.
+struct SFileStamp {
+    int64_t size = 0;
+    int64_t modifiedNs = 0;  // modification time, nanoseconds since the epoch
+};
+
+// Size and modification time of the file at `path`; false when it cannot be
+// read.
+bool ReadFileStamp(const std::string& path, SFileStamp& stamp);
+
+// One page of a list: the items from the start index asked for, at most the
+// count asked for, and how many the whole list holds.
+template <typename Item>
+struct SPage {
+    std::vector<Item> items;
+    uint32_t totalCount = 0;
+};
+
+// An artist or a genre.
+struct SCategoryEntry {
+    uint32_t id = 0;
+    std::string name;
+    uint32_t albumCount = 0;
+    uint32_t trackCount = 0;
+};
+
+struct SAlbumEntry {
+    uint32_t id = 0;
+    std::string name;
+    std::string artist;  // the album artist, the artist, or "Various Artists"
+    uint32_t year = 0;   // the earliest year among its tracks, 0 when none has one
+    uint32_t trackCount = 0;
+};
+
+struct STrackEntry {
+    uint32_t fileId = 0;  // FileId(path, name), the ID the folder lists give the file
+    std::string name;     // file name
+    std::string path;     // folder that holds it
+    std::string title;    // the title tag, or the file name when it has none
+    std::string artist;
+    std::string album;
+    uint32_t trackNumber = 0;
+    uint32_t discNumber = 0;
+    uint32_t duration = 0;  // seconds
+};
+
+enum class ESearchKind { Artist = 0, Album = 1, Track = 2 };
+
+// One search hit: an artist (id, name), an album (id, name, artist) or a
+// track (file id, title as name, artist, album, file name and folder).
+struct SSearchEntry {
+    ESearchKind kind = ESearchKind::Artist;
+    uint32_t id = 0;
+    std::string name;
+    std::string artist;
+    std::string album;
+    std::string fileName;
+    std::string path;
+};
+
+// The tag library of one stick, kept in one SQLite database file (WAL mode)
+// so that a stick plugged in again is not read again. A scan feeds it the
+// files a walk finds; it reads the tags of new and changed files only, drops
+// files the walk no longer found, and derives the artists, albums and genres
+// from the tracks (see docs/tag-library.md for the identities and their IDs).
+//
+// One object is one connection: it belongs to one thread at a time, and
+// needs no lock of its own. Another thread browsing while a scan runs opens
+// a store of its own on the same file; WAL lets it read the last committed
+// state meanwhile.
+class CTagStore {
+public:
+    using TagReadFunction = std::function<STrackTags(const std::string& path)>;
+    enum class EAddOutcome { Unchanged, Read, Failed };
+
+    static constexpr const char* kVariousArtists = "Various Artists";
+
+    // Opens the database at `databasePath`, creating it when missing. A file
+    // that is not a database of this layout (corrupt, or an older layout) is
+    // replaced by an empty one: it only ever holds what a scan can read again.
+    bool Open(const std::string& databasePath);
+    void Close();
+    const std::string& LastError() const { return m_error; }
+
+    // A scan: BeginScan, AddFile for each audio file the walk finds, EndScan.
+    // Writes are committed in batches, so a browser on another connection
+    // sees a long first scan grow.
+    bool BeginScan();
+    // `folder` is the path of the file's folder as the walk has it (no
+    // trailing "/"), `name` its file name. Tags are read through `read` only
+    // when the file is new or its stamp changed.
+    EAddOutcome AddFile(const std::string& folder, const std::string& name, const SFileStamp& stamp,
+                        const TagReadFunction& read = ReadTags);
+    // Ends the scan. Only a `complete` one (the walk saw the whole stick)
+    // removes the files it did not see; a scan stopped early keeps them.
+    bool EndScan(bool complete);
+
+    uint32_t TrackCount();
+
+    // Paged lists; a start past the end or a count of 0 gives no items.
+    SPage<SCategoryEntry> Artists(uint32_t startIndex, uint32_t itemCount);
+    SPage<SCategoryEntry> Genres(uint32_t startIndex, uint32_t itemCount);
+    SPage<SAlbumEntry> Albums(uint32_t startIndex, uint32_t itemCount);
+    SPage<SAlbumEntry> AlbumsByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount);
+    SPage<SAlbumEntry> AlbumsByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount);
+    SPage<STrackEntry> TracksByAlbum(uint32_t albumId, uint32_t startIndex, uint32_t itemCount);
+    SPage<STrackEntry> TracksByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount);
+    SPage<STrackEntry> TracksByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount);
+    // Artists, then albums, then tracks whose name (a track's title or file
+    // name) holds `text`, compared by SortKey: case and accents do not count.
+    SPage<SSearchEntry> Search(const std::string& text, uint32_t startIndex, uint32_t itemCount);
+
+private:
+    bool OpenFile(const std::string& databasePath);
+    bool Fail(const std::string& what);
+    bool CommitBatchIfFull();
+    bool RemoveUnseen();
+    bool RebuildIdentities();
+    uint32_t Count(const std::string& sql, int64_t key);
+
+    SqliteHandle m_database;
+    std::string m_error;
+    // The scan under way: paths seen so far, writes since the last commit,
+    // whether anything changed at all.
+    bool m_scanning = false;
+    std::set<std::string> m_seen;
+    uint32_t m_pendingWrites = 0;
+    bool m_changed = false;
+};
+
+// Gives each name of `names` (in their byte order) its 32-bit ID: `hash` of
+// the name, or when an earlier name holds that ID already, the next free one
+// upwards (wrapping, never 0xFFFFFFFF, which means "no entry"). The same set
+// of names always gets the same IDs, whatever order the files were scanned in.
+template <typename Name>
+std::map<Name, uint32_t> AssignIds(const std::set<Name>& names, const std::function<uint32_t(const Name&)>& hash)
+{
+    constexpr uint32_t kNoEntry = 0xFFFFFFFF;
+    std::map<Name, uint32_t> ids;
+    std::set<uint32_t> taken;
+    for (const Name& name : names) {
+        uint32_t id = hash(name);
+        while (id == kNoEntry || taken.count(id) != 0) {
+            ++id;
+        }
+        taken.insert(id);
+        ids.emplace(name, id);
+    }
+    return ids;
+}

@@ -1,0 +1,140 @@
+// Tags as TagLib reads them from real files tagged by mutagen.
+#include "library/TagReader.h"
+
+#include "tests/support/TempDir.h"
+#include "tests/unit/library/TagCorpus.h"
+
+#include <gtest/gtest.h>
+
+using library_test::Corpus;
+using library_test::MakeTaggedFiles;
+using testing_support::TempDir;
+
+namespace {
+class TagReaderTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), Corpus())); }
+    std::string Stick() const { return m_dir / "stick"; }
+    STrackTags Read(const std::string& relativePath) const { return ReadTags(Stick() + "/" + relativePath); }
+
+    TempDir m_dir;
+};
+}  // namespace
+
+TEST_F(TagReaderTest, Id3v1Only)
+{
+    const STrackTags tags = Read("Rock/v1.mp3");
+    EXPECT_FALSE(tags.unreadable);
+    EXPECT_EQ(tags.title, "Old Song");
+    EXPECT_EQ(tags.artist, "Vintage Band");
+    EXPECT_EQ(tags.album, "Classics");
+    EXPECT_EQ(tags.genre, "Rock");
+    EXPECT_EQ(tags.year, 1999u);
+    EXPECT_EQ(tags.trackNumber, 4u);
+    EXPECT_GE(tags.durationSeconds, 1u);
+    EXPECT_LE(tags.durationSeconds, 3u);
+}
+
+TEST_F(TagReaderTest, Id3v23Latin1WithTrackAndDiscPairs)
+{
+    const STrackTags tags = Read("Rock/Ete/01.mp3");
+    EXPECT_EQ(tags.title, "Café Noir");
+    EXPECT_EQ(tags.artist, "Zoë");
+    EXPECT_EQ(tags.album, "Été");
+    EXPECT_EQ(tags.genre, "Jazz");
+    EXPECT_EQ(tags.year, 2001u);
+    EXPECT_EQ(tags.trackNumber, 3u);
+    EXPECT_EQ(tags.trackCount, 12u);
+    EXPECT_EQ(tags.discNumber, 1u);
+    EXPECT_EQ(tags.discCount, 2u);
+    EXPECT_FALSE(tags.hasPicture);
+}
+
+TEST_F(TagReaderTest, Id3v23Utf16)
+{
+    const STrackTags tags = Read("Rock/Ete/02.mp3");
+    EXPECT_EQ(tags.title, "Ünïcödé ☃");
+    EXPECT_EQ(tags.artist, "Zoë");
+    EXPECT_EQ(tags.discNumber, 2u);
+}
+
+TEST_F(TagReaderTest, Id3v24Utf8WithPicture)
+{
+    const STrackTags tags = Read("Rock/Ete/03.mp3");
+    EXPECT_EQ(tags.title, "Aube");
+    EXPECT_EQ(tags.album, "Été");
+    EXPECT_TRUE(tags.hasPicture);
+}
+
+TEST_F(TagReaderTest, AlbumArtistAndCompilationFlag)
+{
+    EXPECT_EQ(Read("Comp/a.mp3").albumArtist, "Various Artists");
+    EXPECT_FALSE(Read("Comp/a.mp3").compilation);
+    EXPECT_TRUE(Read("Comp/b.mp3").compilation);
+}
+
+TEST_F(TagReaderTest, AsfTagsOfAWma)
+{
+    const STrackTags tags = Read("Two/abba.wma");
+    EXPECT_FALSE(tags.unreadable);
+    EXPECT_EQ(tags.title, "Dancing");
+    EXPECT_EQ(tags.artist, "ABBA");
+    EXPECT_EQ(tags.albumArtist, "ABBA");
+    EXPECT_EQ(tags.album, "Greatest Hits");
+    EXPECT_EQ(tags.genre, "Pop");
+    EXPECT_EQ(tags.year, 1975u);
+    EXPECT_EQ(tags.trackNumber, 5u);
+    EXPECT_EQ(tags.trackCount, 14u);
+    EXPECT_EQ(tags.discNumber, 1u);
+    EXPECT_TRUE(tags.hasPicture);
+    EXPECT_GE(tags.durationSeconds, 1u);
+}
+
+TEST_F(TagReaderTest, RiffInfoOfAWav)
+{
+    const STrackTags tags = Read("Wav/info.wav");
+    EXPECT_FALSE(tags.unreadable);
+    EXPECT_EQ(tags.title, "Info Title");
+    EXPECT_EQ(tags.artist, "Wave Artist");
+    EXPECT_EQ(tags.album, "Wave Album");
+    EXPECT_EQ(tags.genre, "Ambient");
+    EXPECT_EQ(tags.year, 2010u);
+    EXPECT_EQ(tags.trackNumber, 7u);
+    EXPECT_EQ(tags.durationSeconds, 2u);
+}
+
+TEST_F(TagReaderTest, NoTagsLeaveEverythingEmpty)
+{
+    const STrackTags tags = Read("Plain/none.mp3");
+    EXPECT_FALSE(tags.unreadable);
+    EXPECT_EQ(tags.title, "");
+    EXPECT_EQ(tags.artist, "");
+    EXPECT_EQ(tags.album, "");
+    EXPECT_EQ(tags.trackNumber, 0u);
+    EXPECT_GE(tags.durationSeconds, 1u);
+}
+
+TEST_F(TagReaderTest, ACorruptFileIsUnreadableAndNamedByItsFile)
+{
+    const STrackTags tags = Read("Plain/broken.wma");
+    EXPECT_TRUE(tags.unreadable);
+    EXPECT_EQ(tags.title, "broken.wma");
+    EXPECT_EQ(tags.artist, "");
+    EXPECT_EQ(tags.durationSeconds, 0u);
+    EXPECT_TRUE(ReadTags(m_dir / "missing.mp3").unreadable);
+}
+
+TEST(NumberPairTest, TrackAndDiscForms)
+{
+    uint32_t number = 9;
+    uint32_t count = 9;
+    ParseNumberPair("3/12", number, count);
+    EXPECT_EQ(number, 3u);
+    EXPECT_EQ(count, 12u);
+    ParseNumberPair("7", number, count);
+    EXPECT_EQ(number, 7u);
+    EXPECT_EQ(count, 0u);
+    ParseNumberPair("x", number, count);
+    EXPECT_EQ(number, 0u);
+    EXPECT_EQ(count, 0u);
+}

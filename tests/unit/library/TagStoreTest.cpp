@@ -1,0 +1,318 @@
+// The tag store of one stick: a scan of real tagged files, the derived
+// artists, albums and genres, their orders, search, paging, and rescans.
+#include "library/TagStore.h"
+
+#include "library/FileId.h"
+#include "tests/support/TempDir.h"
+#include "tests/unit/library/TagCorpus.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+using library_test::AudioFilesBelow;
+using library_test::Corpus;
+using library_test::MakeTaggedFiles;
+using testing_support::TempDir;
+
+namespace {
+std::string Folder(const std::string& path)
+{
+    return path.substr(0, path.rfind('/'));
+}
+
+std::string Name(const std::string& path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+template <typename Item>
+std::vector<std::string> Names(const SPage<Item>& page)
+{
+    std::vector<std::string> names;
+    for (const Item& item : page.items) {
+        names.push_back(item.name);
+    }
+    return names;
+}
+
+std::vector<std::string> Titles(const SPage<STrackEntry>& page)
+{
+    std::vector<std::string> titles;
+    for (const STrackEntry& track : page.items) {
+        titles.push_back(track.title);
+    }
+    return titles;
+}
+
+class TagStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), Corpus()));
+        ASSERT_TRUE(m_store.Open(Database())) << m_store.LastError();
+        ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    }
+
+    std::string Stick() const { return m_dir / "stick"; }
+    std::string Database() const { return m_dir / "stick.db"; }
+
+    // A complete scan of the stick into `store`, counting the tag reads.
+    void Scan(CTagStore& store, bool complete = true)
+    {
+        ASSERT_TRUE(store.BeginScan()) << store.LastError();
+        const CTagStore::TagReadFunction counted = [this](const std::string& path) {
+            ++m_reads;
+            return ReadTags(path);
+        };
+        for (const std::string& path : AudioFilesBelow(Stick())) {
+            SFileStamp stamp;
+            ASSERT_TRUE(ReadFileStamp(path, stamp)) << path;
+            ASSERT_NE(store.AddFile(Folder(path), Name(path), stamp, counted), CTagStore::EAddOutcome::Failed)
+                << path << ": " << store.LastError();
+        }
+        ASSERT_TRUE(store.EndScan(complete)) << store.LastError();
+    }
+
+    const SCategoryEntry& Artist(const std::string& name)
+    {
+        m_artists = m_store.Artists(0, 100);
+        for (const SCategoryEntry& artist : m_artists.items) {
+            if (artist.name == name) {
+                return artist;
+            }
+        }
+        ADD_FAILURE() << "no artist " << name;
+        static const SCategoryEntry none;
+        return none;
+    }
+
+    SAlbumEntry Album(const std::string& name, const std::string& artist)
+    {
+        for (const SAlbumEntry& album : m_store.Albums(0, 100).items) {
+            if (album.name == name && album.artist == artist) {
+                return album;
+            }
+        }
+        ADD_FAILURE() << "no album " << name << " by " << artist;
+        return SAlbumEntry();
+    }
+
+    TempDir m_dir;
+    CTagStore m_store;
+    int m_reads = 0;
+    SPage<SCategoryEntry> m_artists;
+};
+}  // namespace
+
+TEST_F(TagStoreTest, EveryFileIsATrackWithTheFileIdOfItsFolderAndName)
+{
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size());
+    EXPECT_EQ(m_reads, static_cast<int>(Corpus().size()));
+    const auto tracks = m_store.TracksByAlbum(Album("Hits 2000", "Various Artists").id, 0, 10);
+    ASSERT_EQ(tracks.items.size(), 2u);
+    EXPECT_EQ(tracks.items[0].fileId, FileId(Stick() + "/Comp", "a.mp3"));
+    EXPECT_EQ(tracks.items[0].name, "a.mp3");
+    EXPECT_EQ(tracks.items[0].path, Stick() + "/Comp");
+}
+
+TEST_F(TagStoreTest, ArtistsInFoldedOrderWithTheirCounts)
+{
+    const auto artists = m_store.Artists(0, 100);
+    EXPECT_EQ(Names(artists), (std::vector<std::string>{"", "ABBA", "Alpha", "Beta", "Queen", "Various Artists",
+                                                         "Vintage Band", "Wave Artist", "Zoë"}));
+    EXPECT_EQ(artists.totalCount, 9u);
+    const SCategoryEntry& zoe = Artist("Zoë");
+    EXPECT_EQ(zoe.id, FileId("", "Zoë"));
+    EXPECT_EQ(zoe.albumCount, 1u);
+    EXPECT_EQ(zoe.trackCount, 3u);
+    // The compilation's artist holds its two tracks, each by an artist of its own too.
+    EXPECT_EQ(Artist("Various Artists").trackCount, 2u);
+    EXPECT_EQ(Artist("Alpha").albumCount, 1u);
+    // The untagged and the unreadable file: one artist "", on the one album "".
+    EXPECT_EQ(Artist("").trackCount, 2u);
+    EXPECT_EQ(Artist("").albumCount, 1u);
+}
+
+TEST_F(TagStoreTest, ACompilationIsOneAlbumAndOneNameByTwoArtistsIsTwo)
+{
+    const auto albums = m_store.Albums(0, 100);
+    EXPECT_EQ(Names(albums), (std::vector<std::string>{"", "Classics", "Été", "Greatest Hits", "Greatest Hits",
+                                                        "Hits 2000", "Wave Album"}));
+    EXPECT_EQ(albums.items[3].artist, "ABBA");
+    EXPECT_EQ(albums.items[4].artist, "Queen");
+    EXPECT_NE(albums.items[3].id, albums.items[4].id);
+    const SAlbumEntry hits = Album("Hits 2000", "Various Artists");
+    EXPECT_EQ(hits.trackCount, 2u);
+    EXPECT_EQ(hits.year, 2000u);
+    EXPECT_EQ(hits.id, FileId("Various Artists", "/Hits 2000"));
+    EXPECT_EQ(Album("", "").trackCount, 2u);
+}
+
+TEST_F(TagStoreTest, AnAlbumsTracksByDiscThenTrackNumber)
+{
+    const auto tracks = m_store.TracksByAlbum(Album("Été", "Zoë").id, 0, 10);
+    EXPECT_EQ(Titles(tracks), (std::vector<std::string>{"Aube", "Café Noir", "Ünïcödé ☃"}));
+    EXPECT_EQ(tracks.items[1].trackNumber, 3u);
+    EXPECT_EQ(tracks.items[2].discNumber, 2u);
+    EXPECT_EQ(tracks.items[0].album, "Été");
+    EXPECT_EQ(tracks.items[0].artist, "Zoë");
+    EXPECT_GE(tracks.items[0].duration, 1u);
+    EXPECT_EQ(tracks.totalCount, 3u);
+}
+
+TEST_F(TagStoreTest, UntaggedAndUnreadableTracksShowTheirFileNames)
+{
+    const auto tracks = m_store.TracksByAlbum(Album("", "").id, 0, 10);
+    EXPECT_EQ(Titles(tracks), (std::vector<std::string>{"broken.wma", "none.mp3"}));
+}
+
+TEST_F(TagStoreTest, AlbumsAndTracksOfAnArtist)
+{
+    // ABBA's album first (1975), then Queen's track appears under Queen only.
+    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Queen").id, 0, 10)), (std::vector<std::string>{"Greatest Hits"}));
+    EXPECT_EQ(m_store.AlbumsByArtist(Artist("Queen").id, 0, 10).items[0].artist, "Queen");
+    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Zoë").id, 0, 10)),
+              (std::vector<std::string>{"Aube", "Café Noir", "Ünïcödé ☃"}));
+    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Various Artists").id, 0, 10)),
+              (std::vector<std::string>{"First Hit", "Second Hit"}));
+    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Beta").id, 0, 10)), (std::vector<std::string>{"Hits 2000"}));
+}
+
+TEST_F(TagStoreTest, GenresWithTheirAlbumsAndTracks)
+{
+    const auto genres = m_store.Genres(0, 10);
+    EXPECT_EQ(Names(genres), (std::vector<std::string>{"", "Ambient", "Jazz", "Pop", "Rock"}));
+    const SCategoryEntry& pop = genres.items[3];
+    EXPECT_EQ(pop.id, FileId("", "Pop"));
+    EXPECT_EQ(pop.albumCount, 2u);  // ABBA's Greatest Hits and the compilation
+    EXPECT_EQ(pop.trackCount, 3u);
+    const auto albums = m_store.AlbumsByGenre(pop.id, 0, 10);
+    EXPECT_EQ(Names(albums), (std::vector<std::string>{"Greatest Hits", "Hits 2000"}));
+    EXPECT_EQ(albums.items[0].artist, "ABBA");
+    EXPECT_EQ(Titles(m_store.TracksByGenre(pop.id, 0, 10)),
+              (std::vector<std::string>{"Dancing", "First Hit", "Second Hit"}));
+    EXPECT_EQ(Titles(m_store.TracksByGenre(genres.items[4].id, 0, 10)),
+              (std::vector<std::string>{"Old Song", "Bohemian"}));
+}
+
+TEST_F(TagStoreTest, SearchIgnoresCaseAndAccents)
+{
+    const auto cafe = m_store.Search("cafe", 0, 10);
+    ASSERT_EQ(cafe.totalCount, 1u);
+    EXPECT_EQ(cafe.items[0].kind, ESearchKind::Track);
+    EXPECT_EQ(cafe.items[0].name, "Café Noir");
+    EXPECT_EQ(cafe.items[0].fileName, "01.mp3");
+    EXPECT_EQ(cafe.items[0].path, Stick() + "/Rock/Ete");
+    EXPECT_EQ(cafe.items[0].id, FileId(Stick() + "/Rock/Ete", "01.mp3"));
+    EXPECT_EQ(m_store.Search("CAFÉ", 0, 10).totalCount, 1u);
+
+    const auto zoe = m_store.Search("ZOE", 0, 10);
+    ASSERT_EQ(zoe.totalCount, 1u);
+    EXPECT_EQ(zoe.items[0].kind, ESearchKind::Artist);
+    EXPECT_EQ(zoe.items[0].name, "Zoë");
+
+    // Artists, then albums, then tracks, each in name order.
+    const auto hits = m_store.Search("hit", 0, 10);
+    ASSERT_EQ(hits.totalCount, 5u);
+    EXPECT_EQ(hits.items[0].kind, ESearchKind::Album);
+    EXPECT_EQ(hits.items[0].artist, "ABBA");
+    EXPECT_EQ(hits.items[2].name, "Hits 2000");
+    EXPECT_EQ(hits.items[3].name, "First Hit");
+    EXPECT_EQ(hits.items[4].name, "Second Hit");
+    EXPECT_EQ(m_store.Search("", 0, 10).totalCount, 0u);
+    EXPECT_EQ(m_store.Search("nothing like it", 0, 10).totalCount, 0u);
+}
+
+TEST_F(TagStoreTest, PagingEdges)
+{
+    const auto middle = m_store.Artists(2, 3);
+    EXPECT_EQ(Names(middle), (std::vector<std::string>{"Alpha", "Beta", "Queen"}));
+    EXPECT_EQ(middle.totalCount, 9u);
+    const auto rest = m_store.Artists(7, 100);
+    EXPECT_EQ(Names(rest), (std::vector<std::string>{"Wave Artist", "Zoë"}));
+    const auto pastEnd = m_store.Artists(9, 5);
+    EXPECT_TRUE(pastEnd.items.empty());
+    EXPECT_EQ(pastEnd.totalCount, 9u);
+    const auto none = m_store.Albums(0, 0);
+    EXPECT_TRUE(none.items.empty());
+    EXPECT_EQ(none.totalCount, 7u);
+    EXPECT_TRUE(m_store.Search("hit", 5, 5).items.empty());
+    EXPECT_EQ(Titles(m_store.TracksByAlbum(Album("Été", "Zoë").id, 2, 1)), (std::vector<std::string>{"Ünïcödé ☃"}));
+    EXPECT_TRUE(m_store.TracksByArtist(12345, 0, 10).items.empty());
+}
+
+TEST_F(TagStoreTest, ARescanOfAnUnchangedStickReadsNoFile)
+{
+    m_store.Close();
+    CTagStore again;  // as after a re-plug: the file is all that is left
+    ASSERT_TRUE(again.Open(Database())) << again.LastError();
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(again));
+    EXPECT_EQ(m_reads, 0);
+    EXPECT_EQ(again.TrackCount(), Corpus().size());
+    EXPECT_EQ(again.Artists(0, 100).totalCount, 9u);
+}
+
+TEST_F(TagStoreTest, AChangedFileIsReadAgain)
+{
+    library_test::STaggedFile retagged = Corpus()[6];  // Queen's track
+    retagged.tags["artist"] = "Queen & Co";
+    ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    EXPECT_EQ(m_reads, 1);
+    const auto queen = m_store.Search("queen", 0, 10);
+    ASSERT_EQ(queen.totalCount, 1u);
+    EXPECT_EQ(queen.items[0].name, "Queen & Co");
+}
+
+TEST_F(TagStoreTest, AFileNoLongerThereIsRemovedWithWhatOnlyItHeld)
+{
+    ASSERT_EQ(unlink((Stick() + "/Wav/info.wav").c_str()), 0);
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    EXPECT_EQ(m_reads, 0);
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size() - 1);
+    EXPECT_EQ(m_store.Search("wave", 0, 10).totalCount, 0u);
+    EXPECT_EQ(Names(m_store.Genres(0, 10)), (std::vector<std::string>{"", "Jazz", "Pop", "Rock"}));
+}
+
+TEST_F(TagStoreTest, AScanStoppedEarlyRemovesNothing)
+{
+    ASSERT_EQ(unlink((Stick() + "/Wav/info.wav").c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store, false));
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size());
+}
+
+TEST_F(TagStoreTest, TheDatabaseIsInWalModeAndReadableFromASecondConnection)
+{
+    struct stat info {};
+    EXPECT_EQ(stat((Database() + "-wal").c_str(), &info), 0) << "no write-ahead log beside " << Database();
+    CTagStore reader;
+    ASSERT_TRUE(reader.Open(Database())) << reader.LastError();
+    EXPECT_EQ(reader.TrackCount(), Corpus().size());
+}
+
+TEST(TagStoreFileTest, AFileThatIsNoDatabaseIsReplacedByAnEmptyOne)
+{
+    const TempDir dir;
+    testing_support::WriteFile(dir / "stick.db", std::string(8192, 'x'));
+    CTagStore store;
+    ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
+    EXPECT_EQ(store.TrackCount(), 0u);
+    EXPECT_TRUE(store.Artists(0, 10).items.empty());
+}
+
+TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
+{
+    const TempDir dir;
+    CTagStore store;
+    ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
+    EXPECT_EQ(store.AddFile(dir.Path(), "a.mp3", SFileStamp()), CTagStore::EAddOutcome::Failed);
+    EXPECT_FALSE(store.EndScan(true));
+}
