@@ -24,6 +24,10 @@ int RpcPort();
 // "/var/lib/usb-media-service" under the root prefix. Not created here.
 std::string StateDirectory();
 
+// Creates the state folder `path` and its missing parents; the last one
+// private to the service (0700), as it is when systemd makes it.
+bool MakeStateDirectory(const std::string& path);
+
 // Built-in defaults.
 constexpr const char* kDefaultRpcAddress = "127.0.0.1";
 constexpr int kDefaultRpcPort = 8885;
