@@ -43,6 +43,12 @@ int RpcPort()
     return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultRpcPort;
 }
 
+std::string AudioFormatsSetting()
+{
+    const char* formats = Variable("USBMEDIA_FORMATS");
+    return formats != nullptr ? formats : "";
+}
+
 std::string StateDirectory()
 {
     const char* fromSystemd = Variable("STATE_DIRECTORY");
