@@ -162,7 +162,10 @@ void CTagLibrary::RunScan(std::string root, std::string uuid)
     }
     CTagScanPass pass(writer, m_stopScan, [this](uint32_t scanned, uint32_t total) { OnProgress(scanned, total); });
     const ETagScanEnd end = pass.Run(index);
-    const bool stored = writer.EndScan(end == ETagScanEnd::kComplete);
+    // A stop commits what was read and returns at once: rebuilding the
+    // artists and albums of a big stick would hold up the pull or the new
+    // scan waiting for this one; the next complete scan does it.
+    const bool stored = writer.EndScan(end == ETagScanEnd::kComplete, end != ETagScanEnd::kStopped);
     const SLibraryCounts counts = writer.Counts();
     if (end == ETagScanEnd::kStopped) {
         FinishScan(ELibraryState::kIdle, counts);

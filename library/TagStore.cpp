@@ -57,7 +57,7 @@ VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?1
 ON CONFLICT(path) DO UPDATE SET fileId = ?4, size = ?5, modifiedNs = ?6, title = ?7, artist = ?8,
   albumArtist = ?9, album = ?10, genre = ?11, year = ?12, trackNumber = ?13, trackCount = ?14,
   discNumber = ?15, discCount = ?16, duration = ?17, compilation = ?18, hasPicture = ?19,
-  unreadable = ?20, titleKey = ?21)sql";
+  unreadable = ?20, titleKey = ?21, albumId = 0, genreId = 0)sql";
 
 const char* const kTrackColumns =
     "t.fileId, t.name, t.folder, t.title, t.artist, t.album, "
@@ -377,14 +377,18 @@ bool CTagStore::LoadKnownStamps()
     return !stamps.Failed() || Fail("cannot read the stored files");
 }
 
-bool CTagStore::EndScan(bool complete)
+bool CTagStore::EndScan(bool complete, bool rebuild)
 {
     if (!m_scanning) {
         return Fail("no scan to end");
     }
     m_scanning = false;
     std::string error;
-    const bool stored = (!complete || RemoveUnseen()) && (!m_changed || RebuildIdentities());
+    // Tracks stored by a scan that stopped before its rebuild are still
+    // unlinked (album 0): a later scan links them even when it changed nothing.
+    bool stored = !complete || RemoveUnseen();
+    const bool relink = m_changed || Count("SELECT EXISTS(SELECT 1 FROM tracks WHERE albumId = 0)", 0) != 0;
+    stored = stored && (!relink || !rebuild || RebuildIdentities());
     m_unseen.clear();
     m_upsert = CSqliteStatement();
     if (!stored) {

@@ -122,7 +122,10 @@ public:
                         const TagReadFunction& read = ReadTags);
     // Ends the scan. Only a `complete` one (the walk saw the whole stick)
     // removes the files it did not see; a scan stopped early keeps them.
-    bool EndScan(bool complete);
+    // Without `rebuild` the artists, albums and genres stay as they were
+    // (a scan told to stop commits its files at once and leaves the rest to
+    // the next scan).
+    bool EndScan(bool complete, bool rebuild = true);
 
     uint32_t TrackCount();
     SLibraryCounts Counts();
@@ -174,7 +177,8 @@ private:
 
 // Gives each name of `names` (in their byte order) its 32-bit ID: `hash` of
 // the name, or when an earlier name holds that ID already, the next free one
-// upwards (wrapping, never 0xFFFFFFFF, which means "no entry"). The same set
+// upwards (wrapping, never 0xFFFFFFFF, which means "no entry", nor 0, which
+// marks a track not yet linked to its album). The same set
 // of names always gets the same IDs, whatever order the files were scanned in.
 template <typename Name>
 std::map<Name, uint32_t> AssignIds(const std::set<Name>& names, const std::function<uint32_t(const Name&)>& hash)
@@ -184,7 +188,7 @@ std::map<Name, uint32_t> AssignIds(const std::set<Name>& names, const std::funct
     std::set<uint32_t> taken;
     for (const Name& name : names) {
         uint32_t id = hash(name);
-        while (id == kNoEntry || taken.count(id) != 0) {
+        while (id == kNoEntry || id == 0 || taken.count(id) != 0) {
             ++id;
         }
         taken.insert(id);

@@ -62,7 +62,7 @@ protected:
     std::string Database() const { return m_dir / "stick.db"; }
 
     // A complete scan of the stick into `store`, counting the tag reads.
-    void Scan(CTagStore& store, bool complete = true)
+    void Scan(CTagStore& store, bool complete = true, bool rebuild = true)
     {
         ASSERT_TRUE(store.BeginScan()) << store.LastError();
         const CTagStore::TagReadFunction counted = [this](const std::string& path) {
@@ -75,7 +75,7 @@ protected:
             ASSERT_NE(store.AddFile(Folder(path), Name(path), stamp, counted), CTagStore::EAddOutcome::Failed)
                 << path << ": " << store.LastError();
         }
-        ASSERT_TRUE(store.EndScan(complete)) << store.LastError();
+        ASSERT_TRUE(store.EndScan(complete, rebuild)) << store.LastError();
     }
 
     const SCategoryEntry& Artist(const std::string& name)
@@ -314,4 +314,17 @@ TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
     ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
     EXPECT_EQ(store.AddFile(dir.Path(), "a.mp3", SFileStamp()), CTagStore::EAddOutcome::Failed);
     EXPECT_FALSE(store.EndScan(true));
+}
+
+TEST_F(TagStoreTest, TracksStoredByAStoppedScanAreLinkedByTheNextOneThatChangesNothing)
+{
+    library_test::STaggedFile retagged = Corpus()[6];  // Queen's track
+    retagged.tags["artist"] = "Queen & Co";
+    ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store, false, false));  // stored, not linked
+    EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 0u);
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    EXPECT_EQ(m_reads, 0);
+    EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 1u);
 }
