@@ -3,7 +3,7 @@
 #include "library/AlbumCover.h"
 
 #include "tests/support/TempDir.h"
-#include "tests/unit/library/TagCorpus.h"
+#include "tests/support/TagCorpus.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-using library_test::MakeTaggedFiles;
-using library_test::STaggedFile;
+using testing_support::MakeTaggedFiles;
+using testing_support::STaggedFile;
 using testing_support::MakeDirs;
 using testing_support::TempDir;
 using testing_support::WriteFile;
