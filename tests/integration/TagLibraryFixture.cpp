@@ -45,6 +45,9 @@ with open(sys.argv[2], "w") as out:
 void TagLibraryTest::StartLibraryDaemon()
 {
     StartDaemon({"-l", "a"}, {{"STATE_DIRECTORY", StateFolder()}});
+    // Scan notifications go to the clients that called a library method.
+    const Json::Value status = Status();
+    ASSERT_TRUE(status.isMember("state")) << status.toStyledString();
 }
 
 Json::Value TagLibraryTest::Status()

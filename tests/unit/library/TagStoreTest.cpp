@@ -318,7 +318,7 @@ TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
 
 TEST_F(TagStoreTest, TracksStoredByAStoppedScanAreLinkedByTheNextOneThatChangesNothing)
 {
-    library_test::STaggedFile retagged = Corpus()[6];  // Queen's track
+    testing_support::STaggedFile retagged = Corpus()[6];  // Queen's track
     retagged.tags["artist"] = "Queen & Co";
     ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
     ASSERT_NO_FATAL_FAILURE(Scan(m_store, false, false));  // stored, not linked
