@@ -318,3 +318,19 @@ TEST_F(LibraryScanTest, OnlyTheEightSticksUsedLastKeepTheirDatabases)
     }
     EXPECT_EQ(DatabaseFiles(), expected);
 }
+
+TEST_F(LibraryScanTest, AClientThatNeverAskedTheLibraryHearsNoneOfItsScans)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeTaggedCopies(Stick1(), 20, 10));
+    StartLibraryDaemon();
+    testing_support::RpcClient other;
+    ASSERT_TRUE(other.Connect(m_daemon->Port()));
+    ASSERT_FALSE(other.Call("ping").isNull());
+    ASSERT_FALSE(IndexStickAndWaitUntilReady().isNull());
+    // The end of the scan was queued for this fixture's client before the
+    // ping below is answered; the other client's stream holds no scan at all.
+    ASSERT_FALSE(other.Call("ping").isNull());
+    Json::Value notification;
+    EXPECT_FALSE(other.NextNotification(notification, "libraryScanNotification", 500))
+        << notification.toStyledString();
+}
