@@ -8,18 +8,20 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace {
 // Raised whenever the tables change shape: a file of another version is
 // dropped and scanned again, never migrated (it is a cache of the stick).
-constexpr int kSchemaVersion = 1;
+constexpr int kSchemaVersion = 2;
 // Files written per transaction during a scan.
 constexpr uint32_t kBatchSize = 256;
 
 const char* const kSchema = R"sql(
+-- A file is found by its rowid, which a scan learns with its stamp: no index
+-- on the path is kept (it would cost a third of the database).
 CREATE TABLE tracks(
-  path TEXT PRIMARY KEY,          -- folder + "/" + name, the file to read
   folder TEXT NOT NULL,
   name TEXT NOT NULL,
   fileId INTEGER NOT NULL,        -- FileId(folder, name)
@@ -50,14 +52,13 @@ DROP TABLE IF EXISTS tracks; DROP TABLE IF EXISTS artists; DROP TABLE IF EXISTS 
 DROP TABLE IF EXISTS albums; DROP TABLE IF EXISTS trackArtists;
 )sql";
 
-const char* const kUpsertTrack = R"sql(
-INSERT INTO tracks(path, folder, name, fileId, size, modifiedNs, title, artist, albumArtist, album, genre,
-  year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable, titleKey)
-VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21)
-ON CONFLICT(path) DO UPDATE SET fileId = ?4, size = ?5, modifiedNs = ?6, title = ?7, artist = ?8,
-  albumArtist = ?9, album = ?10, genre = ?11, year = ?12, trackNumber = ?13, trackCount = ?14,
-  discNumber = ?15, discCount = ?16, duration = ?17, compilation = ?18, hasPicture = ?19,
-  unreadable = ?20, titleKey = ?21, albumId = 0, genreId = 0)sql";
+// ?1 is the row of the file when it is stored already, else NULL for a new
+// one; a replaced row loses its links (album 0) until the rebuild.
+const char* const kStoreTrack = R"sql(
+INSERT OR REPLACE INTO tracks(rowid, folder, name, fileId, size, modifiedNs, title, artist, albumArtist, album,
+  genre, year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable,
+  titleKey)
+VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21))sql";
 
 const char* const kTrackColumns =
     "t.fileId, t.name, t.folder, t.title, t.artist, t.album, "
@@ -279,7 +280,7 @@ bool CTagStore::OpenFile(const std::string& databasePath)
 
 void CTagStore::Close()
 {
-    m_upsert = CSqliteStatement();  // statements go before their connection
+    m_store = CSqliteStatement();  // statements go before their connection
     m_database.reset();
     m_scanning = false;
     m_unseen.clear();
@@ -294,8 +295,8 @@ bool CTagStore::BeginScan()
     if (!SqliteExec(m_database.get(), "BEGIN", error)) {
         return Fail("cannot begin a scan");
     }
-    m_upsert = CSqliteStatement(m_database.get(), kUpsertTrack);
-    if (!m_upsert.IsValid() || !LoadKnownStamps()) {
+    m_store = CSqliteStatement(m_database.get(), kStoreTrack);
+    if (!m_store.IsValid() || !LoadKnownStamps()) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
         return Fail("cannot prepare a scan");
     }
@@ -324,8 +325,11 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
     }
     const std::string path = folder + "/" + name;
     const auto known = m_unseen.find(path);
+    std::optional<int64_t> row;
     if (known != m_unseen.end()) {
-        const bool unchanged = known->second.size == stamp.size && known->second.modifiedNs == stamp.modifiedNs;
+        const SFileStamp& stored = known->second.stamp;
+        const bool unchanged = stored.size == stamp.size && stored.modifiedNs == stamp.modifiedNs;
+        row = known->second.rowId;
         m_unseen.erase(known);
         if (unchanged) {
             return EAddOutcome::Unchanged;
@@ -337,8 +341,11 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
     const std::string title = tags.unreadable ? std::string() : tags.title;
     const std::string& shownTitle = title.empty() ? name : title;
 
-    CSqliteStatement& upsert = m_upsert;
-    upsert.Bind(1, path).Bind(2, folder).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
+    CSqliteStatement& upsert = m_store;
+    if (row) {
+        upsert.Bind(1, *row);
+    }
+    upsert.Bind(2, folder).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
     upsert.Bind(5, stamp.size).Bind(6, stamp.modifiedNs).Bind(7, title).Bind(8, tags.artist);
     upsert.Bind(9, tags.albumArtist).Bind(10, tags.album).Bind(11, tags.genre).Bind(12, int64_t{tags.year});
     upsert.Bind(13, int64_t{tags.trackNumber}).Bind(14, int64_t{tags.trackCount});
@@ -355,9 +362,9 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
 
 bool CTagStore::RemoveUnseen()
 {
-    CSqliteStatement remove(m_database.get(), "DELETE FROM tracks WHERE path = ?");
+    CSqliteStatement remove(m_database.get(), "DELETE FROM tracks WHERE rowid = ?");
     for (const auto& gone : m_unseen) {
-        if (!remove.Bind(1, gone.first).Run()) {
+        if (!remove.Bind(1, gone.second.rowId).Run()) {
             return Fail("cannot remove " + gone.first);
         }
     }
@@ -370,9 +377,10 @@ bool CTagStore::RemoveUnseen()
 bool CTagStore::LoadKnownStamps()
 {
     m_unseen.clear();
-    CSqliteStatement stamps(m_database.get(), "SELECT path, size, modifiedNs FROM tracks");
+    CSqliteStatement stamps(m_database.get(), "SELECT folder, name, size, modifiedNs, rowid FROM tracks");
     while (stamps.Step()) {
-        m_unseen.emplace(stamps.Text(0), SFileStamp{stamps.Integer(1), stamps.Integer(2)});
+        m_unseen.emplace(stamps.Text(0) + "/" + stamps.Text(1),
+                         SKnownFile{SFileStamp{stamps.Integer(2), stamps.Integer(3)}, stamps.Integer(4)});
     }
     return !stamps.Failed() || Fail("cannot read the stored files");
 }
@@ -390,7 +398,7 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
     const bool relink = m_changed || Count("SELECT EXISTS(SELECT 1 FROM tracks WHERE albumId = 0)", 0) != 0;
     stored = stored && (!relink || !rebuild || RebuildIdentities());
     m_unseen.clear();
-    m_upsert = CSqliteStatement();
+    m_store = CSqliteStatement();
     if (!stored) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
         return false;
@@ -555,7 +563,7 @@ const char* const kAlbumsOfGenre = " FROM albums a WHERE a.id IN (SELECT albumId
 const char* const kAlbumsNamed = " FROM albums a WHERE instr(a.sortKey, ?) > 0";
 // An artist's tracks, and the whole list: album year, album, disc, track.
 const char* const kArtistTrackOrder =
-    " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.path LIMIT ? OFFSET ?";
+    " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name LIMIT ? OFFSET ?";
 
 std::string Select(const char* columns, const std::string& rest)
 {
@@ -609,7 +617,7 @@ SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, const PageChooser&
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE albumId = ?",
                              Select("SELECT ", kTrackColumns) +
                                  " FROM tracks t WHERE t.albumId = ? "
-                                 "ORDER BY t.discNumber, t.trackNumber, t.titleKey, t.path LIMIT ? OFFSET ?",
+                                 "ORDER BY t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name LIMIT ? OFFSET ?",
                              &key, nullptr, page, TrackFrom);
 }
 
@@ -629,7 +637,7 @@ SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, const PageChooser&
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE genreId = ?",
                              Select("SELECT ", kTrackColumns) +
                                  " FROM tracks t JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
-                                 " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.path"
+                                 " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name"
                                  " LIMIT ? OFFSET ?",
                              &key, nullptr, page, TrackFrom);
 }
@@ -665,7 +673,7 @@ SPage<STrackEntry> CTagStore::SearchTracks(const std::string& text, const PageCh
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE instr(titleKey, ?) > 0",
                              Select("SELECT ", kTrackColumns) +
                                  " FROM tracks t WHERE instr(t.titleKey, ?) > 0"
-                                 " ORDER BY t.titleKey, t.path LIMIT ? OFFSET ?",
+                                 " ORDER BY t.titleKey, t.folder, t.name LIMIT ? OFFSET ?",
                              nullptr, &key, page, TrackFrom);
 }
 
@@ -677,7 +685,7 @@ SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)
     }
     CSqliteStatement tracks(m_database.get(),
                             "SELECT folder, name, hasPicture FROM tracks WHERE albumId = ? "
-                            "ORDER BY discNumber, trackNumber, titleKey, path");
+                            "ORDER BY discNumber, trackNumber, titleKey, folder, name");
     tracks.Bind(1, int64_t{albumId});
     while (tracks.Step()) {
         if (source.folder.empty()) {

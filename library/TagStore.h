@@ -169,8 +169,12 @@ private:
     // has not seen yet (what is left at a complete end is gone), writes
     // since the last commit, whether anything changed at all.
     bool m_scanning = false;
-    std::unordered_map<std::string, SFileStamp> m_unseen;
-    CSqliteStatement m_upsert;
+    struct SKnownFile {
+        SFileStamp stamp;
+        int64_t rowId = 0;
+    };
+    std::unordered_map<std::string, SKnownFile> m_unseen;  // by folder + "/" + name
+    CSqliteStatement m_store;
     uint32_t m_pendingWrites = 0;
     bool m_changed = false;
 };
