@@ -1,5 +1,7 @@
 #include "tools/Verbs.h"
 
+#include "tools/LibraryRequests.h"
+
 #include <algorithm>
 #include <cctype>
 #include <sstream>
@@ -10,6 +12,14 @@ namespace {
 const std::string kPlaybackNote =
     "The service plays only while a client is connected: keep `usb-media-ctl watch`\n"
     "running in another terminal, or playback stops at the next notification.\n";
+
+const std::string kLibraryPageNote =
+    "START is the index of the first entry (default 0; -1 is the last), COUNT how many\n"
+    "to show (default " + std::to_string(kDefaultLibraryCount) + ").\n";
+const std::string kLibraryIdNote = "The number before each entry is its ID, for the next verb:\n";
+const std::string kPlayTracksNote =
+    "Plays the tracks that tracks --album ID (--artist, --genre) lists, from the first,\n"
+    "or from TRACKID, a track ID of that list.\n";
 
 std::vector<Verb> MakeVerbs()
 {
@@ -60,6 +70,40 @@ std::vector<Verb> MakeVerbs()
          "newest files; an image over 16 MiB is not written) and announces it; this waits for that\n"
          "announcement. A track without a cover image sends none.\n",
          {{"--wait", true, "SECONDS", "how long to wait for the image (default 5)"}}, 0, 0, RunAlbumArt},
+        {"library", "", "state of the stick's tag library and what it holds", "getLibraryStatusUSB",
+         "The service reads the tags of the stick's audio files in the background and keeps\n"
+         "them per stick in its state folder. States: idle (no stick library), scanning\n"
+         "(\"scanned\" of \"total\" files so far), ready, failed (20 read errors in a row).\n",
+         {}, 0, 0, RunLibrary},
+        {"artists", "[START [COUNT]]", "list the artists of the tag library", "getArtistsUSB",
+         kLibraryPageNote + kLibraryIdNote + "albums --artist ID and tracks --artist ID take an artist's ID.\n", {}, 0,
+         2, RunArtists},
+        {"genres", "[START [COUNT]]", "list the genres of the tag library", "getGenresUSB",
+         kLibraryPageNote + kLibraryIdNote + "albums --genre ID and tracks --genre ID take a genre's ID.\n", {}, 0, 2,
+         RunGenres},
+        {"albums", "[START [COUNT]]", "list the albums, of an artist or a genre", "getAlbumsUSB",
+         kLibraryPageNote + kLibraryIdNote + "tracks --album ID and play-album ID take an album's ID.\n"
+         "The album's cover file is in the reply (--json).\n",
+         {{"--artist", true, "ID", "the albums of this artist"}, {"--genre", true, "ID", "the albums of this genre"}},
+         0, 2, RunAlbums},
+        {"tracks", "[START [COUNT]]", "list the tracks, of an album, an artist or a genre", "getTracksUSB",
+         kLibraryPageNote +
+             "A track's ID is its file's ID as ls shows it: play-index ID plays it in its folder,\n"
+             "play-album ID TRACKID within its album.\n",
+         {{"--album", true, "ID", "the tracks of this album"},
+          {"--artist", true, "ID", "the tracks of this artist"},
+          {"--genre", true, "ID", "the tracks of this genre"}},
+         0, 2, RunTracks},
+        {"search", "TEXT [START [COUNT]]", "find artists, albums and tracks by name", "searchLibraryUSB",
+         "Case and accents do not count: \"cafe\" finds \"Café\". START and COUNT page each\n"
+         "of the three lists alike.\n" + kLibraryPageNote,
+         {}, 1, 3, RunSearch},
+        {"play-album", "ID [TRACKID]", "play an album, from its first track or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
+        {"play-artist", "ID [TRACKID]", "play an artist's tracks, from the first or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
+        {"play-genre", "ID [TRACKID]", "play a genre's tracks, from the first or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
         {"index", "[PATH]", "build the storage index of a stick", "indexUsbStorage",
          "PATH defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1.\n", {}, 0, 1, RunIndex},
         {"crc", "", "CRC-32 of the storage index, in decimal", "getUsbStorageCrc32", "", {}, 0, 0, RunCrc},
@@ -88,8 +132,9 @@ std::vector<Verb> MakeVerbs()
          "The service hands the snapshot out once.\n", {}, 0, 0, RunResumeInfo},
         {"watch", "", "print notifications as they arrive", "(none: it listens)",
          "One line per notification: the track, the time (redrawn in place with a progress\n"
-         "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist and\n"
-         "album art. With --json the notifications are printed exactly as received.\n"
+         "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist,\n"
+         "album art and the tag library's scan. With --json the notifications are printed\n"
+         "exactly as received.\n"
          "Ends on Ctrl-C (SIGINT), SIGTERM or when the service closes the connection.\n"
          "While it runs the service keeps playing (it stops when nobody listens).\n",
          {}, 0, 0, RunWatch},
