@@ -17,4 +17,8 @@ public:
     std::list<int> GetClients() const override;
     std::string WireText(const Json::Value& notification) const override;
     bool Send(int client, const std::string& text) override;
+
+    // Queues `notification` for every client connected now (for the
+    // notifications that are not the player's).
+    void Broadcast(const Json::Value& notification);
 };
