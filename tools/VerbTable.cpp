@@ -88,8 +88,8 @@ std::vector<Verb> MakeVerbs()
          0, 2, RunAlbums},
         {"tracks", "[START [COUNT]]", "list the tracks, of an album, an artist or a genre", "getTracksUSB",
          kLibraryPageNote +
-             "A track's ID is its file's ID as ls shows it: play-index ID plays it in its folder,\n"
-             "play-album ID TRACKID within its album.\n",
+             "A track's ID is its file's ID as ls shows it; play-album ID TRACKID (play-artist,\n"
+             "play-genre) starts that list from the track.\n",
          {{"--album", true, "ID", "the tracks of this album"},
           {"--artist", true, "ID", "the tracks of this artist"},
           {"--genre", true, "ID", "the tracks of this genre"}},
