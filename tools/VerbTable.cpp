@@ -110,7 +110,8 @@ std::vector<Verb> MakeVerbs()
         {"usb", "usb1|usb2 plugged|unplugged", "report a USB stick event", "usbConnectionEvent",
          "The stick is reported as supported and readable unless told otherwise.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
-          {"--unreadable", false, "", "report the stick as unreadable"}},
+          {"--unreadable", false, "", "report the stick as unreadable"},
+          {"--fs-uuid", true, "UUID", "the stick's file system UUID, which its tag library is kept by"}},
          2, 2, RunUsb},
         {"mount-event", "[MOUNTPOINT [mounted|unmounted]]", "report a stick mounted or unmounted (for udev)",
          "usbConnectionEvent",
@@ -120,9 +121,12 @@ std::vector<Verb> MakeVerbs()
          "arguments. Without them it reads what a udev environment sets: the mount point\n"
          "from USBMEDIA_MOUNT_POINT, the event from ACTION (add or remove), and the file\n"
          "system from ID_FS_TYPE (one the service cannot read is reported as not\n"
-         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
+         "supported). A mount also sends the file system UUID, from --fs-uuid or udev's\n"
+         "ID_FS_UUID: the service keeps the stick's tag library by it. MOUNTPOINT may carry\n"
+         "the $USBMEDIA_ROOT prefix.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
-          {"--unreadable", false, "", "report the stick as unreadable"}},
+          {"--unreadable", false, "", "report the stick as unreadable"},
+          {"--fs-uuid", true, "UUID", "the stick's file system UUID (default $ID_FS_UUID)"}},
          0, 2, RunMountEvent},
         {"power", "off|on", "soft power-off, or wake up again", "setSoftPowerOff",
          "\"off\" keeps a snapshot of the track when paused or playing; \"on\" makes it\n"

@@ -1214,6 +1214,11 @@ protected:
     void IndexAndWaitForTheLibrary()
     {
         CliOk({"index", "/mnt/usb-stick1"});
+        WaitForTheLibrary();
+    }
+
+    void WaitForTheLibrary()
+    {
         Json::Value notification;
         while (listener.NextNotification(notification, "libraryScanNotification", kWireTimeoutMs)) {
             if (notification["params"]["state"] != "scanning") {
@@ -1354,4 +1359,24 @@ TEST_F(CliLibraryTest, RepliesTheVerbsPrintAreAsDescribed)
     play["startTrackID"] = 1;
     const Json::Value refused = Call("playTracksUSB", play);
     EXPECT_EQ(refused["error"]["code"], -12) << refused.toStyledString();
+}
+
+// A plug event with the file system UUID: the library is kept under it.
+TEST_F(CliLibraryTest, PluggedStickIsKeptByItsFileSystemUuid)
+{
+    EXPECT_EQ(CliOk({"usb", "usb1", "plugged", "--fs-uuid", "1234-ABCD"}), "usb1: plugged reported\n");
+    WaitForTheLibrary();
+    EXPECT_TRUE(Exists(Root() + "/var/lib/usb-media-service/tags-uuid-1234-ABCD.sqlite"))
+        << testing::PrintToString(testing_support::FolderNames(Root() + "/var/lib/usb-media-service"));
+}
+
+TEST_F(CliLibraryTest, MountEventSendsUdevsFileSystemUuid)
+{
+    CliProcess::Options options = CliOptions({"mount-event", "/mnt/usb-stick1", "mounted"});
+    options.environment["ID_FS_UUID"] = "CAFE-0001";
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
+    ASSERT_EQ(result.status, 0) << result.err;
+    WaitForTheLibrary();
+    EXPECT_TRUE(Exists(Root() + "/var/lib/usb-media-service/tags-uuid-CAFE-0001.sqlite"))
+        << testing::PrintToString(testing_support::FolderNames(Root() + "/var/lib/usb-media-service"));
 }

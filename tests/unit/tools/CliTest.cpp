@@ -110,6 +110,8 @@ TEST(CliUsageTest, UsageErrorsGiveTwo)
         {"play-album"},
         {"play-artist", "1", "2", "3"},
         {"play-genre", "-1"},
+        {"usb", "usb1", "plugged", "--fs-uuid"},
+        {"index", "--fs-uuid", "x"},
         {"call"},
         {"call", "ping", "{not json"},
         {"--port", "99999", "status"},
