@@ -137,10 +137,18 @@ const SUsbStick* StickHolding(const std::string& path)
 }  // namespace
 
 void UsbMediaRequestHandler::KeepLibraryIn(const std::string& directory, const std::string& artDirectory,
-                                           CTagLibrary::StatusListener listener)
+                                           CTagLibrary::StatusListener listener, std::function<void()> listenCaller)
 {
+    m_listenCaller = std::move(listenCaller);
     m_tagLibrary = std::make_unique<CTagLibrary>(directory, std::move(listener));
     m_libraryArt = std::make_unique<CLibraryArt>(artDirectory);
+}
+
+void UsbMediaRequestHandler::ListenToLibrary()
+{
+    if (m_listenCaller) {
+        m_listenCaller();
+    }
 }
 
 void UsbMediaRequestHandler::StopLibrary()
@@ -186,6 +194,7 @@ void UsbMediaRequestHandler::FollowStickEvent(const std::string& device, bool co
 bool UsbMediaRequestHandler::getLibraryStatusUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     response["result"] = BuildLibraryStatusObject(m_tagLibrary ? m_tagLibrary->Status() : SLibraryStatus{});
     return true;
 }
@@ -193,6 +202,7 @@ bool UsbMediaRequestHandler::getLibraryStatusUSB(const Json::Value& request, Jso
 bool UsbMediaRequestHandler::getArtistsUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     const auto page = ReadLibrary([&](CTagStore& store) { return store.Artists(RequestedPage(params)); });
     response["result"] = PageObject(page, params, CategoryEntry);
@@ -202,6 +212,7 @@ bool UsbMediaRequestHandler::getArtistsUSB(const Json::Value& request, Json::Val
 bool UsbMediaRequestHandler::getGenresUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     const auto page = ReadLibrary([&](CTagStore& store) { return store.Genres(RequestedPage(params)); });
     response["result"] = PageObject(page, params, CategoryEntry);
@@ -211,6 +222,7 @@ bool UsbMediaRequestHandler::getGenresUSB(const Json::Value& request, Json::Valu
 bool UsbMediaRequestHandler::getAlbumsUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     const SListChoice list = ChosenList(params, false);
     const auto page = ReadLibrary([&](CTagStore& store) {
@@ -261,6 +273,7 @@ SPage<STrackEntry> UsbMediaRequestHandler::ChosenTracks(const Json::Value& param
 bool UsbMediaRequestHandler::getTracksUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     response["result"] = PageObject(ChosenTracks(params, RequestedPage(params)), params, TrackEntry);
     return true;
@@ -269,6 +282,7 @@ bool UsbMediaRequestHandler::getTracksUSB(const Json::Value& request, Json::Valu
 bool UsbMediaRequestHandler::searchLibraryUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     const std::string text = ReadString(params, "text");
     Json::Value result(Json::objectValue);
@@ -290,6 +304,7 @@ bool UsbMediaRequestHandler::searchLibraryUSB(const Json::Value& request, Json::
 bool UsbMediaRequestHandler::playTracksUSB(const Json::Value& request, Json::Value& response)
 {
     BeginReply(request, response);
+    ListenToLibrary();
     const Json::Value& params = Params(request);
     // The whole list: a playlist holds every track of it, as a folder's does.
     std::vector<CFile> tracks =

@@ -18,7 +18,7 @@ public:
     std::string WireText(const Json::Value& notification) const override;
     bool Send(int client, const std::string& text) override;
 
-    // Queues `notification` for every client connected now (for the
-    // notifications that are not the player's).
-    void Broadcast(const Json::Value& notification);
+    // Queues `notification` for the listeners connected now: the clients
+    // that asked for the notifications the player's clients do not hear.
+    void SendToListeners(const Json::Value& notification);
 };

@@ -6,6 +6,7 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -88,14 +89,18 @@ public:
     void KeepSuspensionIn(const std::string& directory);
 
     // Keeps the sticks' tag libraries in `directory` and their covers in
-    // `artDirectory`, telling `listener` of every status change. Without it
-    // the library methods answer as for an empty library.
+    // `artDirectory`, telling `listener` of every status change. Each library
+    // method calls `listenCaller`, which makes the client asking one that
+    // hears those changes. Without it the library methods answer as for an
+    // empty library.
     void KeepLibraryIn(const std::string& directory, const std::string& artDirectory,
-                       CTagLibrary::StatusListener listener);
+                       CTagLibrary::StatusListener listener, std::function<void()> listenCaller);
     // Ends a scan under way; no scan starts afterwards.
     void StopLibrary();
 
 private:
+    // The client asking hears of the library's scans from now on.
+    void ListenToLibrary();
     // Scans and their ends, from a storage index and from stick events.
     void ScanLibraryAfterIndex(const std::string& path);
     void FollowStickEvent(const std::string& device, bool connected, bool usable, const std::string& fsUuid);
@@ -122,4 +127,5 @@ private:
     std::optional<CSuspensionStore> m_suspensionStore;  // none: kept in memory only
     std::unique_ptr<CTagLibrary> m_tagLibrary;           // none: no library
     std::unique_ptr<CLibraryArt> m_libraryArt;
+    std::function<void()> m_listenCaller;
 };

@@ -82,9 +82,12 @@ void UsbMediaRequestServer::Init(const std::string& address)
     m_pServer = std::make_unique<NotifyingTcpServer>(listenAddress, static_cast<uint16_t>(RpcPort()));
     m_handler.Player()->SetTcpServer(m_pServer.get());
     NotifyingTcpServer* server = m_pServer.get();
-    m_handler.KeepLibraryIn(StateDirectory(), SystemPath(kLibraryArtFolder), [server](const SLibraryStatus& status) {
-        server->Broadcast(BuildLibraryScanNotification(status));
-    });
+    // The library's clients, the ones that called one of its methods, hear
+    // of its scans; the others see the stream they always saw.
+    m_handler.KeepLibraryIn(
+        StateDirectory(), SystemPath(kLibraryArtFolder),
+        [server](const SLibraryStatus& status) { server->SendToListeners(BuildLibraryScanNotification(status)); },
+        [server]() { server->ListenServingClient(); });
     if (!networking::init()) {
         LOG_AT(LogLine::kNetworkingInitFailed, LOG_ERROR, "Networking initialization failed\n");
         return;
