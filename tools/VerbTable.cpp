@@ -134,11 +134,12 @@ std::vector<Verb> MakeVerbs()
          {}, 1, 1, RunPower},
         {"resume-info", "", "the track kept at the last soft power-off", "popSuspendedTrackInfo",
          "The service hands the snapshot out once.\n", {}, 0, 0, RunResumeInfo},
-        {"watch", "", "print notifications as they arrive", "(none: it listens)",
+        {"watch", "", "print notifications as they arrive", "getLibraryStatusUSB, then it listens",
          "One line per notification: the track, the time (redrawn in place with a progress\n"
          "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist,\n"
-         "album art and the tag library's scan. With --json the notifications are printed\n"
-         "exactly as received.\n"
+         "album art and the tag library's scan (it asks for the library's status once, as\n"
+         "the service tells of scans only the clients that use the library). With --json\n"
+         "the notifications are printed exactly as received.\n"
          "Ends on Ctrl-C (SIGINT), SIGTERM or when the service closes the connection.\n"
          "While it runs the service keeps playing (it stops when nobody listens).\n",
          {}, 0, 0, RunWatch},

@@ -1213,9 +1213,13 @@ protected:
     // Indexes the stick, which scans its tags, and waits for the scan's end.
     void IndexAndWaitForTheLibrary()
     {
+        ListenToTheLibrary();
         CliOk({"index", "/mnt/usb-stick1"});
         WaitForTheLibrary();
     }
+
+    // The service tells of scans only the clients that used the library.
+    void ListenToTheLibrary() { ASSERT_TRUE(Call("getLibraryStatusUSB")["result"].isObject()); }
 
     void WaitForTheLibrary()
     {
@@ -1364,6 +1368,7 @@ TEST_F(CliLibraryTest, RepliesTheVerbsPrintAreAsDescribed)
 // A plug event with the file system UUID: the library is kept under it.
 TEST_F(CliLibraryTest, PluggedStickIsKeptByItsFileSystemUuid)
 {
+    ListenToTheLibrary();
     EXPECT_EQ(CliOk({"usb", "usb1", "plugged", "--fs-uuid", "1234-ABCD"}), "usb1: plugged reported\n");
     WaitForTheLibrary();
     EXPECT_TRUE(Exists(Root() + "/var/lib/usb-media-service/tags-uuid-1234-ABCD.sqlite"))
@@ -1374,6 +1379,7 @@ TEST_F(CliLibraryTest, MountEventSendsUdevsFileSystemUuid)
 {
     CliProcess::Options options = CliOptions({"mount-event", "/mnt/usb-stick1", "mounted"});
     options.environment["ID_FS_UUID"] = "CAFE-0001";
+    ListenToTheLibrary();
     const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
     ASSERT_EQ(result.status, 0) << result.err;
     WaitForTheLibrary();
