@@ -32,6 +32,15 @@ std::string DeviceArgument(const std::string& device)
     }
     throw UsageError("usb takes the device usb1 or usb2, not \"" + device + "\"");
 }
+
+// The service keeps a stick's tag library under its file system UUID; a
+// plug event without one leaves it to name the stick by its contents.
+void AddFileSystemUuid(Json::Value& params, const std::string& uuid)
+{
+    if (!uuid.empty() && params["usbConnected"].asBool()) {
+        params["fsUUID"] = uuid;
+    }
+}
 }  // namespace
 
 int RunUsb(const VerbContext& context)
@@ -43,6 +52,7 @@ int RunUsb(const VerbContext& context)
     params["usbConnected"] = plugged;
     params["isSupported"] = !context.invocation.Has("--not-supported");
     params["isReadable"] = !context.invocation.Has("--unreadable");
+    AddFileSystemUuid(params, context.invocation.Option("--fs-uuid").value_or(""));
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
         context.out << device << ": " << (plugged ? "plugged" : "unplugged") << " reported\n";
     });
@@ -113,6 +123,7 @@ int RunMountEvent(const VerbContext& context)
     params["usbConnected"] = mounted;
     params["isSupported"] = !context.invocation.Has("--not-supported") && SupportedFileSystem(fileSystem);
     params["isReadable"] = !context.invocation.Has("--unreadable");
+    AddFileSystemUuid(params, context.invocation.Option("--fs-uuid").value_or(EnvironmentOr("ID_FS_UUID", "")));
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
         context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported ("
                     << mountPoint

@@ -7,13 +7,14 @@
 
 namespace usbctl {
 
-namespace {
-std::string Field(const std::string& label, const std::string& value)
+std::string ReportField(const std::string& label, const std::string& value)
 {
     std::string line = label + ":";
     line.resize(std::max<size_t>(line.size() + 1, 10), ' ');
     return line + value + "\n";
 }
+
+namespace {
 
 // The file's full path; empty when there is no file name.
 std::string JoinPath(const std::string& folder, const std::string& name)
@@ -70,16 +71,16 @@ std::string FormatStatus(const StatusResults& results)
 {
     const Json::Value& info = results.trackInfo["trackInfo"];
     std::string text;
-    text += Field("state", StateName(results.playerState["playerState"].asInt()));
-    text += Field("track", TrackPosition(info));
-    text += Field("title", info["trackTitle"].asString());
-    text += Field("artist", info["trackArtist"].asString());
-    text += Field("album", info["trackAlbum"].asString());
-    text += Field("time", FormatTimeOfDuration(info["trackTime"].asUInt(), info["trackDuration"].asUInt()));
-    text += Field("file", JoinPath(info["filePath"].asString(), info["fileName"].asString()));
-    text += Field("repeat", RepeatModeName(results.repeat["mode"].asInt()));
-    text += Field("shuffle", OnOff(results.shuffle["enabled"].asBool()));
-    text += Field("usb1", UsbText(results.usb));
+    text += ReportField("state", StateName(results.playerState["playerState"].asInt()));
+    text += ReportField("track", TrackPosition(info));
+    text += ReportField("title", info["trackTitle"].asString());
+    text += ReportField("artist", info["trackArtist"].asString());
+    text += ReportField("album", info["trackAlbum"].asString());
+    text += ReportField("time", FormatTimeOfDuration(info["trackTime"].asUInt(), info["trackDuration"].asUInt()));
+    text += ReportField("file", JoinPath(info["filePath"].asString(), info["fileName"].asString()));
+    text += ReportField("repeat", RepeatModeName(results.repeat["mode"].asInt()));
+    text += ReportField("shuffle", OnOff(results.shuffle["enabled"].asBool()));
+    text += ReportField("usb1", UsbText(results.usb));
     return text;
 }
 
@@ -114,11 +115,11 @@ std::string FormatSuspension(const Json::Value& suspensionData)
         return "no suspended track\n";
     }
     std::string text;
-    text += Field("file", JoinPath(suspensionData["filePath"].asString(), suspensionData["fileName"].asString()));
-    text += Field("time", FormatClock(suspensionData["trackTime"].asUInt()));
-    text += Field("state", StateName(suspensionData["playerState"].asInt()));
-    text += Field("repeat", RepeatModeName(suspensionData["repeatMode"].asInt()));
-    text += Field("shuffle", OnOff(suspensionData["isShuffleOn"].asBool()));
+    text += ReportField("file", JoinPath(suspensionData["filePath"].asString(), suspensionData["fileName"].asString()));
+    text += ReportField("time", FormatClock(suspensionData["trackTime"].asUInt()));
+    text += ReportField("state", StateName(suspensionData["playerState"].asInt()));
+    text += ReportField("repeat", RepeatModeName(suspensionData["repeatMode"].asInt()));
+    text += ReportField("shuffle", OnOff(suspensionData["isShuffleOn"].asBool()));
     return text;
 }
 

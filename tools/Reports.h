@@ -15,6 +15,9 @@ struct StatusResults {
     Json::Value usb;          // isUSBconnected "usb1"
 };
 
+// "label:" and the value in the column at 10, one line.
+std::string ReportField(const std::string& label, const std::string& value);
+
 // "label:   value" lines: state, track i of n, title, artist, album,
 // time/duration, file, repeat, shuffle and usb1.
 std::string FormatStatus(const StatusResults& results);

@@ -1,5 +1,7 @@
 #include "tools/Verbs.h"
 
+#include "tools/LibraryRequests.h"
+
 #include <algorithm>
 #include <cctype>
 #include <sstream>
@@ -10,6 +12,14 @@ namespace {
 const std::string kPlaybackNote =
     "The service plays only while a client is connected: keep `usb-media-ctl watch`\n"
     "running in another terminal, or playback stops at the next notification.\n";
+
+const std::string kLibraryPageNote =
+    "START is the index of the first entry (default 0; -1 is the last), COUNT how many\n"
+    "to show (default " + std::to_string(kDefaultLibraryCount) + ").\n";
+const std::string kLibraryIdNote = "The number before each entry is its ID, for the next verb:\n";
+const std::string kPlayTracksNote =
+    "Plays the tracks that tracks --album ID (--artist, --genre) lists, from the first,\n"
+    "or from TRACKID, a track ID of that list.\n";
 
 std::vector<Verb> MakeVerbs()
 {
@@ -60,13 +70,48 @@ std::vector<Verb> MakeVerbs()
          "newest files; an image over 16 MiB is not written) and announces it; this waits for that\n"
          "announcement. A track without a cover image sends none.\n",
          {{"--wait", true, "SECONDS", "how long to wait for the image (default 5)"}}, 0, 0, RunAlbumArt},
+        {"library", "", "state of the stick's tag library and what it holds", "getLibraryStatusUSB",
+         "The service reads the tags of the stick's audio files in the background and keeps\n"
+         "them per stick in its state folder. States: idle (no stick library), scanning\n"
+         "(\"scanned\" of \"total\" files so far), ready, failed (20 read errors in a row).\n",
+         {}, 0, 0, RunLibrary},
+        {"artists", "[START [COUNT]]", "list the artists of the tag library", "getArtistsUSB",
+         kLibraryPageNote + kLibraryIdNote + "albums --artist ID and tracks --artist ID take an artist's ID.\n", {}, 0,
+         2, RunArtists},
+        {"genres", "[START [COUNT]]", "list the genres of the tag library", "getGenresUSB",
+         kLibraryPageNote + kLibraryIdNote + "albums --genre ID and tracks --genre ID take a genre's ID.\n", {}, 0, 2,
+         RunGenres},
+        {"albums", "[START [COUNT]]", "list the albums, of an artist or a genre", "getAlbumsUSB",
+         kLibraryPageNote + kLibraryIdNote + "tracks --album ID and play-album ID take an album's ID.\n"
+         "The album's cover file is in the reply (--json).\n",
+         {{"--artist", true, "ID", "the albums of this artist"}, {"--genre", true, "ID", "the albums of this genre"}},
+         0, 2, RunAlbums},
+        {"tracks", "[START [COUNT]]", "list the tracks, of an album, an artist or a genre", "getTracksUSB",
+         kLibraryPageNote +
+             "A track's ID is its file's ID as ls shows it; play-album ID TRACKID (play-artist,\n"
+             "play-genre) starts that list from the track.\n",
+         {{"--album", true, "ID", "the tracks of this album"},
+          {"--artist", true, "ID", "the tracks of this artist"},
+          {"--genre", true, "ID", "the tracks of this genre"}},
+         0, 2, RunTracks},
+        {"search", "TEXT [START [COUNT]]", "find artists, albums and tracks by name", "searchLibraryUSB",
+         "Case and accents do not count: \"cafe\" finds \"Café\". START and COUNT page each\n"
+         "of the three lists alike.\n" + kLibraryPageNote,
+         {}, 1, 3, RunSearch},
+        {"play-album", "ID [TRACKID]", "play an album, from its first track or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
+        {"play-artist", "ID [TRACKID]", "play an artist's tracks, from the first or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
+        {"play-genre", "ID [TRACKID]", "play a genre's tracks, from the first or TRACKID", "playTracksUSB",
+         kPlayTracksNote + kPlaybackNote, {}, 1, 2, RunPlayTracks},
         {"index", "[PATH]", "build the storage index of a stick", "indexUsbStorage",
          "PATH defaults to the stick root, $USBMEDIA_ROOT/mnt/usb-stick1.\n", {}, 0, 1, RunIndex},
         {"crc", "", "CRC-32 of the storage index, in decimal", "getUsbStorageCrc32", "", {}, 0, 0, RunCrc},
         {"usb", "usb1|usb2 plugged|unplugged", "report a USB stick event", "usbConnectionEvent",
          "The stick is reported as supported and readable unless told otherwise.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
-          {"--unreadable", false, "", "report the stick as unreadable"}},
+          {"--unreadable", false, "", "report the stick as unreadable"},
+          {"--fs-uuid", true, "UUID", "the stick's file system UUID, which its tag library is kept by"}},
          2, 2, RunUsb},
         {"mount-event", "[MOUNTPOINT [mounted|unmounted]]", "report a stick mounted or unmounted (for udev)",
          "usbConnectionEvent",
@@ -76,9 +121,12 @@ std::vector<Verb> MakeVerbs()
          "arguments. Without them it reads what a udev environment sets: the mount point\n"
          "from USBMEDIA_MOUNT_POINT, the event from ACTION (add or remove), and the file\n"
          "system from ID_FS_TYPE (one the service cannot read is reported as not\n"
-         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
+         "supported). A mount also sends the file system UUID, from --fs-uuid or udev's\n"
+         "ID_FS_UUID: the service keeps the stick's tag library by it. MOUNTPOINT may carry\n"
+         "the $USBMEDIA_ROOT prefix.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
-          {"--unreadable", false, "", "report the stick as unreadable"}},
+          {"--unreadable", false, "", "report the stick as unreadable"},
+          {"--fs-uuid", true, "UUID", "the stick's file system UUID (default $ID_FS_UUID)"}},
          0, 2, RunMountEvent},
         {"power", "off|on", "soft power-off, or wake up again", "setSoftPowerOff",
          "\"off\" keeps a snapshot of the track when paused or playing; \"on\" makes it\n"
@@ -86,10 +134,12 @@ std::vector<Verb> MakeVerbs()
          {}, 1, 1, RunPower},
         {"resume-info", "", "the track kept at the last soft power-off", "popSuspendedTrackInfo",
          "The service hands the snapshot out once.\n", {}, 0, 0, RunResumeInfo},
-        {"watch", "", "print notifications as they arrive", "(none: it listens)",
+        {"watch", "", "print notifications as they arrive", "getLibraryStatusUSB, then it listens",
          "One line per notification: the track, the time (redrawn in place with a progress\n"
-         "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist and\n"
-         "album art. With --json the notifications are printed exactly as received.\n"
+         "bar on a terminal), the player state, repeat, shuffle, USB, end of playlist,\n"
+         "album art and the tag library's scan (it asks for the library's status once, as\n"
+         "the service tells of scans only the clients that use the library). With --json\n"
+         "the notifications are printed exactly as received.\n"
          "Ends on Ctrl-C (SIGINT), SIGTERM or when the service closes the connection.\n"
          "While it runs the service keeps playing (it stops when nobody listens).\n",
          {}, 0, 0, RunWatch},

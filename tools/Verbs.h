@@ -105,6 +105,13 @@ int RunUsb(const VerbContext& context);
 int RunMountEvent(const VerbContext& context);
 int RunPower(const VerbContext& context);
 int RunResumeInfo(const VerbContext& context);
+int RunLibrary(const VerbContext& context);
+int RunArtists(const VerbContext& context);
+int RunGenres(const VerbContext& context);
+int RunAlbums(const VerbContext& context);
+int RunTracks(const VerbContext& context);
+int RunSearch(const VerbContext& context);
+int RunPlayTracks(const VerbContext& context);
 int RunWatch(const VerbContext& context);
 int RunHelp(const VerbContext& context);
 

@@ -1,6 +1,7 @@
 #include "tools/WatchFormatter.h"
 
 #include "tools/Formatting.h"
+#include "tools/LibraryReports.h"
 #include "tools/Replies.h"
 
 namespace usbctl {
@@ -93,6 +94,9 @@ std::string ReadableLine(const Json::Value& notification)
     }
     if (method == "usbConnectionNotification") {
         return UsbLine(params);
+    }
+    if (method == "libraryScanNotification") {
+        return LibraryStatusLine(params);
     }
     return method + ": " + CompactJson(params);
 }

@@ -80,6 +80,20 @@ WakeReason WaitForActivity(Connection& connection, const TerminationSignals& sig
     }
 }
 
+// The service tells of the tag library's scans only the clients that used
+// one of its methods: asking for the library's status makes watch one.
+Json::Value ListenToLibrary(Connection& connection)
+{
+    const Json::Value id = connection.NextId();
+    connection.SendRequest("getLibraryStatusUSB", Json::Value(Json::objectValue), id);
+    return id;
+}
+
+bool IsReplyTo(const Message& message, const Json::Value& id)
+{
+    return message.value.isObject() && !message.IsNotification() && message.value["id"] == id;
+}
+
 void Show(const VerbContext& context, WatchFormatter& formatter, const Message& message)
 {
     if (context.Json() || message.value.isNull()) {
@@ -95,12 +109,15 @@ int RunWatch(const VerbContext& context)
 {
     const TerminationSignals signals;
     Connection connection = context.Connect();
+    const Json::Value libraryRequest = ListenToLibrary(connection);
     context.err << "watching " << connection.Peer() << " (Ctrl-C to stop)\n" << std::flush;
     WatchFormatter formatter(context.outIsTerminal && !context.Json());
     for (;;) {
         Message message;
         while (connection.TakeBuffered(message)) {
-            Show(context, formatter, message);
+            if (!IsReplyTo(message, libraryRequest)) {
+                Show(context, formatter, message);
+            }
         }
         const WakeReason reason = WaitForActivity(connection, signals);
         if (reason == WakeReason::Signal) {

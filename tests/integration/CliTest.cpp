@@ -2,6 +2,7 @@
 // output, its exit status, and watch as a long-running child.
 
 #include "tests/integration/CliProcess.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
 #include "tests/support/RpcClient.h"
@@ -166,7 +167,7 @@ protected:
     void SetUp() override
     {
         DaemonProcess::Options options;
-        options.environment["USBMEDIA_ROOT"] = Tree(RealMedia()).Root();
+        options.environment["USBMEDIA_ROOT"] = Root();
         m_daemon = std::make_unique<DaemonProcess>(options);
         // A client that stays connected: the service plays only while one is.
         ASSERT_TRUE(listener.Connect(m_daemon->Port()));
@@ -185,8 +186,8 @@ protected:
         EXPECT_EQ(m_daemon->Stop(SIGTERM, kWireTimeoutMs), 0) << m_daemon->Output();
     }
 
-    std::string Root() const { return Tree(RealMedia()).Root(); }
-    std::string Stick() const { return Tree(RealMedia()).Stick(); }
+    virtual std::string Root() const { return Tree(RealMedia()).Root(); }
+    std::string Stick() const { return Root() + "/mnt/usb-stick1"; }
     DaemonProcess& Daemon() { return *m_daemon; }
 
     CliProcess::Options CliOptions(const std::vector<std::string>& arguments) const
@@ -1148,4 +1149,240 @@ TEST_F(CliTest, DemoStickWelcomeHasACoverForArt)
     ASSERT_GT(art.out.size(), 1u);
     EXPECT_TRUE(Exists(art.out.substr(0, art.out.size() - 1))) << art.out;
     EXPECT_EQ(daemon.Stop(SIGTERM, kWireTimeoutMs), 0);
+}
+
+// --- tag library -------------------------------------------------------------
+
+namespace {
+// A stick of its own with one album of two MP3s, tagged at test time by
+// tests/support/tag_files.py: "Two Songs" (2020, Jazz) by The Test Duo.
+class TaggedStick {
+public:
+    TaggedStick()
+    {
+        const std::string album = Root() + "/mnt/usb-stick1/Duo";
+        Json::Value manifest(Json::arrayValue);
+        manifest.append(Tagged(album + "/01-first.mp3", "First Light", "1"));
+        manifest.append(Tagged(album + "/02-second.mp3", "Second Wind", "2"));
+        testing_support::MakeDirs(m_root / "mnt/usb-stick2");
+        testing_support::MakeDirs(m_root / "home/root");
+        const std::string manifestPath = m_root / "tags.json";
+        testing_support::WriteFile(manifestPath, manifest.toStyledString());
+        m_tagged = testing_support::RunToEnd({"/usr/bin/python3",
+                                              std::string(USBMEDIA_SOURCE_DIR) + "/tests/support/tag_files.py",
+                                              manifestPath})
+                       .succeeded;
+    }
+
+    std::string Root() const { return m_root.Path(); }
+    bool Tagged() const { return m_tagged; }
+
+private:
+    // A private copy (the tagger rewrites it) and its manifest entry.
+    static Json::Value Tagged(const std::string& path, const std::string& title, const std::string& track)
+    {
+        MediaFactory::Place(MediaFactory::Mp3(kShortSongSeconds), path, true);
+        Json::Value entry(Json::objectValue);
+        entry["path"] = path;
+        entry["format"] = "id3v24";
+        entry["encoding"] = "utf8";
+        Json::Value& tags = entry["tags"];
+        tags["title"] = title;
+        tags["artist"] = "The Test Duo";
+        tags["album"] = "Two Songs";
+        tags["genre"] = "Jazz";
+        tags["year"] = "2020";
+        tags["track"] = track;
+        return entry;
+    }
+
+    TempDir m_root;
+    bool m_tagged = false;
+};
+
+class CliLibraryTest : public CliTest {
+protected:
+    std::string Root() const override { return m_stick.Root(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_stick.Tagged()) << "tag_files.py failed";
+        CliTest::SetUp();
+    }
+
+    // Indexes the stick, which scans its tags, and waits for the scan's end.
+    void IndexAndWaitForTheLibrary()
+    {
+        ListenToTheLibrary();
+        CliOk({"index", "/mnt/usb-stick1"});
+        WaitForTheLibrary();
+    }
+
+    // The service tells of scans only the clients that used the library.
+    void ListenToTheLibrary() { ASSERT_TRUE(Call("getLibraryStatusUSB")["result"].isObject()); }
+
+    void WaitForTheLibrary()
+    {
+        Json::Value notification;
+        while (listener.NextNotification(notification, "libraryScanNotification", kWireTimeoutMs)) {
+            if (notification["params"]["state"] != "scanning") {
+                break;
+            }
+        }
+        ASSERT_EQ(notification["params"]["state"], "ready") << notification.toStyledString();
+    }
+
+    // The ID at the start of the line holding `text`.
+    static std::string IdOfLineWith(const std::string& listing, const std::string& text)
+    {
+        std::istringstream lines(listing);
+        std::string line;
+        while (std::getline(lines, line)) {
+            if (Contains(line, text)) {
+                const size_t first = line.find_first_not_of(' ');
+                return line.substr(first, line.find(' ', first) - first);
+            }
+        }
+        return "<no line with " + text + ">";
+    }
+
+private:
+    TaggedStick m_stick;
+};
+}  // namespace
+
+TEST_F(CliLibraryTest, BrowseByArtistAlbumAndGenreThenPlayTheAlbum)
+{
+    IndexAndWaitForTheLibrary();
+    const std::string status = CliOk({"library"});
+    EXPECT_TRUE(Contains(status, "state:    ready\n")) << status;
+    EXPECT_TRUE(Contains(status, "scanned:  2 of 2 files\ntracks:   2\nartists:  1\nalbums:   1\ngenres:   1\n"))
+        << status;
+
+    const std::string artists = CliOk({"artists"});
+    EXPECT_TRUE(Contains(artists, "  The Test Duo (1 album, 2 tracks)\nentries 1-1 of 1\n")) << artists;
+    const std::string artist = IdOfLineWith(artists, "The Test Duo");
+    const std::string genres = CliOk({"genres"});
+    EXPECT_TRUE(Contains(genres, "  Jazz (1 album, 2 tracks)\n")) << genres;
+
+    const std::string albums = CliOk({"albums", "--artist", artist});
+    EXPECT_TRUE(Contains(albums, "  Two Songs - The Test Duo (2020, 2 tracks)\nentries 1-1 of 1\n")) << albums;
+    const std::string album = IdOfLineWith(albums, "Two Songs");
+    EXPECT_EQ(CliOk({"albums", "--genre", IdOfLineWith(genres, "Jazz")}), albums);
+
+    const std::string tracks = CliOk({"tracks", "--album", album});
+    EXPECT_TRUE(Contains(tracks, "  01 First Light - The Test Duo (Two Songs, ")) << tracks;
+    EXPECT_TRUE(Contains(tracks, "  02 Second Wind - The Test Duo (Two Songs, ")) << tracks;
+    EXPECT_TRUE(Contains(tracks, "entries 1-2 of 2\n")) << tracks;
+    const std::string secondPage = CliOk({"tracks", "--album", album, "1", "1"});
+    EXPECT_TRUE(Contains(secondPage, "  02 Second Wind - ")) << secondPage;
+    EXPECT_FALSE(Contains(secondPage, "First Light")) << secondPage;
+    EXPECT_TRUE(Contains(secondPage, "entries 2-2 of 2\n")) << secondPage;
+    const std::string second = IdOfLineWith(tracks, "Second Wind");
+
+    const std::string found = CliOk({"search", "WIND"});
+    EXPECT_TRUE(Contains(found, "artists: no entries (0 in all)\nalbums: no entries (0 in all)\n"
+                                "tracks: entries 1-1 of 1\n"))
+        << found;
+    EXPECT_EQ(IdOfLineWith(found, "Second Wind"), second) << found;
+
+    EXPECT_EQ(CliOk({"play-album", album, second}), "playing album " + album + " from track " + second + "\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "Second Wind");
+}
+
+TEST_F(CliLibraryTest, PlayArtistFromTheFirstTrackAndRefusals)
+{
+    IndexAndWaitForTheLibrary();
+    const std::string artist = IdOfLineWith(CliOk({"artists"}), "The Test Duo");
+    EXPECT_EQ(CliOk({"play-artist", artist}), "playing artist " + artist + "\n");
+    EXPECT_TRUE(WaitForState(kPlaying));
+    EXPECT_EQ(NextTrackTitle(), "First Light");
+
+    const CliProcess::Result notInList = Cli({"play-artist", artist, "12345"});
+    EXPECT_EQ(notInList.status, 1);
+    EXPECT_TRUE(Contains(notInList.err, "E: Track not in this list (code -12)")) << notInList.err;
+    EXPECT_TRUE(Contains(notInList.err, "usb-media-ctl tracks --artist " + artist + " lists them")) << notInList.err;
+    const CliProcess::Result unknown = Cli({"play-genre", "12345"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_TRUE(Contains(unknown.err, "E: Playlist is empty (code -3)")) << unknown.err;
+}
+
+TEST_F(CliLibraryTest, JsonPrintsTheRepliesAsReceived)
+{
+    IndexAndWaitForTheLibrary();
+    const std::string status = CliOk({"library", "--json"});
+    EXPECT_TRUE(Contains(status, R"("result":{"albums":1,"artists":1,"genres":1,"scanned":2,"state":"ready",)"
+                                 R"("total":2,"tracks":2})"))
+        << status;
+    const std::string genres = CliOk({"--json", "genres"});
+    EXPECT_TRUE(Contains(genres, R"("name":"Jazz","trackCount":2}],"totalCount":1})")) << genres;
+}
+
+TEST_F(CliLibraryTest, WatchShowsTheScan)
+{
+    CliProcess watch(CliOptions({"watch"}));
+    ASSERT_TRUE(watch.WaitForError("watching", kWireTimeoutMs)) << watch.Err();
+    ASSERT_TRUE(WaitUntilWatchHears(watch)) << watch.Out();
+    IndexAndWaitForTheLibrary();
+    EXPECT_TRUE(watch.WaitForOutput("library: ready, 2 tracks, 1 artist, 1 album, 1 genre\n", kWireTimeoutMs))
+        << watch.Out();
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(kWireTimeoutMs), 0);
+}
+
+// The same requests straight from a test client, so the wire log check holds
+// the service's replies to the protocol description.
+TEST_F(CliLibraryTest, RepliesTheVerbsPrintAreAsDescribed)
+{
+    IndexAndWaitForTheLibrary();
+    Json::Value page(Json::objectValue);
+    page["startIndex"] = 0;
+    page["itemCount"] = 20;
+    EXPECT_EQ(Call("getLibraryStatusUSB")["result"]["state"], "ready");
+    const Json::Value artists = Call("getArtistsUSB", page);
+    ASSERT_EQ(artists["result"]["entries"].size(), 1u) << artists.toStyledString();
+    const Json::Value genres = Call("getGenresUSB", page);
+    EXPECT_EQ(genres["result"]["entries"][0]["name"], "Jazz") << genres.toStyledString();
+    Json::Value byArtist = page;
+    byArtist["artistID"] = artists["result"]["entries"][0]["ID"];
+    const Json::Value albums = Call("getAlbumsUSB", byArtist);
+    ASSERT_EQ(albums["result"]["entries"].size(), 1u) << albums.toStyledString();
+    Json::Value byAlbum = page;
+    byAlbum["albumID"] = albums["result"]["entries"][0]["ID"];
+    const Json::Value tracks = Call("getTracksUSB", byAlbum);
+    EXPECT_EQ(tracks["result"]["totalCount"], 2) << tracks.toStyledString();
+    Json::Value search = page;
+    search["text"] = "S";  // in "The Test Duo", "Two Songs", "First Light" and "Second Wind"
+    const Json::Value found = Call("searchLibraryUSB", search);
+    EXPECT_EQ(found["result"]["artists"]["totalCount"], 1) << found.toStyledString();
+    EXPECT_EQ(found["result"]["albums"]["totalCount"], 1) << found.toStyledString();
+    EXPECT_EQ(found["result"]["tracks"]["totalCount"], 2) << found.toStyledString();
+    Json::Value play(Json::objectValue);
+    play["albumID"] = byAlbum["albumID"];
+    play["startTrackID"] = 1;
+    const Json::Value refused = Call("playTracksUSB", play);
+    EXPECT_EQ(refused["error"]["code"], -12) << refused.toStyledString();
+}
+
+// A plug event with the file system UUID: the library is kept under it.
+TEST_F(CliLibraryTest, PluggedStickIsKeptByItsFileSystemUuid)
+{
+    ListenToTheLibrary();
+    EXPECT_EQ(CliOk({"usb", "usb1", "plugged", "--fs-uuid", "1234-ABCD"}), "usb1: plugged reported\n");
+    WaitForTheLibrary();
+    EXPECT_TRUE(Exists(Root() + "/var/lib/usb-media-service/tags-uuid-1234-ABCD.sqlite"))
+        << testing::PrintToString(testing_support::FolderNames(Root() + "/var/lib/usb-media-service"));
+}
+
+TEST_F(CliLibraryTest, MountEventSendsUdevsFileSystemUuid)
+{
+    CliProcess::Options options = CliOptions({"mount-event", "/mnt/usb-stick1", "mounted"});
+    options.environment["ID_FS_UUID"] = "CAFE-0001";
+    ListenToTheLibrary();
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
+    ASSERT_EQ(result.status, 0) << result.err;
+    WaitForTheLibrary();
+    EXPECT_TRUE(Exists(Root() + "/var/lib/usb-media-service/tags-uuid-CAFE-0001.sqlite"))
+        << testing::PrintToString(testing_support::FolderNames(Root() + "/var/lib/usb-media-service"));
 }

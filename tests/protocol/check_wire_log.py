@@ -141,6 +141,15 @@ def self_test(protocol):
         (None, '[{"id":1,"jsonrpc":"2.0","result":true},{"id":2,"jsonrpc":"2.0","result":"success"}]'),
         (None, '{"jsonrpc":"2.0","method":"repeatModeChangedNotification","params":{"mode":2}}'),
         (None, '{"jsonrpc":"2.0","method":"endOfPlayListNotification","params":{"isEndOfPlaylist":true}}'),
+        ("getArtistsUSB", '{"id":2,"jsonrpc":"2.0","result":{"currIndex":0,"entries":[{"ID":5,"albumCount":1,'
+                          '"name":"Trio","trackCount":2}],"totalCount":1}}'),
+        ("searchLibraryUSB", '{"id":2,"jsonrpc":"2.0","result":{"albums":{"currIndex":0,"entries":[],"totalCount":0},'
+                             '"artists":{"currIndex":0,"entries":[],"totalCount":0},'
+                             '"tracks":{"currIndex":0,"entries":[],"totalCount":0}}}'),
+        ("playTracksUSB", '{"error":{"code":-12,"message":"E: Track not in this list"},"id":3,"jsonrpc":"2.0",'
+                          '"result":{"success":false}}'),
+        (None, '{"jsonrpc":"2.0","method":"libraryScanNotification","params":{"albums":0,"artists":0,"genres":0,'
+               '"scanned":3,"state":"scanning","total":9,"tracks":3}}'),
     ]
     wrong = [
         ("ping", '{"id":7,"jsonrpc":"2.0","result":"true"}'),
@@ -158,6 +167,11 @@ def self_test(protocol):
         (None, '{"jsonrpc":"2.0","method":"volumeNotification","params":{}}'),
         (None, '{"jsonrpc":"2.0","method":"playerStateChangedNotification","params":{"playerState":4,"extra":1}}'),
         (None, 'not json'),
+        ("getArtistsUSB", '{"id":2,"jsonrpc":"2.0","result":{"currIndex":0,"entries":null,"totalCount":0}}'),
+        ("getAlbumsUSB", '{"id":2,"jsonrpc":"2.0","result":{"currIndex":0,"entries":[{"ID":5,"name":"A"}],"totalCount":1}}'),
+        ("getLibraryStatusUSB", '{"id":2,"jsonrpc":"2.0","result":{"albums":0,"artists":0,"genres":0,'
+                                '"scanned":0,"state":"done","total":0,"tracks":0}}'),
+        (None, '{"jsonrpc":"2.0","method":"libraryScanNotification","params":{"state":"ready"}}'),
     ]
     failed = 0
     for method, text in good:

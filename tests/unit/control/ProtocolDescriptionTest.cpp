@@ -6,6 +6,7 @@
 #include "control/UsbMediaRequestServer.h"
 #include "control/rpc/JsonText.h"
 #include "control/rpc/Server.h"
+#include "library/TagLibrary.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -61,7 +62,7 @@ TEST(ProtocolDescriptionTest, IsOpenRpcWithEveryRegisteredMethodOnce)
     }
 }
 
-TEST(ProtocolDescriptionTest, DescribesTheEightNotificationsAsBuilt)
+TEST(ProtocolDescriptionTest, DescribesTheNineNotificationsAsBuilt)
 {
     const Json::Value document = Description();
     const Json::Value built[] = {
@@ -73,6 +74,7 @@ TEST(ProtocolDescriptionTest, DescribesTheEightNotificationsAsBuilt)
         BuildTrackTimeNotification(1, 2),
         BuildEndOfPlayListNotification(),
         BuildUsbConnectionNotification("usb1", true, ""),
+        BuildLibraryScanNotification(SLibraryStatus{}),
     };
     std::set<std::string> names;
     for (const Json::Value& notification : built) {

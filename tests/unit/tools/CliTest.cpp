@@ -56,6 +56,18 @@ TEST(CliUsageTest, HelpVerb)
     EXPECT_EQ(RunCli({"help", "dance"}).status, 2);
 }
 
+TEST(CliUsageTest, TagLibraryHelpNamesTheSelectors)
+{
+    const std::string albums = RunCli({"albums", "--help"}).out;
+    for (const char* option : {"--artist", "--genre"}) {
+        EXPECT_NE(albums.find(option), std::string::npos) << option;
+    }
+    const std::string tracks = RunCli({"tracks", "--help"}).out;
+    for (const char* option : {"--album", "--artist", "--genre"}) {
+        EXPECT_NE(tracks.find(option), std::string::npos) << option;
+    }
+}
+
 TEST(CliUsageTest, ListHelpNamesItsOptions)
 {
     const std::string help = RunCli({"ls", "--help"}).out;
@@ -87,6 +99,19 @@ TEST(CliUsageTest, UsageErrorsGiveTwo)
         {"ls", "--group", "x"},
         {"ls", "/mnt/usb-stick1", "--group", "5"},
         {"art", "--wait", "0"},
+        {"library", "now"},
+        {"artists", "0", "20", "more"},
+        {"artists", "--artist", "1"},
+        {"albums", "--album", "1"},
+        {"albums", "--artist", "1", "--genre", "1"},
+        {"tracks", "--album", "x"},
+        {"search"},
+        {"search", "a", "b"},
+        {"play-album"},
+        {"play-artist", "1", "2", "3"},
+        {"play-genre", "-1"},
+        {"usb", "usb1", "plugged", "--fs-uuid"},
+        {"index", "--fs-uuid", "x"},
         {"call"},
         {"call", "ping", "{not json"},
         {"--port", "99999", "status"},

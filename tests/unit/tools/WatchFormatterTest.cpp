@@ -78,6 +78,22 @@ TEST(WatchFormatterTest, ModesEndOfPlaylistUsbAndArt)
               "album art: /home/root/art_dump/art.dat (track 1)");
 }
 
+TEST(WatchFormatterTest, LibraryScanAsItGoesAndWhenItEnds)
+{
+    EXPECT_EQ(NotificationLine(Notification("libraryScanNotification",
+                                            R"({"albums":0,"artists":1,"genres":1,"scanned":120,)"
+                                            R"("state":"scanning","total":800,"tracks":120})")),
+              "library: scanning, 120 of 800 files");
+    EXPECT_EQ(NotificationLine(Notification("libraryScanNotification",
+                                            R"({"albums":1,"artists":1,"genres":2,"scanned":2,)"
+                                            R"("state":"ready","total":2,"tracks":2})")),
+              "library: ready, 2 tracks, 1 artist, 1 album, 2 genres");
+    EXPECT_EQ(NotificationLine(Notification("libraryScanNotification",
+                                            R"({"albums":0,"artists":0,"genres":0,"scanned":0,)"
+                                            R"("state":"idle","total":0,"tracks":0})")),
+              "library: idle");
+}
+
 TEST(WatchFormatterTest, UnknownNotificationShowsItsParams)
 {
     EXPECT_EQ(NotificationLine(Notification("somethingNew", R"({"b":1,"a":"x"})")), R"(somethingNew: {"a":"x","b":1})");
