@@ -16,10 +16,10 @@ cd "$root"
 # directory            allowed include prefixes                 allowed libraries
 rules=(
   "core|core/|usbmedia_core"
-  "library|core/ library/|usbmedia_core usbmedia_library"
-  "player|core/ library/ player/|usbmedia_core usbmedia_library usbmedia_player"
+  "library|core/ library/|usbmedia_core usbmedia_library usbmedia_tags"
+  "player|core/ library/ player/|usbmedia_core usbmedia_library usbmedia_tags usbmedia_player"
   "control/rpc|core/ control/rpc/|usbmedia_core usbmedia_rpc"
-  "control|core/ library/ player/ control/|usbmedia_core usbmedia_library usbmedia_player usbmedia_rpc usbmedia_control"
+  "control|core/ library/ player/ control/|usbmedia_core usbmedia_library usbmedia_tags usbmedia_player usbmedia_rpc usbmedia_control"
   "tools|core/ control/rpc/ tools/|usbmedia_core usbmedia_rpc usbmedia_cli"
 )
 
