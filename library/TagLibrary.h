@@ -37,7 +37,8 @@ struct SLibraryStatus {
 //
 // Locks, in the order they are taken: m_controlMutex (scan control, from
 // the request thread and main), m_queryMutex (the query connection),
-// m_statusMutex (the status, a leaf; the listener is called with none held).
+// m_statusMutex (the status, a leaf). The listener is called without the
+// query and status locks; a scan's start is announced under the control lock.
 class CTagLibrary {
 public:
     using StatusListener = std::function<void(const SLibraryStatus&)>;

@@ -118,7 +118,11 @@ STrackTags ReadTags(const std::string& path)
     // the pointers taken from it below never outlive it.
     const TagLib::FileRef ref(path.c_str(), true, TagLib::AudioProperties::Average);
     TagLib::File* file = ref.file();
-    if (ref.isNull() || !file->isValid() || ref.audioProperties() == nullptr) {
+    // TagLib takes any bytes named .mp3 for an MPEG stream that merely has no
+    // frames: without a sample rate no audio was found, and the file is
+    // unreadable like one TagLib refuses.
+    if (ref.isNull() || !file->isValid() || ref.audioProperties() == nullptr ||
+        ref.audioProperties()->sampleRate() <= 0) {
         tags.title = BaseName(path);
         tags.unreadable = true;
         return tags;

@@ -2,12 +2,12 @@
 #include "library/TagReader.h"
 
 #include "tests/support/TempDir.h"
-#include "tests/unit/library/TagCorpus.h"
+#include "tests/support/TagCorpus.h"
 
 #include <gtest/gtest.h>
 
-using library_test::Corpus;
-using library_test::MakeTaggedFiles;
+using testing_support::Corpus;
+using testing_support::MakeTaggedFiles;
 using testing_support::TempDir;
 
 namespace {
@@ -122,6 +122,15 @@ TEST_F(TagReaderTest, ACorruptFileIsUnreadableAndNamedByItsFile)
     EXPECT_EQ(tags.artist, "");
     EXPECT_EQ(tags.durationSeconds, 0u);
     EXPECT_TRUE(ReadTags(m_dir / "missing.mp3").unreadable);
+}
+
+// TagLib opens such bytes as an MPEG stream without frames.
+TEST_F(TagReaderTest, BytesNamedMp3WithoutAnyFrameAreUnreadable)
+{
+    testing_support::WriteFile(Stick() + "/junk.mp3", std::string(4096, '\x5a'));
+    const STrackTags tags = Read("junk.mp3");
+    EXPECT_TRUE(tags.unreadable);
+    EXPECT_EQ(tags.title, "junk.mp3");
 }
 
 TEST(NumberPairTest, TrackAndDiscForms)

@@ -4,7 +4,7 @@
 
 #include "library/FileId.h"
 #include "tests/support/TempDir.h"
-#include "tests/unit/library/TagCorpus.h"
+#include "tests/support/TagCorpus.h"
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-using library_test::AudioFilesBelow;
-using library_test::Corpus;
-using library_test::MakeTaggedFiles;
+using testing_support::AudioFilesBelow;
+using testing_support::Corpus;
+using testing_support::MakeTaggedFiles;
 using testing_support::TempDir;
 
 namespace {
@@ -259,7 +259,7 @@ TEST_F(TagStoreTest, ARescanOfAnUnchangedStickReadsNoFile)
 
 TEST_F(TagStoreTest, AChangedFileIsReadAgain)
 {
-    library_test::STaggedFile retagged = Corpus()[6];  // Queen's track
+    testing_support::STaggedFile retagged = Corpus()[6];  // Queen's track
     retagged.tags["artist"] = "Queen & Co";
     ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
     m_reads = 0;

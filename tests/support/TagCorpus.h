@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace library_test {
+namespace testing_support {
 
 struct STaggedFile {
     std::string relativePath;  // below the stick
@@ -31,4 +31,4 @@ void MakeTaggedFiles(const std::string& root, const std::vector<STaggedFile>& fi
 // Every file below `root` with an audio extension, sorted.
 std::vector<std::string> AudioFilesBelow(const std::string& root);
 
-}  // namespace library_test
+}  // namespace testing_support

@@ -1,4 +1,4 @@
-#include "tests/unit/library/TagCorpus.h"
+#include "tests/support/TagCorpus.h"
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/MediaFactory.h"
@@ -10,7 +10,7 @@
 
 using testing_support::MediaFactory;
 
-namespace library_test {
+namespace testing_support {
 
 namespace {
 constexpr double kSeconds = 2.0;
@@ -130,4 +130,4 @@ std::vector<std::string> AudioFilesBelow(const std::string& root)
     return files;
 }
 
-}  // namespace library_test
+}  // namespace testing_support
