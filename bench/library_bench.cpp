@@ -1,19 +1,23 @@
 // Tag library benchmark, through the daemon over TCP:
 // - the first scan of a stick of real tagged tracks (bench/make_tag_tree.py),
 //   against mpd's full database update and a bare TagLib loop over the same
-//   files, both timed by bench/library.sh in the same run and handed in
-//   (scan times are medians of three);
-// - a re-index of the unchanged stick, and one after a daemon restart,
-//   against that first scan;
+//   files (bench/taglib_loop.cpp), both run by this program between its own
+//   scans, so that all share the machine's load of the moment (every scan
+//   time is a median of three);
+// - a re-index of the unchanged stick, one after a daemon restart and a
+//   re-plug (usbConnectionEvent), against that first scan;
 // - ping's tail while the scan runs, against an idle daemon's;
 // - on a stick of 50,000 small tracks: the query pages against ping, the
 //   resident memory the library adds and the database's bytes per track.
 // Figures are printed, never asserted.
 //
-// The library alone, in this process (walk, CTagStore, no daemon), gets rows
-// of its own beside the daemon's first scan.
+// The library alone, in this process (walk, CTagScanPass, no daemon), gets
+// rows of its own beside the daemon's first scan.
 //
-// Usage: library_bench TREE BIG_TREE TAGLIB_SECONDS MPD_SECONDS
+// Usage: library_bench TREE BIG_TREE TAGLIB_LOOP MPD_UPDATE
+// (TREE and BIG_TREE made by bench/make_tag_tree.py, TAGLIB_LOOP the
+// taglib_loop binary, MPD_UPDATE bench/mpd_update.py; bench/library.sh
+// puts them together)
 
 #include "control/rpc/JsonText.h"
 #include "library/StorageIndex.h"
@@ -57,6 +61,7 @@ constexpr int kScanTimeoutMs = 15 * 60 * 1000;
 constexpr int kStopTimeoutMs = 30000;
 const char* const kStickFolder = "/mnt/usb-stick1";
 const char* const kStateFolder = "/var/lib/usb-media-service";
+const char* const kStickUuid = "BE7C-2026";
 
 double Seconds(Clock::duration duration)
 {
@@ -194,25 +199,23 @@ void ListenToLibrary(RpcClient& client)
     client.DrainNotifications(100);
 }
 
-// indexUsbStorage of the stick, then the library's notifications until the
-// scan has ended.
-SScan IndexAndScan(RpcClient& client, const std::string& stick)
+// Sends `method` (which starts a scan), then reads the library's
+// notifications until the scan has ended; times both from the request.
+SScan RequestAndScan(RpcClient& client, const std::string& method, const Json::Value& params)
 {
     ListenToLibrary(client);
-    Json::Value params(Json::objectValue);
-    params["usbStoragePath"] = stick;
-    SScan scan;
     const auto start = Clock::now();
-    Expect(client.Call("indexUsbStorage", params, kScanTimeoutMs), "indexUsbStorage");
+    Expect(client.Call(method, params, kScanTimeoutMs), method);
     for (;;) {
         Json::Value notification;
         if (!client.NextNotification(notification, "libraryScanNotification", kScanTimeoutMs)) {
-            throw std::runtime_error("no libraryScanNotification");
+            throw std::runtime_error("no libraryScanNotification after " + method);
         }
         const std::string state = notification["params"]["state"].asString();
         if (state == "scanning") {
             continue;
         }
+        SScan scan;
         scan.seconds = Seconds(Clock::now() - start);
         scan.status = notification["params"];
         if (state != "ready") {
@@ -220,6 +223,36 @@ SScan IndexAndScan(RpcClient& client, const std::string& stick)
         }
         return scan;
     }
+}
+
+SScan IndexAndScan(RpcClient& client, const std::string& stick)
+{
+    Json::Value params(Json::objectValue);
+    params["usbStoragePath"] = stick;
+    return RequestAndScan(client, "indexUsbStorage", params);
+}
+
+// The plug event of the first stick, as the device's USB monitor sends it.
+Json::Value StickEvent(bool connected)
+{
+    Json::Value params(Json::objectValue);
+    params["usbDevice"] = "usb1";
+    params["usbConnected"] = connected;
+    params["isSupported"] = true;
+    params["isReadable"] = true;
+    params["fsUUID"] = kStickUuid;
+    return params;
+}
+
+SScan PlugAndScan(RpcClient& client)
+{
+    return RequestAndScan(client, "usbConnectionEvent", StickEvent(true));
+}
+
+void Unplug(RpcClient& client)
+{
+    Expect(client.Call("usbConnectionEvent", StickEvent(false), kScanTimeoutMs), "usbConnectionEvent");
+    client.DrainNotifications(100);  // the library going idle
 }
 
 // Pings on a connection of its own, one every kPingInterval (a client's
@@ -290,67 +323,6 @@ Json::Value Page(int start)
 
 // The first scan of the tree, the re-indexes of the unchanged stick and
 // ping's tail during the scan, against the references.
-void SmallStickRows(const TempDir& root, const std::string& stick, double taglibSeconds, double mpdSeconds)
-{
-    const std::string stateFolder = root.Path() + kStateFolder;
-    std::vector<double> firstScans;
-    std::vector<double> reindexes;
-    uint32_t tracks = 0;
-    for (int run = 0; run < kRuns; ++run) {
-        testing_support::RemoveTree(stateFolder);
-        DaemonProcess daemon(DaemonOptions(root));
-        RpcClient client;
-        Connect(client, daemon);
-        const SScan scan = IndexAndScan(client, stick);
-        firstScans.push_back(scan.seconds);
-        tracks = scan.status["tracks"].asUInt();
-        std::fprintf(stderr, "first scan: %s, %u tracks, %u artists, %u albums, %u genres\n", S(scan.seconds).c_str(),
-                     tracks, scan.status["artists"].asUInt(), scan.status["albums"].asUInt(),
-                     scan.status["genres"].asUInt());
-        reindexes.push_back(IndexAndScan(client, stick).seconds);
-        daemon.Stop(SIGTERM, kStopTimeoutMs);
-    }
-    const double firstScan = Percentile(firstScans, 50);
-    const double reindex = Percentile(reindexes, 50);
-    std::vector<double> restarts;
-    for (int run = 0; run < kRuns; ++run) {
-        DaemonProcess daemon(DaemonOptions(root));
-        RpcClient client;
-        Connect(client, daemon);
-        restarts.push_back(IndexAndScan(client, stick).seconds);
-        daemon.Stop(SIGTERM, kStopTimeoutMs);
-    }
-    const double restart = Percentile(restarts, 50);
-    Row("first scan, " + std::to_string(tracks) + " tracks", S(firstScan), "mpd update " + S(mpdSeconds),
-        Fixed("%.2f", firstScan / mpdSeconds), "<= 0.5");
-    Row("first scan, " + std::to_string(tracks) + " tracks", S(firstScan), "bare TagLib loop " + S(taglibSeconds),
-        Fixed("%.2f", firstScan / taglibSeconds), "<= 1.3");
-    Row("re-index of the unchanged stick", Ms(reindex), "first scan " + S(firstScan),
-        Fixed("%.2f %%", 100.0 * reindex / firstScan), "<= 5 %");
-    Row("index after a daemon restart, unchanged stick", Ms(restart), "first scan " + S(firstScan),
-        Fixed("%.2f %%", 100.0 * restart / firstScan), "<= 5 %");
-
-    // Ping's tail during a first scan, timed apart so the pings do not slow
-    // the scan timed above: the databases go, and the stick is read anew.
-    testing_support::RemoveTree(stateFolder);
-    DaemonProcess daemon(DaemonOptions(root));
-    RpcClient client;
-    Connect(client, daemon);
-    RoundTrips(client, RequestText("ping", Json::Value()), 300);  // warm up
-    Pinger idle(daemon.Port());
-    std::this_thread::sleep_for(kIdlePingTime);
-    const std::vector<double> idleTimes = idle.Stop();
-    Pinger busy(daemon.Port());
-    IndexAndScan(client, stick);
-    const std::vector<double> busyTimes = busy.Stop();
-    const double idleP99 = Percentile(idleTimes, 99);
-    const double busyP99 = Percentile(busyTimes, 99);
-    std::fprintf(stderr, "pings every %lld ms: %zu idle, %zu during the scan\n",
-                 static_cast<long long>(kPingInterval.count()), idleTimes.size(), busyTimes.size());
-    Row("ping p99 during a first scan", Ms(busyP99), "idle ping p99 " + Ms(idleP99), Fixed("%.2f x", busyP99 / idleP99),
-        "<= 2 x");
-}
-
 // One scan of the stick into the store at `database`, as the daemon's scan
 // thread does it: the storage walk, then every file through CTagScanPass.
 double ScanInProcess(const std::string& stick, const std::string& database, uint32_t& tracks)
@@ -379,23 +351,140 @@ double ScanInProcess(const std::string& stick, const std::string& database, uint
     return Seconds(end - start);
 }
 
-void InProcessRows(const std::string& stick, double taglibSeconds)
+// What the first scan is measured against, run by this program between its
+// own scans so that all of them share the machine's load of the moment.
+struct SReferences {
+    std::string taglibLoop;  // the taglib_loop binary
+    std::string mpdUpdate;   // bench/mpd_update.py
+};
+
+// Runs `command` and reads the seconds from its line "LABEL SECONDS ...".
+double ReferenceSeconds(const std::string& command, const std::string& label)
 {
-    TempDir folder;
-    uint32_t tracks = 0;
-    std::vector<double> firsts;
-    std::vector<double> agains;
-    for (int run = 0; run < kRuns; ++run) {
-        const std::string database = folder / ("library-" + std::to_string(run) + ".sqlite");
-        firsts.push_back(ScanInProcess(stick, database, tracks));
-        agains.push_back(ScanInProcess(stick, database, tracks));
+    FILE* output = popen(command.c_str(), "r");
+    if (output == nullptr) {
+        throw std::runtime_error("cannot run " + command);
     }
-    const double first = Percentile(firsts, 50);
-    const double again = Percentile(agains, 50);
-    Row("first scan in process (CTagStore), " + std::to_string(tracks) + " tracks", S(first),
-        "bare TagLib loop " + S(taglibSeconds), Fixed("%.2f", first / taglibSeconds), "-");
-    Row("re-scan in process, unchanged files", Ms(again), "first scan " + S(first),
-        Fixed("%.2f %%", 100.0 * again / first), "-");
+    char line[256];
+    double seconds = -1;
+    while (std::fgets(line, sizeof line, output) != nullptr) {
+        std::fprintf(stderr, "%s", line);
+        if (std::string(line).rfind(label + " ", 0) == 0) {
+            seconds = std::atof(line + label.size() + 1);
+        }
+    }
+    if (pclose(output) != 0 || seconds <= 0) {
+        throw std::runtime_error("no figure from " + command);
+    }
+    return seconds;
+}
+
+std::string Quoted(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
+// The first scans (the daemon's and the library's alone) beside their
+// references, the re-indexes and re-plugs of the unchanged stick, and
+// ping's tail during a scan.
+void SmallStickRows(const TempDir& root, const std::string& stick, const std::string& tree,
+                    const SReferences& references)
+{
+    const std::string stateFolder = root.Path() + kStateFolder;
+    std::vector<double> taglibLoops;
+    std::vector<double> mpdUpdates;
+    std::vector<double> inProcessScans;
+    std::vector<double> inProcessRescans;
+    std::vector<double> firstScans;
+    std::vector<double> reindexes;
+    uint32_t tracks = 0;
+    TempDir databases;
+    for (int run = 0; run < kRuns; ++run) {
+        taglibLoops.push_back(
+            ReferenceSeconds("nice " + Quoted(references.taglibLoop) + " " + Quoted(tree), "taglib-loop"));
+        const std::string database = databases / ("library-" + std::to_string(run) + ".sqlite");
+        inProcessScans.push_back(ScanInProcess(stick, database, tracks));
+        inProcessRescans.push_back(ScanInProcess(stick, database, tracks));
+        mpdUpdates.push_back(ReferenceSeconds(
+            "nice /usr/bin/python3 " + Quoted(references.mpdUpdate) + " " + Quoted(tree), "mpd-update"));
+
+        testing_support::RemoveTree(stateFolder);
+        DaemonProcess daemon(DaemonOptions(root));
+        RpcClient client;
+        Connect(client, daemon);
+        const SScan scan = IndexAndScan(client, stick);
+        firstScans.push_back(scan.seconds);
+        tracks = scan.status["tracks"].asUInt();
+        std::fprintf(stderr, "first scan: %s, %u tracks, %u artists, %u albums, %u genres\n", S(scan.seconds).c_str(),
+                     tracks, scan.status["artists"].asUInt(), scan.status["albums"].asUInt(),
+                     scan.status["genres"].asUInt());
+        reindexes.push_back(IndexAndScan(client, stick).seconds);
+        daemon.Stop(SIGTERM, kStopTimeoutMs);
+    }
+    const double taglibSeconds = Percentile(taglibLoops, 50);
+    const double mpdSeconds = Percentile(mpdUpdates, 50);
+    const double inProcess = Percentile(inProcessScans, 50);
+    const double inProcessAgain = Percentile(inProcessRescans, 50);
+    const double firstScan = Percentile(firstScans, 50);
+    const double reindex = Percentile(reindexes, 50);
+    std::vector<double> restarts;
+    for (int run = 0; run < kRuns; ++run) {
+        DaemonProcess daemon(DaemonOptions(root));
+        RpcClient client;
+        Connect(client, daemon);
+        restarts.push_back(IndexAndScan(client, stick).seconds);
+        daemon.Stop(SIGTERM, kStopTimeoutMs);
+    }
+    const double restart = Percentile(restarts, 50);
+    std::vector<double> replugs;
+    {
+        // The stick's database is keyed by its file system UUID once a plug
+        // event names it: the first plug reads it anew, the next ones not.
+        DaemonProcess daemon(DaemonOptions(root));
+        RpcClient client;
+        Connect(client, daemon);
+        std::fprintf(stderr, "first plug: %s\n", S(PlugAndScan(client).seconds).c_str());
+        for (int run = 0; run < kRuns; ++run) {
+            Unplug(client);
+            replugs.push_back(PlugAndScan(client).seconds);
+        }
+        daemon.Stop(SIGTERM, kStopTimeoutMs);
+    }
+    const double replug = Percentile(replugs, 50);
+    Row("first scan in process, " + std::to_string(tracks) + " tracks", S(inProcess),
+        "bare TagLib loop " + S(taglibSeconds), Fixed("%.2f", inProcess / taglibSeconds), "-");
+    Row("re-scan in process, unchanged files", Ms(inProcessAgain), "first scan in process " + S(inProcess),
+        Fixed("%.2f %%", 100.0 * inProcessAgain / inProcess), "-");
+    Row("first scan, " + std::to_string(tracks) + " tracks", S(firstScan), "mpd update " + S(mpdSeconds),
+        Fixed("%.2f", firstScan / mpdSeconds), "<= 0.5");
+    Row("first scan, " + std::to_string(tracks) + " tracks", S(firstScan), "bare TagLib loop " + S(taglibSeconds),
+        Fixed("%.2f", firstScan / taglibSeconds), "<= 1.3");
+    Row("re-index of the unchanged stick", Ms(reindex), "first scan " + S(firstScan),
+        Fixed("%.2f %%", 100.0 * reindex / firstScan), "<= 5 %");
+    Row("index after a daemon restart, unchanged stick", Ms(restart), "first scan " + S(firstScan),
+        Fixed("%.2f %%", 100.0 * restart / firstScan), "<= 5 %");
+    Row("re-plug of the unchanged stick (fsUUID)", Ms(replug), "first scan " + S(firstScan),
+        Fixed("%.2f %%", 100.0 * replug / firstScan), "<= 5 %");
+
+    // Ping's tail during a first scan, timed apart so the pings do not slow
+    // the scan timed above: the databases go, and the stick is read anew.
+    testing_support::RemoveTree(stateFolder);
+    DaemonProcess daemon(DaemonOptions(root));
+    RpcClient client;
+    Connect(client, daemon);
+    RoundTrips(client, RequestText("ping", Json::Value()), 300);  // warm up
+    Pinger idle(daemon.Port());
+    std::this_thread::sleep_for(kIdlePingTime);
+    const std::vector<double> idleTimes = idle.Stop();
+    Pinger busy(daemon.Port());
+    IndexAndScan(client, stick);
+    const std::vector<double> busyTimes = busy.Stop();
+    const double idleP99 = Percentile(idleTimes, 99);
+    const double busyP99 = Percentile(busyTimes, 99);
+    std::fprintf(stderr, "pings every %lld ms: %zu idle, %zu during the scan\n",
+                 static_cast<long long>(kPingInterval.count()), idleTimes.size(), busyTimes.size());
+    Row("ping p99 during a first scan", Ms(busyP99), "idle ping p99 " + Ms(idleP99), Fixed("%.2f x", busyP99 / idleP99),
+        "<= 2 x");
 }
 
 struct SQuery {
@@ -480,7 +569,7 @@ void BigStickRows(const std::string& tree)
     const long long bytes = DatabaseBytes(root.Path() + kStateFolder, files);
     Row("database bytes per track, " + std::to_string(tracks / 1000) + "k tracks",
         Fixed("%.0f B", static_cast<double>(bytes) / std::max(1u, tracks)),
-        Fixed("%.1f MB", bytes / 1e6) + " in " + std::to_string(files) + " files", "-", "<= 300 B");
+        Fixed("%.1f MB", bytes / 1e6) + " in " + std::to_string(files) + (files == 1 ? " file" : " files"), "-", "<= 300 B");
 }
 
 }  // namespace
@@ -488,11 +577,10 @@ void BigStickRows(const std::string& tree)
 int main(int argc, char** argv)
 {
     if (argc != 5) {
-        std::fprintf(stderr, "usage: library_bench TREE BIG_TREE TAGLIB_SECONDS MPD_SECONDS\n");
+        std::fprintf(stderr, "usage: library_bench TREE BIG_TREE TAGLIB_LOOP MPD_UPDATE\n");
         return 2;
     }
-    const double taglibSeconds = std::atof(argv[3]);
-    const double mpdSeconds = std::atof(argv[4]);
+    const SReferences references{argv[3], argv[4]};
     Row("figure", "value", "reference", "ratio", "target");
     std::printf("|%s|%s|%s|%s|%s|\n", std::string(48, '-').c_str(), std::string(14, '-').c_str(),
                 std::string(32, '-').c_str(), std::string(12, '-').c_str(), std::string(12, '-').c_str());
@@ -501,8 +589,7 @@ int main(int argc, char** argv)
     TempDir root;
     const std::string stick = MakeStick(root, argv[1]);
     setenv("USBMEDIA_ROOT", root.Path().c_str(), 1);
-    InProcessRows(stick, taglibSeconds);
-    SmallStickRows(root, stick, taglibSeconds, mpdSeconds);
+    SmallStickRows(root, stick, argv[1], references);
     BigStickRows(argv[2]);
     return 0;
 }
