@@ -3,6 +3,8 @@
 # (clang with its fuzzer runtime for the lock-annotation build and the fuzzer),
 # then the npm packages of the protocol checks (tests/protocol/package.json)
 # into ~/.cache/usb-media-service/openrpc-tools.
+# `--bench` adds what bench/run compares the service with (mpd); the tests,
+# and so CI, do without it.
 # Idempotent: packages already present are skipped; apt-get update runs once,
 # and only when something is missing; npm runs only when what it is asked for
 # changed.
@@ -21,6 +23,10 @@ PACKAGES=(
   libfuse3-dev fuse3
   clang libclang-rt-14-dev
 )
+BENCH_PACKAGES=(mpd)
+if [ "${1:-}" = "--bench" ]; then
+  PACKAGES+=("${BENCH_PACKAGES[@]}")
+fi
 
 missing=()
 for pkg in "${PACKAGES[@]}"; do
