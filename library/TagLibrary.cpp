@@ -4,11 +4,17 @@
 #include "library/StorageIndex.h"
 #include "library/TagScan.h"
 
+#include <malloc.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <string>
 #include <utility>
 
 namespace {
 using Lock = CLockGuard<CMutex>;
+constexpr int kScanNiceness = 10;
 }  // namespace
 
 const char* LibraryStateName(ELibraryState state)
@@ -140,6 +146,16 @@ void CTagLibrary::EndScanLocked(EStopReason reason)
 }
 
 void CTagLibrary::RunScan(std::string root, std::string uuid)
+{
+    // Requests and playback come first: the scan runs at a lower priority.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kScanNiceness);
+    ScanOnThread(root, uuid);
+    // The walk and the scan's map of stored files were this thread's: give
+    // their memory back rather than keep it for the next scan.
+    malloc_trim(0);
+}
+
+void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid)
 {
     const CThreadScanStop walkStop(m_stopScan);
     CStorageIndex index;

@@ -87,8 +87,9 @@ private:
     void StartScanLocked(const std::string& root, const std::string& device) REQUIRES(m_controlMutex);
     // Raises the stop flag with `reason` and joins the scan thread.
     void EndScanLocked(EStopReason reason) REQUIRES(m_controlMutex);
-    // The scan thread.
+    // The scan thread, and the scan it runs.
     void RunScan(std::string root, std::string uuid);
+    void ScanOnThread(const std::string& root, const std::string& uuid);
     bool OpenScanDatabase(CTagStore& writer, const std::string& identity);
     void FinishScan(ELibraryState state, const SLibraryCounts& counts) EXCLUDES(m_statusMutex);
     void OnProgress(uint32_t scanned, uint32_t total) EXCLUDES(m_statusMutex);

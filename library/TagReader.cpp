@@ -3,12 +3,20 @@
 #include <taglib/asffile.h>
 #include <taglib/audioproperties.h>
 #include <taglib/fileref.h>
+#include <taglib/flacfile.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/infotag.h>
+#include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
+#include <taglib/opusfile.h>
+#include <taglib/tfilestream.h>
 #include <taglib/tpropertymap.h>
+#include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
 
+#include <fcntl.h>
+
+#include <cctype>
 #include <algorithm>
 
 namespace {
@@ -111,19 +119,18 @@ void ParseNumberPair(const std::string& text, uint32_t& number, uint32_t& count)
     count = slash == std::string::npos ? 0 : LeadingNumber(text, slash + 1);
 }
 
-STrackTags ReadTags(const std::string& path)
+namespace {
+// What `ref` holds, for the file named `name`.
+STrackTags TagsOf(const TagLib::FileRef& ref, const std::string& name)
 {
     STrackTags tags;
-    // The FileRef owns the format's File object and frees it with itself;
-    // the pointers taken from it below never outlive it.
-    const TagLib::FileRef ref(path.c_str(), true, TagLib::AudioProperties::Average);
     TagLib::File* file = ref.file();
     // TagLib takes any bytes named .mp3 for an MPEG stream that merely has no
     // frames: without a sample rate no audio was found, and the file is
     // unreadable like one TagLib refuses.
     if (ref.isNull() || !file->isValid() || ref.audioProperties() == nullptr ||
         ref.audioProperties()->sampleRate() <= 0) {
-        tags.title = BaseName(path);
+        tags.title = name;
         tags.unreadable = true;
         return tags;
     }
@@ -131,4 +138,69 @@ STrackTags ReadTags(const std::string& path)
     tags.durationSeconds = static_cast<uint32_t>(std::max(0, ref.audioProperties()->lengthInSeconds()));
     tags.hasPicture = HasPicture(file);
     return tags;
+}
+
+std::string LowerExtension(const std::string& name)
+{
+    const size_t dot = name.rfind('.');
+    std::string extension = dot == std::string::npos ? std::string() : name.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
+// The format's File on `stream`, chosen by the name's extension as FileRef
+// would; null for an extension it does not know here.
+TagLib::File* FileForExtension(TagLib::IOStream* stream, const std::string& extension)
+{
+    constexpr auto kStyle = TagLib::AudioProperties::Average;
+    if (extension == "mp3") {
+        return new TagLib::MPEG::File(stream, TagLib::ID3v2::FrameFactory::instance(), true, kStyle);
+    }
+    if (extension == "wma" || extension == "asf") {
+        return new TagLib::ASF::File(stream, true, kStyle);
+    }
+    if (extension == "wav") {
+        return new TagLib::RIFF::WAV::File(stream, true, kStyle);
+    }
+    if (extension == "flac") {
+        return new TagLib::FLAC::File(stream, TagLib::ID3v2::FrameFactory::instance(), true, kStyle);
+    }
+    if (extension == "m4a" || extension == "mp4" || extension == "aac") {
+        return new TagLib::MP4::File(stream, true, kStyle);
+    }
+    if (extension == "ogg") {
+        return new TagLib::Ogg::Vorbis::File(stream, true, kStyle);
+    }
+    if (extension == "opus") {
+        return new TagLib::Ogg::Opus::File(stream, true, kStyle);
+    }
+    return nullptr;
+}
+}  // namespace
+
+STrackTags ReadTags(const std::string& path)
+{
+    // The FileRef owns the format's File object and frees it with itself;
+    // the pointers taken from it never outlive it.
+    const TagLib::FileRef ref(path.c_str(), true, TagLib::AudioProperties::Average);
+    return TagsOf(ref, BaseName(path));
+}
+
+STrackTags ReadTagsOfOpenFile(int fd, const std::string& name)
+{
+    // The stream owns the descriptor it is given (it closes it): it gets a
+    // duplicate, and outlives the File read from it.
+    const int own = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (own < 0) {
+        STrackTags tags;
+        tags.title = name;
+        tags.unreadable = true;
+        return tags;
+    }
+    TagLib::FileStream stream(own, true);
+    TagLib::File* file = FileForExtension(&stream, LowerExtension(name));
+    const TagLib::FileRef ref = file != nullptr ? TagLib::FileRef(file)
+                                                : TagLib::FileRef(&stream, true, TagLib::AudioProperties::Average);
+    return TagsOf(ref, name);
 }

@@ -29,6 +29,11 @@ struct STrackTags {
 // chunk filling what ID3v2 leaves empty. Never throws.
 STrackTags ReadTags(const std::string& path);
 
+// The same for the file open on `fd` (not closed here) whose name is `name`:
+// its extension picks the format, else its content does. The scan reads the
+// files it opened itself, without following a link.
+STrackTags ReadTagsOfOpenFile(int fd, const std::string& name);
+
 // The leading number of `text` and the one after its "/" ("3/12" gives 3
 // and 12, "7" gives 7 and 0, "" or "x" gives 0 and 0).
 void ParseNumberPair(const std::string& text, uint32_t& number, uint32_t& count);

@@ -4,6 +4,9 @@
 #include "library/StickPaths.h"
 #include "library/TagReader.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 #include <utility>
@@ -50,16 +53,33 @@ ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
     return ETagScanEnd::kComplete;
 }
 
+int CTagScanPass::FolderDescriptor(const std::string& folder)
+{
+    if (folder != m_folder || !m_folderFd.IsValid()) {
+        m_folder = folder;
+        const std::optional<SStickPath> confined = ConfineToSticks(folder);
+        m_folderFd = confined ? OpenConfinedFolder(*confined) : UniqueFd();
+    }
+    return m_folderFd.Get();
+}
+
 bool CTagScanPass::Feed(const CFile& file)
 {
-    // A file that cannot be located or stat'ed is still stored (titled by
-    // its name, never matching a later stamp) and counts as a read error.
-    const std::optional<std::string> location = TrackLocation(file.m_path, file.m_name);
-    SFileStamp stamp;
-    bool unreadable = !location || !ReadFileStamp(*location, stamp);
+    // A file that cannot be stat'ed as a regular file of its folder is still
+    // stored (titled by its name, never matching a later stamp) and counts
+    // as a read error.
+    const int folder = FolderDescriptor(file.m_path);
+    struct stat info {};
+    bool unreadable = folder < 0 || fstatat(folder, file.m_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+                      !S_ISREG(info.st_mode);
+    const SFileStamp stamp = unreadable ? SFileStamp{} : FileStampOf(info);
     const auto read = [&](const std::string&) {
-        STrackTags tags = location && !unreadable ? ReadTags(*location) : STrackTags{};
-        if (!location || unreadable) {
+        STrackTags tags;
+        const UniqueFd opened(unreadable ? -1
+                                         : openat(folder, file.m_name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (opened.IsValid()) {
+            tags = ReadTagsOfOpenFile(opened.Get(), file.m_name);
+        } else {
             tags.unreadable = true;
         }
         unreadable = tags.unreadable;

@@ -1,18 +1,22 @@
 #pragma once
 
+#include "core/PosixHandles.h"
 #include "library/StorageIndex.h"
 #include "library/TagStore.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <string>
 
 enum class ETagScanEnd { kComplete, kStopped, kFailed };
 
 // One pass of a tag scan: every audio file of `index`, in index order, goes
-// to `store` (whose scan the caller has begun and will end). Files are
-// opened where the pipeline would open them (TrackLocation), so a link on
-// the stick never leads the reader off it. `progress` hears the count done
+// to `store` (whose scan the caller has begun and will end). Each folder is
+// opened confined to its stick (ConfineToSticks, OpenConfinedFolder) and its
+// files are stat'ed and opened from it without following a link, so a link
+// put on the stick never leads the reader off it, and no file costs a path
+// resolution of its own. `progress` hears the count done
 // after each file. The pass ends early when `stop` is raised or the service
 // terminates, and fails after kMaxReadErrorsInARow files in a row could not
 // be read (a stick failing under the reader).
@@ -32,9 +36,13 @@ private:
     // Handles one file; false when the store failed.
     bool Feed(const CFile& file);
     bool Stopping() const;
+    // The open folder `folder`, opened anew when it is not the last one.
+    int FolderDescriptor(const std::string& folder);
 
     CTagStore& m_store;
     const std::atomic<bool>& m_stop;
     const Progress m_progress;
     uint32_t m_errorsInARow = 0;
+    std::string m_folder;  // the folder open on m_folderFd
+    UniqueFd m_folderFd;
 };

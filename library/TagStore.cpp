@@ -195,9 +195,14 @@ bool ReadFileStamp(const std::string& path, SFileStamp& stamp)
     if (stat(path.c_str(), &info) != 0) {
         return false;
     }
-    stamp.size = static_cast<int64_t>(info.st_size);
-    stamp.modifiedNs = static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec;
+    stamp = FileStampOf(info);
     return true;
+}
+
+SFileStamp FileStampOf(const struct stat& info)
+{
+    return {static_cast<int64_t>(info.st_size),
+            static_cast<int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
 }
 
 bool CTagStore::Fail(const std::string& what)
@@ -232,6 +237,8 @@ bool CTagStore::OpenExisting(const std::string& databasePath)
         return false;
     }
     sqlite3_busy_timeout(m_database.get(), 2000);
+    std::string error;
+    SqliteExec(m_database.get(), "PRAGMA cache_size=-512;", error);
     CSqliteStatement version(m_database.get(), "PRAGMA user_version");
     if (!version.Step() || version.Integer(0) != kSchemaVersion) {
         version = CSqliteStatement();
@@ -263,7 +270,10 @@ bool CTagStore::OpenFile(const std::string& databasePath)
     std::string error;
     // NORMAL is safe with WAL: a power cut may lose the last batch, never
     // the file.
-    if (!SqliteExec(m_database.get(), "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;", error)) {
+    // A small page cache: the queries read few pages, the scan writes in
+    // batches, and the device has little memory.
+    if (!SqliteExec(m_database.get(), "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-512;",
+                    error)) {
         return Fail("cannot set WAL mode on " + databasePath);
     }
     if (found == kSchemaVersion) {

@@ -3,6 +3,8 @@
 #include "library/Sqlite.h"
 #include "library/TagReader.h"
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -21,6 +23,8 @@ struct SFileStamp {
 // Size and modification time of the file at `path`; false when it cannot be
 // read.
 bool ReadFileStamp(const std::string& path, SFileStamp& stamp);
+// The same, from what stat gave.
+SFileStamp FileStampOf(const struct stat& info);
 
 // One page of a list: the items from the start index asked for, at most the
 // count asked for, and how many the whole list holds.
