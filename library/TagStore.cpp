@@ -14,17 +14,18 @@
 namespace {
 // Raised whenever the tables change shape: a file of another version is
 // dropped and scanned again, never migrated (it is a cache of the stick).
-constexpr int kSchemaVersion = 2;
+constexpr int kSchemaVersion = 3;
 // Files written per transaction during a scan.
 constexpr uint32_t kBatchSize = 256;
 
 const char* const kSchema = R"sql(
 -- A file is found by its rowid, which a scan learns with its stamp: no index
 -- on the path is kept (it would cost a third of the database).
+CREATE TABLE folders(id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE);
 CREATE TABLE tracks(
-  folder TEXT NOT NULL,
+  folderId INTEGER NOT NULL,      -- folders.id: each folder's path is kept once
   name TEXT NOT NULL,
-  fileId INTEGER NOT NULL,        -- FileId(folder, name)
+  fileId INTEGER NOT NULL,        -- FileId(folder path, name)
   size INTEGER NOT NULL,
   modifiedNs INTEGER NOT NULL,
   title TEXT NOT NULL, artist TEXT NOT NULL, albumArtist TEXT NOT NULL,
@@ -37,31 +38,39 @@ CREATE TABLE tracks(
   genreId INTEGER NOT NULL DEFAULT 0);
 CREATE INDEX tracks_album ON tracks(albumId);
 CREATE INDEX tracks_genre ON tracks(genreId);
+-- The search reads the title keys alone, in their order.
+CREATE INDEX tracks_title ON tracks(titleKey);
 CREATE TABLE artists(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sortKey TEXT NOT NULL,
   albumCount INTEGER NOT NULL, trackCount INTEGER NOT NULL);
 CREATE TABLE genres(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sortKey TEXT NOT NULL,
   albumCount INTEGER NOT NULL, trackCount INTEGER NOT NULL);
 CREATE TABLE albums(id INTEGER PRIMARY KEY, name TEXT NOT NULL, artist TEXT NOT NULL,
   sortKey TEXT NOT NULL, artistSortKey TEXT NOT NULL, year INTEGER NOT NULL, trackCount INTEGER NOT NULL);
+CREATE INDEX artists_order ON artists(sortKey, name);
+CREATE INDEX albums_order ON albums(sortKey, name, artistSortKey, artist);
 -- A track is by its artist and by its album's artist (one row when they are the same).
-CREATE TABLE trackArtists(track INTEGER NOT NULL, artistId INTEGER NOT NULL, PRIMARY KEY(artistId, track));
+CREATE TABLE trackArtists(track INTEGER NOT NULL, artistId INTEGER NOT NULL, PRIMARY KEY(artistId, track))
+  WITHOUT ROWID;
 )sql";
 
 const char* const kDropAll = R"sql(
 DROP TABLE IF EXISTS tracks; DROP TABLE IF EXISTS artists; DROP TABLE IF EXISTS genres;
-DROP TABLE IF EXISTS albums; DROP TABLE IF EXISTS trackArtists;
+DROP TABLE IF EXISTS albums; DROP TABLE IF EXISTS trackArtists; DROP TABLE IF EXISTS folders;
 )sql";
 
 // ?1 is the row of the file when it is stored already, else NULL for a new
 // one; a replaced row loses its links (album 0) until the rebuild.
 const char* const kStoreTrack = R"sql(
-INSERT OR REPLACE INTO tracks(rowid, folder, name, fileId, size, modifiedNs, title, artist, albumArtist, album,
+INSERT OR REPLACE INTO tracks(rowid, folderId, name, fileId, size, modifiedNs, title, artist, albumArtist, album,
   genre, year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable,
   titleKey)
 VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21))sql";
 
+// The tracks with their folders' paths, as the track columns read them.
+const std::string kTrackRows = " FROM tracks t JOIN folders f ON f.id = t.folderId";
+
 const char* const kTrackColumns =
-    "t.fileId, t.name, t.folder, t.title, t.artist, t.album, "
+    "t.fileId, t.name, f.path, t.title, t.artist, t.album, "
     "t.trackNumber, t.discNumber, t.duration";
 
 void RemoveDatabaseFiles(const std::string& path)
@@ -294,6 +303,8 @@ void CTagStore::Close()
     m_database.reset();
     m_scanning = false;
     m_unseen.clear();
+    m_folderIds.clear();
+    m_titleKeys = STitleKeys{};  // a data version means something on its connection alone
 }
 
 bool CTagStore::BeginScan()
@@ -355,7 +366,12 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
     if (row) {
         upsert.Bind(1, *row);
     }
-    upsert.Bind(2, folder).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
+    const int64_t folderId = FolderId(folder);
+    if (folderId == 0) {
+        Fail("cannot store the folder " + folder);
+        return EAddOutcome::Failed;
+    }
+    upsert.Bind(2, folderId).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
     upsert.Bind(5, stamp.size).Bind(6, stamp.modifiedNs).Bind(7, title).Bind(8, tags.artist);
     upsert.Bind(9, tags.albumArtist).Bind(10, tags.album).Bind(11, tags.genre).Bind(12, int64_t{tags.year});
     upsert.Bind(13, int64_t{tags.trackNumber}).Bind(14, int64_t{tags.trackCount});
@@ -370,6 +386,21 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
     return CommitBatchIfFull() ? EAddOutcome::Read : EAddOutcome::Failed;
 }
 
+int64_t CTagStore::FolderId(const std::string& folder)
+{
+    const auto known = m_folderIds.find(folder);
+    if (known != m_folderIds.end()) {
+        return known->second;
+    }
+    CSqliteStatement add(m_database.get(), "INSERT INTO folders(path) VALUES(?)");
+    if (!add.Bind(1, folder).Run()) {
+        return 0;
+    }
+    const int64_t id = sqlite3_last_insert_rowid(m_database.get());
+    m_folderIds.emplace(folder, id);
+    return id;
+}
+
 bool CTagStore::RemoveUnseen()
 {
     CSqliteStatement remove(m_database.get(), "DELETE FROM tracks WHERE rowid = ?");
@@ -379,7 +410,9 @@ bool CTagStore::RemoveUnseen()
         }
     }
     m_changed = m_changed || !m_unseen.empty();
-    return true;
+    std::string error;
+    return SqliteExec(m_database.get(), "DELETE FROM folders WHERE id NOT IN (SELECT folderId FROM tracks)", error) ||
+           Fail("cannot remove the empty folders");
 }
 
 // One query for every stored stamp: a re-plug of an unchanged stick then
@@ -387,7 +420,13 @@ bool CTagStore::RemoveUnseen()
 bool CTagStore::LoadKnownStamps()
 {
     m_unseen.clear();
-    CSqliteStatement stamps(m_database.get(), "SELECT folder, name, size, modifiedNs, rowid FROM tracks");
+    m_folderIds.clear();
+    CSqliteStatement folders(m_database.get(), "SELECT path, id FROM folders");
+    while (folders.Step()) {
+        m_folderIds.emplace(folders.Text(0), folders.Integer(1));
+    }
+    CSqliteStatement stamps(m_database.get(), "SELECT f.path, t.name, t.size, t.modifiedNs, t.rowid FROM tracks t "
+                                              "JOIN folders f ON f.id = t.folderId");
     while (stamps.Step()) {
         m_unseen.emplace(stamps.Text(0) + "/" + stamps.Text(1),
                          SKnownFile{SFileStamp{stamps.Integer(2), stamps.Integer(3)}, stamps.Integer(4)});
@@ -408,6 +447,7 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
     const bool relink = m_changed || Count("SELECT EXISTS(SELECT 1 FROM tracks WHERE albumId = 0)", 0) != 0;
     stored = stored && (!relink || !rebuild || RebuildIdentities());
     m_unseen.clear();
+    m_folderIds.clear();
     m_store = CSqliteStatement();
     if (!stored) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
@@ -573,7 +613,7 @@ const char* const kAlbumsOfGenre = " FROM albums a WHERE a.id IN (SELECT albumId
 const char* const kAlbumsNamed = " FROM albums a WHERE instr(a.sortKey, ?) > 0";
 // An artist's tracks, and the whole list: album year, album, disc, track.
 const char* const kArtistTrackOrder =
-    " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name LIMIT ? OFFSET ?";
+    " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, f.path, t.name LIMIT ? OFFSET ?";
 
 std::string Select(const char* columns, const std::string& rest)
 {
@@ -617,7 +657,7 @@ SPage<STrackEntry> CTagStore::Tracks(const PageChooser& page)
 {
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks",
                              Select("SELECT ", kTrackColumns) +
-                                 " FROM tracks t JOIN albums a ON a.id = t.albumId" + kArtistTrackOrder,
+                                 kTrackRows + " JOIN albums a ON a.id = t.albumId" + kArtistTrackOrder,
                              nullptr, nullptr, page, TrackFrom);
 }
 
@@ -626,8 +666,8 @@ SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, const PageChooser&
     const int64_t key = albumId;
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE albumId = ?",
                              Select("SELECT ", kTrackColumns) +
-                                 " FROM tracks t WHERE t.albumId = ? "
-                                 "ORDER BY t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name LIMIT ? OFFSET ?",
+                                 kTrackRows + " WHERE t.albumId = ? "
+                                 "ORDER BY t.discNumber, t.trackNumber, t.titleKey, f.path, t.name LIMIT ? OFFSET ?",
                              &key, nullptr, page, TrackFrom);
 }
 
@@ -637,6 +677,7 @@ SPage<STrackEntry> CTagStore::TracksByArtist(uint32_t artistId, const PageChoose
     return Page<STrackEntry>("SELECT COUNT(*) FROM trackArtists WHERE artistId = ?",
                              Select("SELECT ", kTrackColumns) +
                                  " FROM trackArtists ta JOIN tracks t ON t.rowid = ta.track"
+                                 " JOIN folders f ON f.id = t.folderId"
                                  " JOIN albums a ON a.id = t.albumId WHERE ta.artistId = ?" + kArtistTrackOrder,
                              &key, nullptr, page, TrackFrom);
 }
@@ -646,8 +687,8 @@ SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, const PageChooser&
     const int64_t key = genreId;
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE genreId = ?",
                              Select("SELECT ", kTrackColumns) +
-                                 " FROM tracks t JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
-                                 " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.folder, t.name"
+                                 kTrackRows + " JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
+                                 " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, f.path, t.name"
                                  " LIMIT ? OFFSET ?",
                              &key, nullptr, page, TrackFrom);
 }
@@ -674,17 +715,60 @@ SPage<SAlbumEntry> CTagStore::SearchAlbums(const std::string& text, const PageCh
                              kAlbumOrder, nullptr, &key, page, AlbumFrom);
 }
 
+// The title keys of every track, in the order of the search's list, kept
+// back to back in memory: a search is one pass over them, not a read of the
+// table. Loaded again when any connection has written since (data_version).
+bool CTagStore::LoadTitleKeys()
+{
+    CSqliteStatement version(m_database.get(), "PRAGMA data_version");
+    const int64_t current = version.Step() ? version.Integer(0) : -1;
+    if (current == m_titleKeys.dataVersion && current >= 0) {
+        return true;
+    }
+    m_titleKeys = STitleKeys{};
+    CSqliteStatement keys(m_database.get(), "SELECT t.titleKey, t.rowid" + kTrackRows +
+                                                " ORDER BY t.titleKey, f.path, t.name");
+    while (keys.Step()) {
+        m_titleKeys.starts.push_back(static_cast<uint32_t>(m_titleKeys.text.size()));
+        m_titleKeys.text += keys.Text(0);
+        m_titleKeys.text += '\0';
+        m_titleKeys.rows.push_back(keys.Integer(1));
+    }
+    if (keys.Failed()) {
+        m_titleKeys = STitleKeys{};
+        return false;
+    }
+    m_titleKeys.dataVersion = current;
+    return true;
+}
+
 SPage<STrackEntry> CTagStore::SearchTracks(const std::string& text, const PageChooser& page)
 {
     const std::string key = SortKey(text);
-    if (key.empty()) {
-        return {};
+    SPage<STrackEntry> found;
+    if (key.empty() || !m_database || !LoadTitleKeys()) {
+        return found;
     }
-    return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE instr(titleKey, ?) > 0",
-                             Select("SELECT ", kTrackColumns) +
-                                 " FROM tracks t WHERE instr(t.titleKey, ?) > 0"
-                                 " ORDER BY t.titleKey, t.folder, t.name LIMIT ? OFFSET ?",
-                             nullptr, &key, page, TrackFrom);
+    // Every track whose key holds the text, once, in list order.
+    std::vector<int64_t> rows;
+    const std::string& keys = m_titleKeys.text;
+    for (size_t at = keys.find(key); at != std::string::npos;) {
+        const auto next = std::upper_bound(m_titleKeys.starts.begin(), m_titleKeys.starts.end(), at);
+        const size_t entry = static_cast<size_t>(next - m_titleKeys.starts.begin()) - 1;
+        rows.push_back(m_titleKeys.rows[entry]);
+        at = next == m_titleKeys.starts.end() ? std::string::npos : keys.find(key, *next);
+    }
+    found.totalCount = static_cast<uint32_t>(rows.size());
+    const SPageRange range = page(found.totalCount);
+    CSqliteStatement track(m_database.get(), Select("SELECT ", kTrackColumns) + kTrackRows + " WHERE t.rowid = ?");
+    for (uint32_t i = 0; i < range.count && range.begin + i < rows.size(); ++i) {
+        track.Reset();
+        track.Bind(1, rows[range.begin + i]);
+        if (track.Step()) {
+            found.items.push_back(TrackFrom(track));
+        }
+    }
+    return found;
 }
 
 SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)
@@ -694,8 +778,8 @@ SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)
         return source;
     }
     CSqliteStatement tracks(m_database.get(),
-                            "SELECT folder, name, hasPicture FROM tracks WHERE albumId = ? "
-                            "ORDER BY discNumber, trackNumber, titleKey, folder, name");
+                            "SELECT f.path, t.name, t.hasPicture FROM tracks t JOIN folders f ON f.id = t.folderId "
+                            "WHERE t.albumId = ? ORDER BY t.discNumber, t.trackNumber, t.titleKey, f.path, t.name");
     tracks.Bind(1, int64_t{albumId});
     while (tracks.Step()) {
         if (source.folder.empty()) {

@@ -166,6 +166,9 @@ private:
     SPage<Item> Page(const std::string& countSql, const std::string& itemsSql, const int64_t* key,
                      const std::string* text, const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
     bool LoadKnownStamps();
+    bool LoadTitleKeys();
+    // The row of `folder` in the folders table, added when new; 0 on failure.
+    int64_t FolderId(const std::string& folder);
 
     SqliteHandle m_database;
     std::string m_error;
@@ -178,6 +181,16 @@ private:
         int64_t rowId = 0;
     };
     std::unordered_map<std::string, SKnownFile> m_unseen;  // by folder + "/" + name
+    std::unordered_map<std::string, int64_t> m_folderIds;  // the folders table, by path
+    // The tracks' title keys for the search, each ended by a NUL, with where
+    // each starts and its track's row, as of one data version of the file.
+    struct STitleKeys {
+        std::string text;
+        std::vector<uint32_t> starts;
+        std::vector<int64_t> rows;
+        int64_t dataVersion = -1;
+    };
+    STitleKeys m_titleKeys;
     CSqliteStatement m_store;
     uint32_t m_pendingWrites = 0;
     bool m_changed = false;
