@@ -2,6 +2,7 @@
 #include "tools/Verbs.h"
 
 #include "core/UsbSticks.h"
+#include "tools/FileSystemUuid.h"
 #include "tools/Paths.h"
 #include "tools/Reports.h"
 
@@ -97,6 +98,31 @@ bool SupportedFileSystem(const std::string& type)
                                                  "iso9660", "udf", "hfsplus"};
     return type.empty() || supported.count(type) != 0;
 }
+
+// The stick's file system UUID, by which the service keeps what it learnt of
+// the stick: udev's ID_FS_UUID when run from its environment, else found
+// through the device mounted there. Empty when neither says.
+std::string FileSystemUuid(const std::string& mountPoint)
+{
+    const std::string fromUdev = EnvironmentOr("ID_FS_UUID", "");
+    if (!fromUdev.empty()) {
+        return fromUdev;
+    }
+    return FileSystemUuidOf(ResolvePath(mountPoint), "/proc/self/mountinfo", "/dev/disk/by-uuid");
+}
+
+// What the report line says beside the mount point.
+std::string MountEventDetails(const Json::Value& params, const std::string& fileSystem)
+{
+    std::string details;
+    if (params.isMember("fsUUID")) {
+        details += ", UUID " + params["fsUUID"].asString();
+    }
+    if (!params["isSupported"].asBool()) {
+        details += ", " + (fileSystem.empty() ? "" : fileSystem + " ") + "not supported";
+    }
+    return details;
+}
 }  // namespace
 
 int RunMountEvent(const VerbContext& context)
@@ -113,13 +139,14 @@ int RunMountEvent(const VerbContext& context)
     params["usbConnected"] = mounted;
     params["isSupported"] = !context.invocation.Has("--not-supported") && SupportedFileSystem(fileSystem);
     params["isReadable"] = !context.invocation.Has("--unreadable");
+    // Sent only when known: a service that keys nothing by it sees no change.
+    const std::string uuid = mounted ? FileSystemUuid(mountPoint) : "";
+    if (!uuid.empty()) {
+        params["fsUUID"] = ToWireText(uuid);
+    }
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
-        context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported ("
-                    << mountPoint
-                    << (params["isSupported"].asBool() ? ""
-                                                       : ", " + (fileSystem.empty() ? "" : fileSystem + " ") +
-                                                             "not supported")
-                    << ")\n";
+        context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported (" << mountPoint
+                    << MountEventDetails(params, fileSystem) << ")\n";
     });
 }
 

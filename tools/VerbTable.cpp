@@ -76,7 +76,9 @@ std::vector<Verb> MakeVerbs()
          "arguments. Without them it reads what a udev environment sets: the mount point\n"
          "from USBMEDIA_MOUNT_POINT, the event from ACTION (add or remove), and the file\n"
          "system from ID_FS_TYPE (one the service cannot read is reported as not\n"
-         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix.\n",
+         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix. A mounted stick is\n"
+         "reported with its file system's UUID, from ID_FS_UUID or else from the\n"
+         "/dev/disk/by-uuid link to the device mounted there, when one is found.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
           {"--unreadable", false, "", "report the stick as unreadable"}},
          0, 2, RunMountEvent},
