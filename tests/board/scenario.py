@@ -164,6 +164,7 @@ class Scenario:
         self.work = args.work
         self.figures = []
         self.plugs = 0
+        self.stick_reports = 0  # plugs of the readable stick, each reported with its UUID
         self.qemu = None
         self.started = time.monotonic()
 
@@ -328,6 +329,22 @@ class Scenario:
         self.run("findmnt -n -o SOURCE,FSTYPE,OPTIONS %s" % STICK_MOUNT, what="the stick mounted at " + STICK_MOUNT)
         self.run("systemctl is-active %s %s" % (shlex.quote(MOUNT_UNIT), STICK_UNIT),
                  what="the mount unit and the stick unit active")
+        self.check_stick_uuid()
+
+    def check_stick_uuid(self):
+        """The stick unit reported the file system's UUID as udev knows it,
+        found from inside the unit's sandbox (a private /dev)."""
+        self.stick_reports += 1
+        uuid = self.run("udevadm info -q property --property=ID_FS_UUID --value /dev/usb-stick1",
+                        what="udev's ID_FS_UUID of the stick")
+        if not uuid:
+            raise StepFailed("udev knows no ID_FS_UUID of the stick")
+        report = "usb1: plugged reported (%s, UUID %s)" % (STICK_MOUNT, uuid)
+        self.run("i=0; until [ $(journalctl -b --no-pager -o cat -u %s | grep -cF %s) -ge %d ]; do "
+                 "i=$((i+1)); [ $i -gt 150 ] && exit 1; sleep 0.2; done"
+                 % (STICK_UNIT, shlex.quote(report), self.stick_reports),
+                 what="the stick unit's report naming the UUID: " + report)
+        print("board: the stick unit reported the UUID %s" % uuid)
 
     def pull(self):
         n = self.plugs
