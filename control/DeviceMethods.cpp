@@ -53,6 +53,7 @@ bool UsbMediaRequestHandler::usbConnectionEvent(const Json::Value& request, Json
     const std::string errorText = DeviceErrorText(params);
     BeginReply(request, response);
     m_pPlayer->OnUsbConnectionEvent(device, connected, errorText);
+    FollowStickEvent(device, connected, errorText.empty(), ReadString(params, "fsUUID"));
     return true;
 }
 
@@ -64,7 +65,13 @@ bool UsbMediaRequestHandler::setSoftPowerOff(const Json::Value& request, Json::V
     response["result"] = result;
     if (ReadBool(Params(request), "softPowerOff")) {
         SaveSuspension();
+        if (m_tagLibrary) {
+            m_tagLibrary->Pause();
+        }
         return true;
+    }
+    if (m_tagLibrary) {
+        m_tagLibrary->Resume();
     }
     // Waking up: a snapshot taken before is handed out on the next pop.
     if (m_suspensionData && !m_isSuspended) {

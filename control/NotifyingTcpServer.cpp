@@ -23,3 +23,11 @@ bool NotifyingTcpServer::Send(int client, const std::string& text)
 {
     return Json::Rpc::TcpServer::Send(client, text);
 }
+
+void NotifyingTcpServer::SendToListeners(const Json::Value& notification)
+{
+    const std::string text = WireText(notification);
+    for (const int client : GetListeners()) {
+        static_cast<void>(Send(client, text));  // a client gone meanwhile misses it
+    }
+}

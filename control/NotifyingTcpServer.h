@@ -17,4 +17,8 @@ public:
     std::list<int> GetClients() const override;
     std::string WireText(const Json::Value& notification) const override;
     bool Send(int client, const std::string& text) override;
+
+    // Queues `notification` for the listeners connected now: the clients
+    // that asked for the notifications the player's clients do not hear.
+    void SendToListeners(const Json::Value& notification);
 };

@@ -13,7 +13,11 @@ bool UsbMediaRequestHandler::indexUsbStorage(const Json::Value& request, Json::V
 {
     BeginReply(request, response);
     const std::string path = Utf8ToLatin1(ReadString(Params(request), "usbStoragePath").c_str());
-    ReplySuccess(m_pPlayer->IndexStorageWithStatus(path), response);
+    const SPlayerOutcome<bool> indexed = m_pPlayer->IndexStorageWithStatus(path);
+    ReplySuccess(indexed, response);
+    if (indexed.value) {
+        ScanLibraryAfterIndex(path);
+    }
     return true;
 }
 

@@ -1,12 +1,15 @@
 // The test methods "print", "notify" and "ping", and the handler's lifetime.
 #include "control/UsbMediaRequestHandler.h"
 
+#include "control/LibraryArt.h"
 #include "control/ReplyHelpers.h"
 #include "player/UsbMediaPlayer.h"
 
 UsbMediaRequestHandler::UsbMediaRequestHandler() : m_pPlayer(&CUsbMediaPlayer::GetInstance())
 {
 }
+
+UsbMediaRequestHandler::~UsbMediaRequestHandler() = default;
 
 bool UsbMediaRequestHandler::Print(const Json::Value& request, Json::Value& response)
 {

@@ -6,6 +6,7 @@
 #include "core/LogLines.h"
 #include "core/Logger.h"
 #include "core/SystemdNotifier.h"
+#include "player/NotificationBuilders.h"
 #include "player/UsbMediaPlayer.h"
 
 #include <unistd.h>
@@ -15,6 +16,9 @@
 
 namespace {
 constexpr const char* kLogSource = "UsbMediaRequestServer";
+// The covers of the tag library's albums, in a folder of their own inside
+// the player's.
+constexpr const char* kLibraryArtFolder = "/home/root/art_dump/library";
 
 using HandlerMethod = Json::Rpc::RpcMethod<UsbMediaRequestHandler>::Method;
 
@@ -59,6 +63,13 @@ const SRegistration kRegistry[] = {
     {"seek", &UsbMediaRequestHandler::seek},
     {"indexUsbStorage", &UsbMediaRequestHandler::indexUsbStorage},
     {"getUsbStorageCrc32", &UsbMediaRequestHandler::getUsbStorageCrc32},
+    {"getLibraryStatusUSB", &UsbMediaRequestHandler::getLibraryStatusUSB},
+    {"getArtistsUSB", &UsbMediaRequestHandler::getArtistsUSB},
+    {"getGenresUSB", &UsbMediaRequestHandler::getGenresUSB},
+    {"getAlbumsUSB", &UsbMediaRequestHandler::getAlbumsUSB},
+    {"getTracksUSB", &UsbMediaRequestHandler::getTracksUSB},
+    {"searchLibraryUSB", &UsbMediaRequestHandler::searchLibraryUSB},
+    {"playTracksUSB", &UsbMediaRequestHandler::playTracksUSB},
 };
 }  // namespace
 
@@ -70,6 +81,13 @@ void UsbMediaRequestServer::Init(const std::string& address)
     const std::string listenAddress = address.empty() ? kDefaultRpcAddress : address;
     m_pServer = std::make_unique<NotifyingTcpServer>(listenAddress, static_cast<uint16_t>(RpcPort()));
     m_handler.Player()->SetTcpServer(m_pServer.get());
+    NotifyingTcpServer* server = m_pServer.get();
+    // The library's clients, the ones that called one of its methods, hear
+    // of its scans; the others see the stream they always saw.
+    m_handler.KeepLibraryIn(
+        StateDirectory(), SystemPath(kLibraryArtFolder),
+        [server](const SLibraryStatus& status) { server->SendToListeners(BuildLibraryScanNotification(status)); },
+        [server]() { server->ListenServingClient(); });
     if (!networking::init()) {
         LOG_AT(LogLine::kNetworkingInitFailed, LOG_ERROR, "Networking initialization failed\n");
         return;
@@ -124,6 +142,7 @@ void UsbMediaRequestServer::StopListener()
 void UsbMediaRequestServer::Close()
 {
     if (m_pServer) {
+        m_handler.StopLibrary();  // its scan announces through the server
         m_handler.Player()->SetTcpServer(nullptr);
         m_pServer.reset();
     }

@@ -1,5 +1,8 @@
 #include "core/Environment.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdlib>
 
 namespace {
@@ -40,6 +43,12 @@ int RpcPort()
     return (*end == '\0' && value > 0 && value < 65536) ? static_cast<int>(value) : kDefaultRpcPort;
 }
 
+std::string AudioFormatsSetting()
+{
+    const char* formats = Variable("USBMEDIA_FORMATS");
+    return formats != nullptr ? formats : "";
+}
+
 std::string StateDirectory()
 {
     const char* fromSystemd = Variable("STATE_DIRECTORY");
@@ -48,4 +57,15 @@ std::string StateDirectory()
     }
     const std::string list(fromSystemd);
     return list.substr(0, list.find(':'));
+}
+
+bool MakeStateDirectory(const std::string& path)
+{
+    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        const std::string parent = path.substr(0, slash);
+        if (mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) {
+            return false;
+        }
+    }
+    return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
 }

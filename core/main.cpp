@@ -11,6 +11,7 @@
 #include "core/StartupTimer.h"
 #include "core/SystemdNotifier.h"
 #include "core/TextConversion.h"
+#include "library/AudioFormats.h"
 #include "library/ScanStop.h"
 #include "player/UsbMediaPlayer.h"
 
@@ -91,6 +92,9 @@ int main(int argc, char** argv)
     if (argc > 1) {
         ApplyCommandLine(argc, argv, address);
     }
+    // The audio file extensions hold for the process's life: read once, here,
+    // while no other thread exists, and logged at the level just set.
+    AudioFormats();
 
     // GStreamer takes its own options (--gst-*) out of the command line here,
     // before the request server exists: constructing it creates the player,

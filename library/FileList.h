@@ -20,10 +20,11 @@ public:
     // Destroys all records, forgets the root path, clears the status.
     void Clear();
 
-    // Walks `path` and collects the audio files (".mp3", ".wma", ".wav", any
-    // case) whose lower-cased name holds the lower-cased `searchText`, and the
-    // folders that hold audio: all of them with `recursive` and `withFolders`,
-    // only the first level without `recursive`. Hidden names, links, other
+    // Walks `path` and collects the audio files (IsAudioFileName: ".mp3",
+    // ".wma", ".wav" in any case, unless USBMEDIA_FORMATS names others) whose
+    // lower-cased name holds the lower-cased `searchText`, and the folders
+    // that hold audio: all of them with `recursive` and `withFolders`, only
+    // the first level without `recursive`. Hidden names, links, other
     // non-regular entries and unreadable subfolders are skipped, and so is a
     // folder the walk is already inside (a bind mount loop). Sorts the result
     // when the walk succeeded. The walk keeps its own stack, so any depth is

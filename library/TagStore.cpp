@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -49,8 +50,17 @@ DROP TABLE IF EXISTS tracks; DROP TABLE IF EXISTS artists; DROP TABLE IF EXISTS 
 DROP TABLE IF EXISTS albums; DROP TABLE IF EXISTS trackArtists;
 )sql";
 
+const char* const kUpsertTrack = R"sql(
+INSERT INTO tracks(path, folder, name, fileId, size, modifiedNs, title, artist, albumArtist, album, genre,
+  year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable, titleKey)
+VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21)
+ON CONFLICT(path) DO UPDATE SET fileId = ?4, size = ?5, modifiedNs = ?6, title = ?7, artist = ?8,
+  albumArtist = ?9, album = ?10, genre = ?11, year = ?12, trackNumber = ?13, trackCount = ?14,
+  discNumber = ?15, discCount = ?16, duration = ?17, compilation = ?18, hasPicture = ?19,
+  unreadable = ?20, titleKey = ?21, albumId = 0, genreId = 0)sql";
+
 const char* const kTrackColumns =
-    "t.fileId, t.name, t.folder, CASE WHEN t.title = '' THEN t.name ELSE t.title END, t.artist, t.album, "
+    "t.fileId, t.name, t.folder, t.title, t.artist, t.album, "
     "t.trackNumber, t.discNumber, t.duration";
 
 void RemoveDatabaseFiles(const std::string& path)
@@ -104,6 +114,10 @@ STrackEntry TrackFrom(const CSqliteStatement& row)
     track.name = row.Text(1);
     track.path = row.Text(2);
     track.title = row.Text(3);
+    if (track.title.empty()) {
+        track.title = track.name;
+        track.titleIsName = true;
+    }
     track.artist = row.Text(4);
     track.album = row.Text(5);
     track.trackNumber = ToUint(row.Integer(6));
@@ -121,45 +135,6 @@ SAlbumEntry AlbumFrom(const CSqliteStatement& row)
 {
     return SAlbumEntry{ToUint(row.Integer(0)), row.Text(1), row.Text(2), ToUint(row.Integer(3)),
                        ToUint(row.Integer(4))};
-}
-
-SSearchEntry SearchFrom(const CSqliteStatement& row)
-{
-    SSearchEntry entry;
-    entry.kind = static_cast<ESearchKind>(row.Integer(0));
-    entry.id = ToUint(row.Integer(1));
-    entry.name = row.Text(2);
-    entry.artist = row.Text(3);
-    entry.album = row.Text(4);
-    entry.fileName = row.Text(5);
-    entry.path = row.Text(6);
-    return entry;
-}
-
-// Runs `sql`, which ends in "LIMIT ? OFFSET ?" and may take `key` as its
-// first parameter, and turns each row into an item with `from`.
-template <typename Item>
-std::vector<Item> PageItems(sqlite3* database, const std::string& sql, const std::string* textKey, const int64_t* key,
-                            uint32_t startIndex, uint32_t itemCount, Item (*from)(const CSqliteStatement&))
-{
-    std::vector<Item> items;
-    if (itemCount == 0) {
-        return items;
-    }
-    CSqliteStatement statement(database, sql);
-    int position = 1;
-    if (textKey != nullptr) {
-        statement.Bind(position++, *textKey);
-    }
-    if (key != nullptr) {
-        statement.Bind(position++, *key);
-    }
-    statement.Bind(position, static_cast<int64_t>(itemCount));
-    statement.Bind(position + 1, static_cast<int64_t>(startIndex));
-    while (statement.Step()) {
-        items.push_back(from(statement));
-    }
-    return items;
 }
 
 // What one scan derives from the tracks: the rows of the three tables and
@@ -244,6 +219,28 @@ bool CTagStore::Open(const std::string& databasePath)
     return OpenFile(databasePath);
 }
 
+bool CTagStore::OpenExisting(const std::string& databasePath)
+{
+    Close();
+    sqlite3* database = nullptr;
+    const int opened = sqlite3_open_v2(databasePath.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
+    m_database.reset(database);
+    if (opened != SQLITE_OK) {
+        Fail("cannot open " + databasePath);
+        Close();
+        return false;
+    }
+    sqlite3_busy_timeout(m_database.get(), 2000);
+    CSqliteStatement version(m_database.get(), "PRAGMA user_version");
+    if (!version.Step() || version.Integer(0) != kSchemaVersion) {
+        version = CSqliteStatement();
+        Fail("no library of this layout in " + databasePath);
+        Close();
+        return false;
+    }
+    return true;
+}
+
 bool CTagStore::OpenFile(const std::string& databasePath)
 {
     sqlite3* database = nullptr;
@@ -282,9 +279,10 @@ bool CTagStore::OpenFile(const std::string& databasePath)
 
 void CTagStore::Close()
 {
+    m_upsert = CSqliteStatement();  // statements go before their connection
     m_database.reset();
     m_scanning = false;
-    m_seen.clear();
+    m_unseen.clear();
 }
 
 bool CTagStore::BeginScan()
@@ -296,8 +294,12 @@ bool CTagStore::BeginScan()
     if (!SqliteExec(m_database.get(), "BEGIN", error)) {
         return Fail("cannot begin a scan");
     }
+    m_upsert = CSqliteStatement(m_database.get(), kUpsertTrack);
+    if (!m_upsert.IsValid() || !LoadKnownStamps()) {
+        SqliteExec(m_database.get(), "ROLLBACK", error);
+        return Fail("cannot prepare a scan");
+    }
     m_scanning = true;
-    m_seen.clear();
     m_pendingWrites = 0;
     m_changed = false;
     return true;
@@ -321,24 +323,23 @@ CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::
         return EAddOutcome::Failed;
     }
     const std::string path = folder + "/" + name;
-    m_seen.insert(path);
-    CSqliteStatement known(m_database.get(), "SELECT size, modifiedNs FROM tracks WHERE path = ?");
-    known.Bind(1, path);
-    if (known.Step() && known.Integer(0) == stamp.size && known.Integer(1) == stamp.modifiedNs) {
-        return EAddOutcome::Unchanged;
+    const auto known = m_unseen.find(path);
+    if (known != m_unseen.end()) {
+        const bool unchanged = known->second.size == stamp.size && known->second.modifiedNs == stamp.modifiedNs;
+        m_unseen.erase(known);
+        if (unchanged) {
+            return EAddOutcome::Unchanged;
+        }
     }
     const STrackTags tags = read(path);
-    const std::string& shownTitle = tags.title.empty() ? name : tags.title;
-    CSqliteStatement upsert(m_database.get(), R"sql(
-INSERT INTO tracks(path, folder, name, fileId, size, modifiedNs, title, artist, albumArtist, album, genre,
-  year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable, titleKey)
-VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21)
-ON CONFLICT(path) DO UPDATE SET fileId = ?4, size = ?5, modifiedNs = ?6, title = ?7, artist = ?8,
-  albumArtist = ?9, album = ?10, genre = ?11, year = ?12, trackNumber = ?13, trackCount = ?14,
-  discNumber = ?15, discCount = ?16, duration = ?17, compilation = ?18, hasPicture = ?19,
-  unreadable = ?20, titleKey = ?21)sql");
+    // An unreadable file's title is its name: kept as no title, since the
+    // name is in the stick's bytes, not the tags' UTF-8.
+    const std::string title = tags.unreadable ? std::string() : tags.title;
+    const std::string& shownTitle = title.empty() ? name : title;
+
+    CSqliteStatement& upsert = m_upsert;
     upsert.Bind(1, path).Bind(2, folder).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
-    upsert.Bind(5, stamp.size).Bind(6, stamp.modifiedNs).Bind(7, tags.title).Bind(8, tags.artist);
+    upsert.Bind(5, stamp.size).Bind(6, stamp.modifiedNs).Bind(7, title).Bind(8, tags.artist);
     upsert.Bind(9, tags.albumArtist).Bind(10, tags.album).Bind(11, tags.genre).Bind(12, int64_t{tags.year});
     upsert.Bind(13, int64_t{tags.trackNumber}).Bind(14, int64_t{tags.trackCount});
     upsert.Bind(15, int64_t{tags.discNumber}).Bind(16, int64_t{tags.discCount});
@@ -354,33 +355,42 @@ ON CONFLICT(path) DO UPDATE SET fileId = ?4, size = ?5, modifiedNs = ?6, title =
 
 bool CTagStore::RemoveUnseen()
 {
-    std::vector<std::string> gone;
-    CSqliteStatement paths(m_database.get(), "SELECT path FROM tracks");
-    while (paths.Step()) {
-        std::string path = paths.Text(0);
-        if (m_seen.count(path) == 0) {
-            gone.push_back(std::move(path));
-        }
-    }
     CSqliteStatement remove(m_database.get(), "DELETE FROM tracks WHERE path = ?");
-    for (const std::string& path : gone) {
-        if (!remove.Bind(1, path).Run()) {
-            return Fail("cannot remove " + path);
+    for (const auto& gone : m_unseen) {
+        if (!remove.Bind(1, gone.first).Run()) {
+            return Fail("cannot remove " + gone.first);
         }
     }
-    m_changed = m_changed || !gone.empty();
+    m_changed = m_changed || !m_unseen.empty();
     return true;
 }
 
-bool CTagStore::EndScan(bool complete)
+// One query for every stored stamp: a re-plug of an unchanged stick then
+// costs a stat and a lookup per file, no statement.
+bool CTagStore::LoadKnownStamps()
+{
+    m_unseen.clear();
+    CSqliteStatement stamps(m_database.get(), "SELECT path, size, modifiedNs FROM tracks");
+    while (stamps.Step()) {
+        m_unseen.emplace(stamps.Text(0), SFileStamp{stamps.Integer(1), stamps.Integer(2)});
+    }
+    return !stamps.Failed() || Fail("cannot read the stored files");
+}
+
+bool CTagStore::EndScan(bool complete, bool rebuild)
 {
     if (!m_scanning) {
         return Fail("no scan to end");
     }
     m_scanning = false;
     std::string error;
-    const bool stored = (!complete || RemoveUnseen()) && (!m_changed || RebuildIdentities());
-    m_seen.clear();
+    // Tracks stored by a scan that stopped before its rebuild are still
+    // unlinked (album 0): a later scan links them even when it changed nothing.
+    bool stored = !complete || RemoveUnseen();
+    const bool relink = m_changed || Count("SELECT EXISTS(SELECT 1 FROM tracks WHERE albumId = 0)", 0) != 0;
+    stored = stored && (!relink || !rebuild || RebuildIdentities());
+    m_unseen.clear();
+    m_upsert = CSqliteStatement();
     if (!stored) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
         return false;
@@ -462,6 +472,16 @@ bool CTagStore::RebuildIdentities()
     return true;
 }
 
+PageChooser PageFrom(uint32_t begin, uint32_t count)
+{
+    return [begin, count](uint32_t totalCount) {
+        if (begin >= totalCount) {
+            return SPageRange{begin, 0};
+        }
+        return SPageRange{begin, std::min(count, totalCount - begin)};
+    };
+}
+
 uint32_t CTagStore::Count(const std::string& sql, int64_t key)
 {
     CSqliteStatement count(m_database.get(), sql);
@@ -469,29 +489,62 @@ uint32_t CTagStore::Count(const std::string& sql, int64_t key)
     return count.Step() ? ToUint(count.Integer(0)) : 0;
 }
 
+uint32_t CTagStore::CountText(const std::string& sql, const std::string& text)
+{
+    CSqliteStatement count(m_database.get(), sql);
+    count.Bind(1, text);
+    return count.Step() ? ToUint(count.Integer(0)) : 0;
+}
+
+// Counts the list with `countSql`, lets `chooser` pick the page, and reads
+// it with `itemsSql`, which ends in "LIMIT ? OFFSET ?"; both take the text
+// or the key (when given) as their first parameter.
+template <typename Item>
+SPage<Item> CTagStore::Page(const std::string& countSql, const std::string& itemsSql, const int64_t* key,
+                            const std::string* text, const PageChooser& chooser,
+                            Item (*from)(const CSqliteStatement&))
+{
+    SPage<Item> page;
+    if (!m_database) {
+        return page;
+    }
+    page.totalCount = text != nullptr ? CountText(countSql, *text) : Count(countSql, key != nullptr ? *key : 0);
+    const SPageRange range = chooser(page.totalCount);
+    if (range.count == 0 || range.begin >= page.totalCount) {
+        return page;
+    }
+    CSqliteStatement items(m_database.get(), itemsSql);
+    int position = 1;
+    if (text != nullptr) {
+        items.Bind(position++, *text);
+    } else if (key != nullptr) {
+        items.Bind(position++, *key);
+    }
+    items.Bind(position, static_cast<int64_t>(range.count)).Bind(position + 1, static_cast<int64_t>(range.begin));
+    while (items.Step()) {
+        page.items.push_back(from(items));
+    }
+    return page;
+}
+
 uint32_t CTagStore::TrackCount()
 {
-    return Count("SELECT COUNT(*) FROM tracks", 0);
+    return m_database ? Count("SELECT COUNT(*) FROM tracks", 0) : 0;
 }
 
-SPage<SCategoryEntry> CTagStore::Artists(uint32_t startIndex, uint32_t itemCount)
+SLibraryCounts CTagStore::Counts()
 {
-    return {PageItems(m_database.get(),
-                      "SELECT id, name, albumCount, trackCount FROM artists ORDER BY sortKey, name LIMIT ? OFFSET ?",
-                      nullptr, nullptr, startIndex, itemCount, CategoryFrom),
-            Count("SELECT COUNT(*) FROM artists", 0)};
-}
-
-SPage<SCategoryEntry> CTagStore::Genres(uint32_t startIndex, uint32_t itemCount)
-{
-    return {PageItems(m_database.get(),
-                      "SELECT id, name, albumCount, trackCount FROM genres ORDER BY sortKey, name LIMIT ? OFFSET ?",
-                      nullptr, nullptr, startIndex, itemCount, CategoryFrom),
-            Count("SELECT COUNT(*) FROM genres", 0)};
+    if (!m_database) {
+        return {};
+    }
+    return {Count("SELECT COUNT(*) FROM tracks", 0), Count("SELECT COUNT(*) FROM artists", 0),
+            Count("SELECT COUNT(*) FROM albums", 0), Count("SELECT COUNT(*) FROM genres", 0)};
 }
 
 namespace {
-const char* const kAlbumColumns = "a.id, a.name, a.artist, a.year, a.trackCount";
+const char* const kCategoryColumns = "SELECT id, name, albumCount, trackCount";
+const char* const kCategoryOrder = " ORDER BY sortKey, name LIMIT ? OFFSET ?";
+const char* const kAlbumColumns = "SELECT a.id, a.name, a.artist, a.year, a.trackCount";
 const char* const kAlbumOrder = " ORDER BY a.sortKey, a.name, a.artistSortKey, a.artist LIMIT ? OFFSET ?";
 // The albums holding a track of the artist (as track or album artist) or of
 // the genre bound as the first parameter.
@@ -499,89 +552,141 @@ const char* const kAlbumsOfArtist =
     " FROM albums a WHERE a.id IN (SELECT t.albumId FROM tracks t JOIN trackArtists ta ON ta.track = t.rowid "
     "WHERE ta.artistId = ?)";
 const char* const kAlbumsOfGenre = " FROM albums a WHERE a.id IN (SELECT albumId FROM tracks WHERE genreId = ?)";
+const char* const kAlbumsNamed = " FROM albums a WHERE instr(a.sortKey, ?) > 0";
+// An artist's tracks, and the whole list: album year, album, disc, track.
+const char* const kArtistTrackOrder =
+    " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.path LIMIT ? OFFSET ?";
+
+std::string Select(const char* columns, const std::string& rest)
+{
+    return std::string(columns) + rest;
+}
 }  // namespace
 
-SPage<SAlbumEntry> CTagStore::Albums(uint32_t startIndex, uint32_t itemCount)
+SPage<SCategoryEntry> CTagStore::Artists(const PageChooser& page)
 {
-    return {PageItems(m_database.get(), std::string("SELECT ") + kAlbumColumns + " FROM albums a" + kAlbumOrder,
-                      nullptr, nullptr, startIndex, itemCount, AlbumFrom),
-            Count("SELECT COUNT(*) FROM albums", 0)};
+    return Page<SCategoryEntry>("SELECT COUNT(*) FROM artists", Select(kCategoryColumns, " FROM artists") +
+                                kCategoryOrder, nullptr, nullptr, page, CategoryFrom);
 }
 
-SPage<SAlbumEntry> CTagStore::AlbumsByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount)
+SPage<SCategoryEntry> CTagStore::Genres(const PageChooser& page)
+{
+    return Page<SCategoryEntry>("SELECT COUNT(*) FROM genres", Select(kCategoryColumns, " FROM genres") +
+                                kCategoryOrder, nullptr, nullptr, page, CategoryFrom);
+}
+
+SPage<SAlbumEntry> CTagStore::Albums(const PageChooser& page)
+{
+    return Page<SAlbumEntry>("SELECT COUNT(*) FROM albums", Select(kAlbumColumns, " FROM albums a") + kAlbumOrder,
+                             nullptr, nullptr, page, AlbumFrom);
+}
+
+SPage<SAlbumEntry> CTagStore::AlbumsByArtist(uint32_t artistId, const PageChooser& page)
 {
     const int64_t key = artistId;
-    return {PageItems(m_database.get(), std::string("SELECT ") + kAlbumColumns + kAlbumsOfArtist + kAlbumOrder,
-                      nullptr, &key, startIndex, itemCount, AlbumFrom),
-            Count(std::string("SELECT COUNT(*)") + kAlbumsOfArtist, key)};
+    return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsOfArtist), Select(kAlbumColumns, kAlbumsOfArtist) +
+                             kAlbumOrder, &key, nullptr, page, AlbumFrom);
 }
 
-SPage<SAlbumEntry> CTagStore::AlbumsByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount)
+SPage<SAlbumEntry> CTagStore::AlbumsByGenre(uint32_t genreId, const PageChooser& page)
 {
     const int64_t key = genreId;
-    return {PageItems(m_database.get(), std::string("SELECT ") + kAlbumColumns + kAlbumsOfGenre + kAlbumOrder,
-                      nullptr, &key, startIndex, itemCount, AlbumFrom),
-            Count(std::string("SELECT COUNT(*)") + kAlbumsOfGenre, key)};
+    return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsOfGenre), Select(kAlbumColumns, kAlbumsOfGenre) +
+                             kAlbumOrder, &key, nullptr, page, AlbumFrom);
 }
 
-SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, uint32_t startIndex, uint32_t itemCount)
+SPage<STrackEntry> CTagStore::Tracks(const PageChooser& page)
+{
+    return Page<STrackEntry>("SELECT COUNT(*) FROM tracks",
+                             Select("SELECT ", kTrackColumns) +
+                                 " FROM tracks t JOIN albums a ON a.id = t.albumId" + kArtistTrackOrder,
+                             nullptr, nullptr, page, TrackFrom);
+}
+
+SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, const PageChooser& page)
 {
     const int64_t key = albumId;
-    return {PageItems(m_database.get(),
-                      std::string("SELECT ") + kTrackColumns +
-                          " FROM tracks t WHERE t.albumId = ? "
-                          "ORDER BY t.discNumber, t.trackNumber, t.titleKey, t.path LIMIT ? OFFSET ?",
-                      nullptr, &key, startIndex, itemCount, TrackFrom),
-            Count("SELECT COUNT(*) FROM tracks WHERE albumId = ?", key)};
+    return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE albumId = ?",
+                             Select("SELECT ", kTrackColumns) +
+                                 " FROM tracks t WHERE t.albumId = ? "
+                                 "ORDER BY t.discNumber, t.trackNumber, t.titleKey, t.path LIMIT ? OFFSET ?",
+                             &key, nullptr, page, TrackFrom);
 }
 
-SPage<STrackEntry> CTagStore::TracksByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount)
+SPage<STrackEntry> CTagStore::TracksByArtist(uint32_t artistId, const PageChooser& page)
 {
     const int64_t key = artistId;
-    return {PageItems(m_database.get(),
-                      std::string("SELECT ") + kTrackColumns +
-                          " FROM trackArtists ta JOIN tracks t ON t.rowid = ta.track JOIN albums a ON a.id = t.albumId"
-                          " WHERE ta.artistId = ? ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber,"
-                          " t.titleKey, t.path LIMIT ? OFFSET ?",
-                      nullptr, &key, startIndex, itemCount, TrackFrom),
-            Count("SELECT COUNT(*) FROM trackArtists WHERE artistId = ?", key)};
+    return Page<STrackEntry>("SELECT COUNT(*) FROM trackArtists WHERE artistId = ?",
+                             Select("SELECT ", kTrackColumns) +
+                                 " FROM trackArtists ta JOIN tracks t ON t.rowid = ta.track"
+                                 " JOIN albums a ON a.id = t.albumId WHERE ta.artistId = ?" + kArtistTrackOrder,
+                             &key, nullptr, page, TrackFrom);
 }
 
-SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount)
+SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, const PageChooser& page)
 {
     const int64_t key = genreId;
-    return {PageItems(m_database.get(),
-                      std::string("SELECT ") + kTrackColumns +
-                          " FROM tracks t JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
-                          " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.path"
-                          " LIMIT ? OFFSET ?",
-                      nullptr, &key, startIndex, itemCount, TrackFrom),
-            Count("SELECT COUNT(*) FROM tracks WHERE genreId = ?", key)};
+    return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE genreId = ?",
+                             Select("SELECT ", kTrackColumns) +
+                                 " FROM tracks t JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
+                                 " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, t.path"
+                                 " LIMIT ? OFFSET ?",
+                             &key, nullptr, page, TrackFrom);
 }
 
-namespace {
-// ?1 is the folded text searched for.
-const char* const kSearchUnion =
-    "SELECT 0 AS kind, id, name, '' AS artist, '' AS album, '' AS fileName, '' AS path, sortKey AS k"
-    " FROM artists WHERE instr(sortKey, ?1) > 0"
-    " UNION ALL SELECT 1, id, name, artist, name, '', '', sortKey FROM albums WHERE instr(sortKey, ?1) > 0"
-    " UNION ALL SELECT 2, fileId, CASE WHEN title = '' THEN name ELSE title END, artist, album, name, folder,"
-    " titleKey FROM tracks WHERE instr(titleKey, ?1) > 0";
-}  // namespace
-
-SPage<SSearchEntry> CTagStore::Search(const std::string& text, uint32_t startIndex, uint32_t itemCount)
+SPage<SCategoryEntry> CTagStore::SearchArtists(const std::string& text, const PageChooser& page)
 {
     const std::string key = SortKey(text);
     if (key.empty()) {
         return {};
     }
-    SPage<SSearchEntry> page;
-    page.items = PageItems(m_database.get(),
-                           std::string("SELECT * FROM (") + kSearchUnion +
-                               ") ORDER BY kind, k, name, artist, path, fileName LIMIT ?2 OFFSET ?3",
-                           &key, nullptr, startIndex, itemCount, SearchFrom);
-    CSqliteStatement count(m_database.get(), std::string("SELECT COUNT(*) FROM (") + kSearchUnion + ")");
-    count.Bind(1, key);
-    page.totalCount = count.Step() ? ToUint(count.Integer(0)) : 0;
-    return page;
+    return Page<SCategoryEntry>("SELECT COUNT(*) FROM artists WHERE instr(sortKey, ?) > 0",
+                                Select(kCategoryColumns, " FROM artists WHERE instr(sortKey, ?) > 0") +
+                                    kCategoryOrder,
+                                nullptr, &key, page, CategoryFrom);
+}
+
+SPage<SAlbumEntry> CTagStore::SearchAlbums(const std::string& text, const PageChooser& page)
+{
+    const std::string key = SortKey(text);
+    if (key.empty()) {
+        return {};
+    }
+    return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsNamed), Select(kAlbumColumns, kAlbumsNamed) +
+                             kAlbumOrder, nullptr, &key, page, AlbumFrom);
+}
+
+SPage<STrackEntry> CTagStore::SearchTracks(const std::string& text, const PageChooser& page)
+{
+    const std::string key = SortKey(text);
+    if (key.empty()) {
+        return {};
+    }
+    return Page<STrackEntry>("SELECT COUNT(*) FROM tracks WHERE instr(titleKey, ?) > 0",
+                             Select("SELECT ", kTrackColumns) +
+                                 " FROM tracks t WHERE instr(t.titleKey, ?) > 0"
+                                 " ORDER BY t.titleKey, t.path LIMIT ? OFFSET ?",
+                             nullptr, &key, page, TrackFrom);
+}
+
+SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)
+{
+    SAlbumArtSource source;
+    if (!m_database) {
+        return source;
+    }
+    CSqliteStatement tracks(m_database.get(),
+                            "SELECT folder, name, hasPicture FROM tracks WHERE albumId = ? "
+                            "ORDER BY discNumber, trackNumber, titleKey, path");
+    tracks.Bind(1, int64_t{albumId});
+    while (tracks.Step()) {
+        if (source.folder.empty()) {
+            source.folder = tracks.Text(0);
+        }
+        if (tracks.Integer(2) != 0) {
+            source.embeddedInFile = tracks.Text(0) + "/" + tracks.Text(1);
+            break;
+        }
+    }
+    return source;
 }

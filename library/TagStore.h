@@ -8,6 +8,8 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 // What tells a file that did not change since the last scan from one that did.
@@ -26,6 +28,31 @@ template <typename Item>
 struct SPage {
     std::vector<Item> items;
     uint32_t totalCount = 0;
+};
+
+// Which items of a list of `totalCount` a page carries: the first position
+// and how many. The caller's paging rules decide; the store only counts.
+struct SPageRange {
+    uint32_t begin = 0;
+    uint32_t count = 0;
+};
+using PageChooser = std::function<SPageRange(uint32_t totalCount)>;
+// The plain window: `count` items from `begin`, cut at the end of the list.
+PageChooser PageFrom(uint32_t begin, uint32_t count);
+
+// How much the library holds.
+struct SLibraryCounts {
+    uint32_t tracks = 0;
+    uint32_t artists = 0;
+    uint32_t albums = 0;
+    uint32_t genres = 0;
+};
+
+// Where an album's cover may be found: the first of its tracks (in album
+// order) with an embedded image, and the folder of its first track.
+struct SAlbumArtSource {
+    std::string embeddedInFile;  // folder + "/" + name, "" when none has one
+    std::string folder;          // "" for an album the store does not hold
 };
 
 // An artist or a genre.
@@ -49,25 +76,12 @@ struct STrackEntry {
     std::string name;     // file name
     std::string path;     // folder that holds it
     std::string title;    // the title tag, or the file name when it has none
+    bool titleIsName = false;  // `title` is the file name, in the stick's bytes
     std::string artist;
     std::string album;
     uint32_t trackNumber = 0;
     uint32_t discNumber = 0;
     uint32_t duration = 0;  // seconds
-};
-
-enum class ESearchKind { Artist = 0, Album = 1, Track = 2 };
-
-// One search hit: an artist (id, name), an album (id, name, artist) or a
-// track (file id, title as name, artist, album, file name and folder).
-struct SSearchEntry {
-    ESearchKind kind = ESearchKind::Artist;
-    uint32_t id = 0;
-    std::string name;
-    std::string artist;
-    std::string album;
-    std::string fileName;
-    std::string path;
 };
 
 // The tag library of one stick, kept in one SQLite database file (WAL mode)
@@ -91,6 +105,9 @@ public:
     // that is not a database of this layout (corrupt, or an older layout) is
     // replaced by an empty one: it only ever holds what a scan can read again.
     bool Open(const std::string& databasePath);
+    // Opens a database a scan has made, for queries only: never creates,
+    // replaces or converts it; false when it is missing or of another layout.
+    bool OpenExisting(const std::string& databasePath);
     void Close();
     const std::string& LastError() const { return m_error; }
 
@@ -105,22 +122,33 @@ public:
                         const TagReadFunction& read = ReadTags);
     // Ends the scan. Only a `complete` one (the walk saw the whole stick)
     // removes the files it did not see; a scan stopped early keeps them.
-    bool EndScan(bool complete);
+    // Without `rebuild` the artists, albums and genres stay as they were
+    // (a scan told to stop commits its files at once and leaves the rest to
+    // the next scan).
+    bool EndScan(bool complete, bool rebuild = true);
 
     uint32_t TrackCount();
+    SLibraryCounts Counts();
 
-    // Paged lists; a start past the end or a count of 0 gives no items.
-    SPage<SCategoryEntry> Artists(uint32_t startIndex, uint32_t itemCount);
-    SPage<SCategoryEntry> Genres(uint32_t startIndex, uint32_t itemCount);
-    SPage<SAlbumEntry> Albums(uint32_t startIndex, uint32_t itemCount);
-    SPage<SAlbumEntry> AlbumsByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount);
-    SPage<SAlbumEntry> AlbumsByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount);
-    SPage<STrackEntry> TracksByAlbum(uint32_t albumId, uint32_t startIndex, uint32_t itemCount);
-    SPage<STrackEntry> TracksByArtist(uint32_t artistId, uint32_t startIndex, uint32_t itemCount);
-    SPage<STrackEntry> TracksByGenre(uint32_t genreId, uint32_t startIndex, uint32_t itemCount);
-    // Artists, then albums, then tracks whose name (a track's title or file
-    // name) holds `text`, compared by SortKey: case and accents do not count.
-    SPage<SSearchEntry> Search(const std::string& text, uint32_t startIndex, uint32_t itemCount);
+    // Paged lists: the store counts the list, `page` picks the items.
+    SPage<SCategoryEntry> Artists(const PageChooser& page);
+    SPage<SCategoryEntry> Genres(const PageChooser& page);
+    SPage<SAlbumEntry> Albums(const PageChooser& page);
+    SPage<SAlbumEntry> AlbumsByArtist(uint32_t artistId, const PageChooser& page);
+    SPage<SAlbumEntry> AlbumsByGenre(uint32_t genreId, const PageChooser& page);
+    // Every track, in the order of an artist's.
+    SPage<STrackEntry> Tracks(const PageChooser& page);
+    SPage<STrackEntry> TracksByAlbum(uint32_t albumId, const PageChooser& page);
+    SPage<STrackEntry> TracksByArtist(uint32_t artistId, const PageChooser& page);
+    SPage<STrackEntry> TracksByGenre(uint32_t genreId, const PageChooser& page);
+    // Artists, albums and tracks whose name (a track's title or file name)
+    // holds `text`, compared by SortKey: case and accents do not count. An
+    // empty text finds nothing.
+    SPage<SCategoryEntry> SearchArtists(const std::string& text, const PageChooser& page);
+    SPage<SAlbumEntry> SearchAlbums(const std::string& text, const PageChooser& page);
+    SPage<STrackEntry> SearchTracks(const std::string& text, const PageChooser& page);
+
+    SAlbumArtSource AlbumArtSource(uint32_t albumId);
 
 private:
     bool OpenFile(const std::string& databasePath);
@@ -129,20 +157,28 @@ private:
     bool RemoveUnseen();
     bool RebuildIdentities();
     uint32_t Count(const std::string& sql, int64_t key);
+    uint32_t CountText(const std::string& sql, const std::string& text);
+    template <typename Item>
+    SPage<Item> Page(const std::string& countSql, const std::string& itemsSql, const int64_t* key,
+                     const std::string* text, const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
+    bool LoadKnownStamps();
 
     SqliteHandle m_database;
     std::string m_error;
-    // The scan under way: paths seen so far, writes since the last commit,
-    // whether anything changed at all.
+    // The scan under way: the stamps of the files stored before it that it
+    // has not seen yet (what is left at a complete end is gone), writes
+    // since the last commit, whether anything changed at all.
     bool m_scanning = false;
-    std::set<std::string> m_seen;
+    std::unordered_map<std::string, SFileStamp> m_unseen;
+    CSqliteStatement m_upsert;
     uint32_t m_pendingWrites = 0;
     bool m_changed = false;
 };
 
 // Gives each name of `names` (in their byte order) its 32-bit ID: `hash` of
 // the name, or when an earlier name holds that ID already, the next free one
-// upwards (wrapping, never 0xFFFFFFFF, which means "no entry"). The same set
+// upwards (wrapping, never 0xFFFFFFFF, which means "no entry", nor 0, which
+// marks a track not yet linked to its album). The same set
 // of names always gets the same IDs, whatever order the files were scanned in.
 template <typename Name>
 std::map<Name, uint32_t> AssignIds(const std::set<Name>& names, const std::function<uint32_t(const Name&)>& hash)
@@ -152,7 +188,7 @@ std::map<Name, uint32_t> AssignIds(const std::set<Name>& names, const std::funct
     std::set<uint32_t> taken;
     for (const Name& name : names) {
         uint32_t id = hash(name);
-        while (id == kNoEntry || taken.count(id) != 0) {
+        while (id == kNoEntry || id == 0 || taken.count(id) != 0) {
             ++id;
         }
         taken.insert(id);

@@ -1,6 +1,7 @@
 #include "library/TreeWalk.h"
 
 #include "core/SystemdNotifier.h"
+#include "library/AudioFormats.h"
 #include "library/DirectoryManager.h"
 #include "library/File.h"
 #include "library/FileId.h"
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <set>
 #include <utility>
@@ -24,8 +24,6 @@ namespace {
 constexpr size_t kMaxOpenDirectories = 64;
 constexpr unsigned char kTypeDirectory = DT_DIR;  // 4
 constexpr unsigned char kTypeRegular = DT_REG;    // 8
-constexpr size_t kMinAudioNameLength = 5;
-constexpr size_t kExtensionLength = 4;
 
 // One entry of a folder that was read ahead of the walk.
 struct SEntry {
@@ -54,15 +52,6 @@ struct SFrame {
     size_t next = 0;
     int readErrno = 0;  // the read error that ended the read-ahead
 };
-
-bool IsAudioExtension(const char* extension)
-{
-    char lower[kExtensionLength + 1] = {};
-    for (size_t i = 0; i < kExtensionLength; ++i) {
-        lower[i] = ToLowerAscii(extension[i]);
-    }
-    return std::strcmp(lower, ".wma") == 0 || std::strcmp(lower, ".mp3") == 0 || std::strcmp(lower, ".wav") == 0;
-}
 
 // Records name their files by path, and playback opens that path: a folder
 // whose path the system cannot open as written (too long, or cut short by a
@@ -274,10 +263,7 @@ private:
 
     std::optional<bool> AudioFile(SFrame& frame, const std::string& name)
     {
-        if (name.size() < kMinAudioNameLength || name[0] == '.') {
-            return std::nullopt;
-        }
-        if (!IsAudioExtension(name.c_str() + name.size() - kExtensionLength)) {
+        if (!IsAudioFileName(name)) {
             return std::nullopt;
         }
         if (!m_search.empty() && ToLowerCopy(name).find(m_search) == std::string::npos) {

@@ -32,7 +32,10 @@ bool EndsWith(const std::string& text, const std::string& end)
 }
 }  // namespace
 
-CAlbumArtFiles::CAlbumArtFiles(std::string directory) : m_directory(std::move(directory)) {}
+CAlbumArtFiles::CAlbumArtFiles(std::string directory, size_t keptFiles)
+    : m_directory(std::move(directory)), m_keptFiles(keptFiles)
+{
+}
 
 std::string CAlbumArtFiles::FileName(uint64_t sequence)
 {
@@ -160,7 +163,7 @@ bool CAlbumArtFiles::CreateNextLocked(const std::vector<uint8_t>& bytes, std::st
 
 void CAlbumArtFiles::RemoveBeyondKeptLocked()
 {
-    while (m_kept.size() > kKeptFiles) {
+    while (m_kept.size() > m_keptFiles) {
         unlink(PathOf(m_kept.front()).c_str());
         m_kept.pop_front();
     }

@@ -25,7 +25,8 @@ public:
     // cost the device that much storage and time per request.
     static constexpr size_t kMaxImageBytes = 16u * 1024u * 1024u;
 
-    explicit CAlbumArtFiles(std::string directory);
+    // `keptFiles` bounds the folder (kKeptFiles for the player's covers).
+    explicit CAlbumArtFiles(std::string directory, size_t keptFiles = kKeptFiles);
 
     CAlbumArtFiles(const CAlbumArtFiles&) = delete;
     CAlbumArtFiles& operator=(const CAlbumArtFiles&) = delete;
@@ -48,6 +49,7 @@ private:
     std::string PathOf(uint64_t sequence) const;
 
     const std::string m_directory;
+    const size_t m_keptFiles;
 
     // Guards what the service knows of the folder (below), and so serialises
     // the writers: two workers never pick the same name. A leaf lock.

@@ -1,5 +1,7 @@
 #include "player/NotificationBuilders.h"
 
+#include "library/TagLibrary.h"
+
 namespace {
 Json::Value Envelope(const char* method, const Json::Value& params)
 {
@@ -87,4 +89,22 @@ Json::Value BuildUsbConnectionNotification(const std::string& deviceName, bool c
     params["connected"] = connected;
     params["errorCode"] = errorCode;
     return Envelope("usbConnectionNotification", params);
+}
+
+Json::Value BuildLibraryStatusObject(const SLibraryStatus& status)
+{
+    Json::Value object(Json::objectValue);
+    object["state"] = LibraryStateName(status.state);
+    object["scanned"] = Json::UInt(status.scanned);
+    object["total"] = Json::UInt(status.total);
+    object["tracks"] = Json::UInt(status.counts.tracks);
+    object["artists"] = Json::UInt(status.counts.artists);
+    object["albums"] = Json::UInt(status.counts.albums);
+    object["genres"] = Json::UInt(status.counts.genres);
+    return object;
+}
+
+Json::Value BuildLibraryScanNotification(const SLibraryStatus& status)
+{
+    return Envelope("libraryScanNotification", BuildLibraryStatusObject(status));
 }

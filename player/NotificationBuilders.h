@@ -36,3 +36,11 @@ Json::Value BuildTrackTimeNotification(uint32_t trackTime, uint32_t trackDuratio
 Json::Value BuildEndOfPlayListNotification();
 Json::Value BuildUsbConnectionNotification(const std::string& deviceName, bool connected,
                                            const std::string& errorCode);
+
+struct SLibraryStatus;
+
+// The tag library's status object, shared by libraryScanNotification and
+// the getLibraryStatusUSB reply.
+Json::Value BuildLibraryStatusObject(const SLibraryStatus& status);
+
+Json::Value BuildLibraryScanNotification(const SLibraryStatus& status);

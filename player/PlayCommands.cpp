@@ -5,6 +5,8 @@
 
 #include "core/Logger.h"
 
+#include <algorithm>
+
 namespace {
 constexpr const char* kLogSource = "CUsbMediaPlayer";
 using PlayerLock = CLockGuard<CMutex>;
@@ -87,7 +89,14 @@ bool CUsbMediaPlayer::PlayFolderLocked(const CFile& folder)
         return false;
     }
     scanned.Sort();
-    m_playlist.Replace(std::move(scanned.m_files), 0);
+    return StartPlaylistLocked(std::move(scanned.m_files), 0);
+}
+
+// Puts `records` in place as the playlist and plays the one at `index`
+// (less than their count); shuffle, when on, starts from it.
+bool CUsbMediaPlayer::StartPlaylistLocked(std::vector<CFile> records, uint32_t index)
+{
+    m_playlist.Replace(std::move(records), index);
     if (m_playlist.IsShuffle()) {
         m_playlist.Reshuffle();
     }
@@ -98,6 +107,29 @@ bool CUsbMediaPlayer::PlayFolderLocked(const CFile& folder)
         m_playlist.PutCurrentFirstInShuffle();
     }
     return m_errorCode == 0;
+}
+
+bool CUsbMediaPlayer::PlayTracksLocked(std::vector<CFile> tracks, std::optional<uint32_t> startTrackId)
+{
+    RefreshClientsLocked();
+    ClearError();
+    if (tracks.empty()) {
+        SetError("Playlist is empty", -3);
+        return false;
+    }
+    uint32_t start = 0;
+    if (startTrackId) {
+        const auto found = std::find_if(tracks.begin(), tracks.end(),
+                                        [&](const CFile& track) { return track.m_id == *startTrackId; });
+        if (found == tracks.end()) {
+            SetError("Track not in this list", -12);
+            return false;
+        }
+        start = static_cast<uint32_t>(found - tracks.begin());
+    }
+    StopPlayingLocked();
+    m_playlist.Withdraw();
+    return StartPlaylistLocked(std::move(tracks), start);
 }
 
 // Asking for the file that is already current changes nothing.

@@ -1,5 +1,7 @@
 #include "player/SuspensionStore.h"
 
+#include "core/Environment.h"
+
 #include "core/Logger.h"
 #include "core/PosixHandles.h"
 
@@ -175,19 +177,6 @@ std::string ErrnoText(const char* step)
     return std::string(step) + ": " + std::strerror(errno);
 }
 
-// Creates `path` and its missing parents; the last one private to the
-// service, as it is when systemd makes it.
-bool MakeDirectory(const std::string& path)
-{
-    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-        const std::string parent = path.substr(0, slash);
-        if (mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) {
-            return false;
-        }
-    }
-    return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
-}
-
 bool WriteAll(int fd, const std::string& text)
 {
     size_t done = 0;
@@ -291,7 +280,7 @@ bool CSuspensionStore::Save(const SStoredSuspension& stored) const
     const std::string path = FilePath();
     const std::string temporary = path + ".tmp";
     std::string failure;
-    if (!MakeDirectory(m_directory)) {
+    if (!MakeStateDirectory(m_directory)) {
         failure = ErrnoText("mkdir");
     } else {
         UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));

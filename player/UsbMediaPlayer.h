@@ -19,6 +19,7 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -90,6 +91,9 @@ public:
     bool PlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayFileByIdLocked(uint32_t id, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayAllSongsLocked(const std::string& rootPath) REQUIRES(m_playerMutex);
+    // Plays `tracks` in their order (a list of the tag library), from the
+    // one whose ID is `startTrackId`, or from the first.
+    bool PlayTracksLocked(std::vector<CFile> tracks, std::optional<uint32_t> startTrackId) REQUIRES(m_playerMutex);
     bool PlayLocked() REQUIRES(m_playerMutex);
     bool PauseLocked() REQUIRES(m_playerMutex);
     bool StopLocked() REQUIRES(m_playerMutex);
@@ -177,6 +181,7 @@ private:
     // Playlists (PlayCommands.cpp)
     void BuildPlayListLocked(const CFile& target, bool fullUsb) REQUIRES(m_playerMutex);
     bool PlayFolderLocked(const CFile& folder) REQUIRES(m_playerMutex);
+    bool StartPlaylistLocked(std::vector<CFile> records, uint32_t index) REQUIRES(m_playerMutex);
     // Progress and seek (ProgressThreads.cpp): one tick of each ticker.
     bool ReportProgress() EXCLUDES(m_playerMutex);
     bool StepFastForwardRewind() EXCLUDES(m_playerMutex);

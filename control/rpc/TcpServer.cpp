@@ -102,6 +102,30 @@ std::list<int> TcpServer::GetClients() const
     return clients;
 }
 
+void TcpServer::ListenServingClient()
+{
+    if (!OnServingThread() || m_servingClient < 0) {
+        return;
+    }
+    const CLockGuard<CMutex> lock(m_mutex);
+    const auto found = m_clients.find(m_servingClient);
+    if (found != m_clients.end()) {
+        found->second->listens = true;
+    }
+}
+
+std::list<int> TcpServer::GetListeners() const
+{
+    const CLockGuard<CMutex> lock(m_mutex);
+    std::list<int> listeners;
+    for (const auto& entry : m_clients) {
+        if (!entry.second->dead && entry.second->listens) {
+            listeners.push_back(entry.first);
+        }
+    }
+    return listeners;
+}
+
 bool TcpServer::Send(int client, const std::string& text)
 {
     const CLockGuard<CMutex> lock(m_mutex);
@@ -436,6 +460,7 @@ bool TcpServer::ServeRound()
 void TcpServer::ServeOne(Client& client)
 {
     std::string text;
+    m_servingClient = client.socket.Get();
     if (client.exchange.Finished()) {
         bool malformed = false;
         client.exchange = Open(client.request, text, malformed);
@@ -449,6 +474,7 @@ void TcpServer::ServeOne(Client& client)
     if (text.empty()) {
         text = Step(client.exchange);
     }
+    m_servingClient = -1;
     TakeNextRequest(client);
     const CLockGuard<CMutex> lock(m_mutex);
     if (!text.empty() || !client.exchange.WritingBatch()) {

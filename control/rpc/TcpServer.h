@@ -73,6 +73,12 @@ public:
     // Closes the listening socket and every client.
     void Close() EXCLUDES(m_mutex);
 
+    // Listeners: the clients that asked for notifications not every client
+    // hears. A method calls ListenServingClient to make the client whose
+    // request it answers one (serving thread only, during the request).
+    void ListenServingClient() EXCLUDES(m_mutex);
+    std::list<int> GetListeners() const EXCLUDES(m_mutex);
+
 private:
     struct Client {
         explicit Client(int fd) : socket(fd), framer(kMaxRequestBytes) {}
@@ -90,6 +96,7 @@ private:
         bool inBatch = false;     // a batch reply is being written
         bool closing = false;     // peer finished sending: close once answered and flushed
         bool dead = false;        // close at the end of this round
+        bool listens = false;     // hears what is sent to the listeners
     };
 
     static bool HasWork(const Client& client) { return client.hasRequest || !client.exchange.Finished(); }
@@ -129,6 +136,7 @@ private:
 
     // Serving thread only:
     size_t m_unfinishedBytes = 0;  // framer bytes held for all clients
+    int m_servingClient = -1;      // the client whose request runs now
     int m_nextTurn = -1;           // the client served first in the next round
     // With the descriptor table full, the listening socket is not watched
     // until a client closes or this time passes: accept would fail at once

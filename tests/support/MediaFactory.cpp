@@ -143,6 +143,17 @@ std::string MediaFactory::Wav(double seconds)
     return Encode("wav-" + SecondsKey(seconds) + ".wav", seconds, {"wavenc"});
 }
 
+std::string MediaFactory::Flac(double seconds, const std::string& title)
+{
+    std::vector<std::string> encoder{"flacenc"};
+    if (!title.empty()) {
+        encoder = {"taginject", "tags=\"" + TagList(title, "", "") + "\"", "!", "flacenc"};
+    }
+    const std::string name =
+        "flac-" + SecondsKey(seconds) + "-" + std::to_string(std::hash<std::string>()(title)) + ".flac";
+    return Encode(name, seconds, encoder);
+}
+
 void MediaFactory::Place(const std::string& source, const std::string& destinationPath, bool privateCopy)
 {
     const size_t slash = destinationPath.rfind('/');

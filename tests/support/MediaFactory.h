@@ -18,6 +18,8 @@ public:
     static std::string Wma(double seconds);
     // WAV (16-bit PCM).
     static std::string Wav(double seconds);
+    // FLAC, with a Vorbis comment holding the title when one is given.
+    static std::string Flac(double seconds, const std::string& title = "");
 
     // A file of `seconds` of stereo 44.1 kHz tone encoded by `encoder`, the
     // gst-launch-1.0 arguments between the raw audio and the file sink, e.g.

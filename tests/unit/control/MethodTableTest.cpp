@@ -17,6 +17,8 @@ const char* const kMethods[] = {
     "restartSongUSB", "getTrackAlbumArt", "getBufferedAlbumArt", "ping", "usbConnectionEvent",
     "playAllSongsUSB", "getCurrentPlayerState", "seekForward", "seekBackward", "playFileIndex",
     "setSoftPowerOff", "popSuspendedTrackInfo", "seek", "indexUsbStorage", "getUsbStorageCrc32",
+    "getLibraryStatusUSB", "getArtistsUSB", "getGenresUSB", "getAlbumsUSB", "getTracksUSB", "searchLibraryUSB",
+    "playTracksUSB",
 };
 
 TEST(MethodTableTest, RegistersEveryMethodOnce)

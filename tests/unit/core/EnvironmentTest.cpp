@@ -52,3 +52,14 @@ TEST(EnvironmentTest, StateDirectoryFromSystemdOrUnderTheRoot)
     unsetenv("STATE_DIRECTORY");
     unsetenv("USBMEDIA_ROOT");
 }
+
+TEST(EnvironmentTest, AudioFormatsSettingAsSet)
+{
+    unsetenv("USBMEDIA_FORMATS");
+    EXPECT_EQ(AudioFormatsSetting(), "");
+    setenv("USBMEDIA_FORMATS", "", 1);
+    EXPECT_EQ(AudioFormatsSetting(), "");
+    setenv("USBMEDIA_FORMATS", " mp3, FLAC ", 1);
+    EXPECT_EQ(AudioFormatsSetting(), " mp3, FLAC ");
+    unsetenv("USBMEDIA_FORMATS");
+}

@@ -59,10 +59,11 @@ TEST(AssignIdsTest, ACollisionGoesToTheNextFreeIdInNameOrder)
     EXPECT_EQ(ids.at("d"), 13u);  // its own 11 was taken by "b" before it
 }
 
-TEST(AssignIdsTest, TheNoEntryIdIsNeverGivenAndProbingWraps)
+TEST(AssignIdsTest, NeitherTheNoEntryIdNorZeroIsGivenAndProbingWraps)
 {
     const auto ids = AssignIds<std::string>({"a", "b", "c"}, [](const std::string&) { return 0xFFFFFFFEu; });
     EXPECT_EQ(ids.at("a"), 0xFFFFFFFEu);
-    EXPECT_EQ(ids.at("b"), 0u);
-    EXPECT_EQ(ids.at("c"), 1u);
+    EXPECT_EQ(ids.at("b"), 1u);
+    EXPECT_EQ(ids.at("c"), 2u);
+    EXPECT_EQ(AssignIds<std::string>({"z"}, [](const std::string&) { return 0u; }).at("z"), 1u);
 }

@@ -62,7 +62,7 @@ protected:
     std::string Database() const { return m_dir / "stick.db"; }
 
     // A complete scan of the stick into `store`, counting the tag reads.
-    void Scan(CTagStore& store, bool complete = true)
+    void Scan(CTagStore& store, bool complete = true, bool rebuild = true)
     {
         ASSERT_TRUE(store.BeginScan()) << store.LastError();
         const CTagStore::TagReadFunction counted = [this](const std::string& path) {
@@ -75,12 +75,12 @@ protected:
             ASSERT_NE(store.AddFile(Folder(path), Name(path), stamp, counted), CTagStore::EAddOutcome::Failed)
                 << path << ": " << store.LastError();
         }
-        ASSERT_TRUE(store.EndScan(complete)) << store.LastError();
+        ASSERT_TRUE(store.EndScan(complete, rebuild)) << store.LastError();
     }
 
     const SCategoryEntry& Artist(const std::string& name)
     {
-        m_artists = m_store.Artists(0, 100);
+        m_artists = m_store.Artists(PageFrom(0, 100));
         for (const SCategoryEntry& artist : m_artists.items) {
             if (artist.name == name) {
                 return artist;
@@ -93,7 +93,7 @@ protected:
 
     SAlbumEntry Album(const std::string& name, const std::string& artist)
     {
-        for (const SAlbumEntry& album : m_store.Albums(0, 100).items) {
+        for (const SAlbumEntry& album : m_store.Albums(PageFrom(0, 100)).items) {
             if (album.name == name && album.artist == artist) {
                 return album;
             }
@@ -113,7 +113,7 @@ TEST_F(TagStoreTest, EveryFileIsATrackWithTheFileIdOfItsFolderAndName)
 {
     EXPECT_EQ(m_store.TrackCount(), Corpus().size());
     EXPECT_EQ(m_reads, static_cast<int>(Corpus().size()));
-    const auto tracks = m_store.TracksByAlbum(Album("Hits 2000", "Various Artists").id, 0, 10);
+    const auto tracks = m_store.TracksByAlbum(Album("Hits 2000", "Various Artists").id, PageFrom(0, 10));
     ASSERT_EQ(tracks.items.size(), 2u);
     EXPECT_EQ(tracks.items[0].fileId, FileId(Stick() + "/Comp", "a.mp3"));
     EXPECT_EQ(tracks.items[0].name, "a.mp3");
@@ -122,7 +122,7 @@ TEST_F(TagStoreTest, EveryFileIsATrackWithTheFileIdOfItsFolderAndName)
 
 TEST_F(TagStoreTest, ArtistsInFoldedOrderWithTheirCounts)
 {
-    const auto artists = m_store.Artists(0, 100);
+    const auto artists = m_store.Artists(PageFrom(0, 100));
     EXPECT_EQ(Names(artists), (std::vector<std::string>{"", "ABBA", "Alpha", "Beta", "Queen", "Various Artists",
                                                          "Vintage Band", "Wave Artist", "Zoë"}));
     EXPECT_EQ(artists.totalCount, 9u);
@@ -140,7 +140,7 @@ TEST_F(TagStoreTest, ArtistsInFoldedOrderWithTheirCounts)
 
 TEST_F(TagStoreTest, ACompilationIsOneAlbumAndOneNameByTwoArtistsIsTwo)
 {
-    const auto albums = m_store.Albums(0, 100);
+    const auto albums = m_store.Albums(PageFrom(0, 100));
     EXPECT_EQ(Names(albums), (std::vector<std::string>{"", "Classics", "Été", "Greatest Hits", "Greatest Hits",
                                                         "Hits 2000", "Wave Album"}));
     EXPECT_EQ(albums.items[3].artist, "ABBA");
@@ -155,7 +155,7 @@ TEST_F(TagStoreTest, ACompilationIsOneAlbumAndOneNameByTwoArtistsIsTwo)
 
 TEST_F(TagStoreTest, AnAlbumsTracksByDiscThenTrackNumber)
 {
-    const auto tracks = m_store.TracksByAlbum(Album("Été", "Zoë").id, 0, 10);
+    const auto tracks = m_store.TracksByAlbum(Album("Été", "Zoë").id, PageFrom(0, 10));
     EXPECT_EQ(Titles(tracks), (std::vector<std::string>{"Aube", "Café Noir", "Ünïcödé ☃"}));
     EXPECT_EQ(tracks.items[1].trackNumber, 3u);
     EXPECT_EQ(tracks.items[2].discNumber, 2u);
@@ -167,83 +167,82 @@ TEST_F(TagStoreTest, AnAlbumsTracksByDiscThenTrackNumber)
 
 TEST_F(TagStoreTest, UntaggedAndUnreadableTracksShowTheirFileNames)
 {
-    const auto tracks = m_store.TracksByAlbum(Album("", "").id, 0, 10);
+    const auto tracks = m_store.TracksByAlbum(Album("", "").id, PageFrom(0, 10));
     EXPECT_EQ(Titles(tracks), (std::vector<std::string>{"broken.wma", "none.mp3"}));
 }
 
 TEST_F(TagStoreTest, AlbumsAndTracksOfAnArtist)
 {
     // ABBA's album first (1975), then Queen's track appears under Queen only.
-    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Queen").id, 0, 10)), (std::vector<std::string>{"Greatest Hits"}));
-    EXPECT_EQ(m_store.AlbumsByArtist(Artist("Queen").id, 0, 10).items[0].artist, "Queen");
-    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Zoë").id, 0, 10)),
+    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Queen").id, PageFrom(0, 10))), (std::vector<std::string>{"Greatest Hits"}));
+    EXPECT_EQ(m_store.AlbumsByArtist(Artist("Queen").id, PageFrom(0, 10)).items[0].artist, "Queen");
+    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Zoë").id, PageFrom(0, 10))),
               (std::vector<std::string>{"Aube", "Café Noir", "Ünïcödé ☃"}));
-    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Various Artists").id, 0, 10)),
+    EXPECT_EQ(Titles(m_store.TracksByArtist(Artist("Various Artists").id, PageFrom(0, 10))),
               (std::vector<std::string>{"First Hit", "Second Hit"}));
-    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Beta").id, 0, 10)), (std::vector<std::string>{"Hits 2000"}));
+    EXPECT_EQ(Names(m_store.AlbumsByArtist(Artist("Beta").id, PageFrom(0, 10))), (std::vector<std::string>{"Hits 2000"}));
 }
 
 TEST_F(TagStoreTest, GenresWithTheirAlbumsAndTracks)
 {
-    const auto genres = m_store.Genres(0, 10);
+    const auto genres = m_store.Genres(PageFrom(0, 10));
     EXPECT_EQ(Names(genres), (std::vector<std::string>{"", "Ambient", "Jazz", "Pop", "Rock"}));
     const SCategoryEntry& pop = genres.items[3];
     EXPECT_EQ(pop.id, FileId("", "Pop"));
     EXPECT_EQ(pop.albumCount, 2u);  // ABBA's Greatest Hits and the compilation
     EXPECT_EQ(pop.trackCount, 3u);
-    const auto albums = m_store.AlbumsByGenre(pop.id, 0, 10);
+    const auto albums = m_store.AlbumsByGenre(pop.id, PageFrom(0, 10));
     EXPECT_EQ(Names(albums), (std::vector<std::string>{"Greatest Hits", "Hits 2000"}));
     EXPECT_EQ(albums.items[0].artist, "ABBA");
-    EXPECT_EQ(Titles(m_store.TracksByGenre(pop.id, 0, 10)),
+    EXPECT_EQ(Titles(m_store.TracksByGenre(pop.id, PageFrom(0, 10))),
               (std::vector<std::string>{"Dancing", "First Hit", "Second Hit"}));
-    EXPECT_EQ(Titles(m_store.TracksByGenre(genres.items[4].id, 0, 10)),
+    EXPECT_EQ(Titles(m_store.TracksByGenre(genres.items[4].id, PageFrom(0, 10))),
               (std::vector<std::string>{"Old Song", "Bohemian"}));
 }
 
 TEST_F(TagStoreTest, SearchIgnoresCaseAndAccents)
 {
-    const auto cafe = m_store.Search("cafe", 0, 10);
+    const auto cafe = m_store.SearchTracks("cafe", PageFrom(0, 10));
     ASSERT_EQ(cafe.totalCount, 1u);
-    EXPECT_EQ(cafe.items[0].kind, ESearchKind::Track);
-    EXPECT_EQ(cafe.items[0].name, "Café Noir");
-    EXPECT_EQ(cafe.items[0].fileName, "01.mp3");
+    EXPECT_EQ(cafe.items[0].title, "Café Noir");
+    EXPECT_EQ(cafe.items[0].name, "01.mp3");
     EXPECT_EQ(cafe.items[0].path, Stick() + "/Rock/Ete");
-    EXPECT_EQ(cafe.items[0].id, FileId(Stick() + "/Rock/Ete", "01.mp3"));
-    EXPECT_EQ(m_store.Search("CAFÉ", 0, 10).totalCount, 1u);
+    EXPECT_EQ(cafe.items[0].fileId, FileId(Stick() + "/Rock/Ete", "01.mp3"));
+    EXPECT_EQ(m_store.SearchTracks("CAFÉ", PageFrom(0, 10)).totalCount, 1u);
+    EXPECT_EQ(m_store.SearchArtists("cafe", PageFrom(0, 10)).totalCount, 0u);
 
-    const auto zoe = m_store.Search("ZOE", 0, 10);
+    const auto zoe = m_store.SearchArtists("ZOE", PageFrom(0, 10));
     ASSERT_EQ(zoe.totalCount, 1u);
-    EXPECT_EQ(zoe.items[0].kind, ESearchKind::Artist);
     EXPECT_EQ(zoe.items[0].name, "Zoë");
+    EXPECT_EQ(m_store.SearchTracks("ZOE", PageFrom(0, 10)).totalCount, 0u);
 
-    // Artists, then albums, then tracks, each in name order.
-    const auto hits = m_store.Search("hit", 0, 10);
-    ASSERT_EQ(hits.totalCount, 5u);
-    EXPECT_EQ(hits.items[0].kind, ESearchKind::Album);
-    EXPECT_EQ(hits.items[0].artist, "ABBA");
-    EXPECT_EQ(hits.items[2].name, "Hits 2000");
-    EXPECT_EQ(hits.items[3].name, "First Hit");
-    EXPECT_EQ(hits.items[4].name, "Second Hit");
-    EXPECT_EQ(m_store.Search("", 0, 10).totalCount, 0u);
-    EXPECT_EQ(m_store.Search("nothing like it", 0, 10).totalCount, 0u);
+    // Each kind is a list of its own, in name order.
+    const auto albums = m_store.SearchAlbums("hit", PageFrom(0, 10));
+    ASSERT_EQ(albums.totalCount, 3u);
+    EXPECT_EQ(albums.items[0].artist, "ABBA");
+    EXPECT_EQ(albums.items[2].name, "Hits 2000");
+    EXPECT_EQ(Titles(m_store.SearchTracks("hit", PageFrom(0, 10))),
+              (std::vector<std::string>{"First Hit", "Second Hit"}));
+    EXPECT_EQ(m_store.SearchTracks("", PageFrom(0, 10)).totalCount, 0u);
+    EXPECT_EQ(m_store.SearchAlbums("nothing like it", PageFrom(0, 10)).totalCount, 0u);
 }
 
 TEST_F(TagStoreTest, PagingEdges)
 {
-    const auto middle = m_store.Artists(2, 3);
+    const auto middle = m_store.Artists(PageFrom(2, 3));
     EXPECT_EQ(Names(middle), (std::vector<std::string>{"Alpha", "Beta", "Queen"}));
     EXPECT_EQ(middle.totalCount, 9u);
-    const auto rest = m_store.Artists(7, 100);
+    const auto rest = m_store.Artists(PageFrom(7, 100));
     EXPECT_EQ(Names(rest), (std::vector<std::string>{"Wave Artist", "Zoë"}));
-    const auto pastEnd = m_store.Artists(9, 5);
+    const auto pastEnd = m_store.Artists(PageFrom(9, 5));
     EXPECT_TRUE(pastEnd.items.empty());
     EXPECT_EQ(pastEnd.totalCount, 9u);
-    const auto none = m_store.Albums(0, 0);
+    const auto none = m_store.Albums(PageFrom(0, 0));
     EXPECT_TRUE(none.items.empty());
     EXPECT_EQ(none.totalCount, 7u);
-    EXPECT_TRUE(m_store.Search("hit", 5, 5).items.empty());
-    EXPECT_EQ(Titles(m_store.TracksByAlbum(Album("Été", "Zoë").id, 2, 1)), (std::vector<std::string>{"Ünïcödé ☃"}));
-    EXPECT_TRUE(m_store.TracksByArtist(12345, 0, 10).items.empty());
+    EXPECT_TRUE(m_store.SearchAlbums("hit", PageFrom(5, 5)).items.empty());
+    EXPECT_EQ(Titles(m_store.TracksByAlbum(Album("Été", "Zoë").id, PageFrom(2, 1))), (std::vector<std::string>{"Ünïcödé ☃"}));
+    EXPECT_TRUE(m_store.TracksByArtist(12345, PageFrom(0, 10)).items.empty());
 }
 
 TEST_F(TagStoreTest, ARescanOfAnUnchangedStickReadsNoFile)
@@ -255,7 +254,7 @@ TEST_F(TagStoreTest, ARescanOfAnUnchangedStickReadsNoFile)
     ASSERT_NO_FATAL_FAILURE(Scan(again));
     EXPECT_EQ(m_reads, 0);
     EXPECT_EQ(again.TrackCount(), Corpus().size());
-    EXPECT_EQ(again.Artists(0, 100).totalCount, 9u);
+    EXPECT_EQ(again.Artists(PageFrom(0, 100)).totalCount, 9u);
 }
 
 TEST_F(TagStoreTest, AChangedFileIsReadAgain)
@@ -266,7 +265,7 @@ TEST_F(TagStoreTest, AChangedFileIsReadAgain)
     m_reads = 0;
     ASSERT_NO_FATAL_FAILURE(Scan(m_store));
     EXPECT_EQ(m_reads, 1);
-    const auto queen = m_store.Search("queen", 0, 10);
+    const auto queen = m_store.SearchArtists("queen", PageFrom(0, 10));
     ASSERT_EQ(queen.totalCount, 1u);
     EXPECT_EQ(queen.items[0].name, "Queen & Co");
 }
@@ -278,8 +277,8 @@ TEST_F(TagStoreTest, AFileNoLongerThereIsRemovedWithWhatOnlyItHeld)
     ASSERT_NO_FATAL_FAILURE(Scan(m_store));
     EXPECT_EQ(m_reads, 0);
     EXPECT_EQ(m_store.TrackCount(), Corpus().size() - 1);
-    EXPECT_EQ(m_store.Search("wave", 0, 10).totalCount, 0u);
-    EXPECT_EQ(Names(m_store.Genres(0, 10)), (std::vector<std::string>{"", "Jazz", "Pop", "Rock"}));
+    EXPECT_EQ(m_store.SearchArtists("wave", PageFrom(0, 10)).totalCount, 0u);
+    EXPECT_EQ(Names(m_store.Genres(PageFrom(0, 10))), (std::vector<std::string>{"", "Jazz", "Pop", "Rock"}));
 }
 
 TEST_F(TagStoreTest, AScanStoppedEarlyRemovesNothing)
@@ -305,7 +304,7 @@ TEST(TagStoreFileTest, AFileThatIsNoDatabaseIsReplacedByAnEmptyOne)
     CTagStore store;
     ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
     EXPECT_EQ(store.TrackCount(), 0u);
-    EXPECT_TRUE(store.Artists(0, 10).items.empty());
+    EXPECT_TRUE(store.Artists(PageFrom(0, 10)).items.empty());
 }
 
 TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
@@ -315,4 +314,17 @@ TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
     ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
     EXPECT_EQ(store.AddFile(dir.Path(), "a.mp3", SFileStamp()), CTagStore::EAddOutcome::Failed);
     EXPECT_FALSE(store.EndScan(true));
+}
+
+TEST_F(TagStoreTest, TracksStoredByAStoppedScanAreLinkedByTheNextOneThatChangesNothing)
+{
+    library_test::STaggedFile retagged = Corpus()[6];  // Queen's track
+    retagged.tags["artist"] = "Queen & Co";
+    ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store, false, false));  // stored, not linked
+    EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 0u);
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    EXPECT_EQ(m_reads, 0);
+    EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 1u);
 }

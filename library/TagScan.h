@@ -1,0 +1,40 @@
+#pragma once
+
+#include "library/StorageIndex.h"
+#include "library/TagStore.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+
+enum class ETagScanEnd { kComplete, kStopped, kFailed };
+
+// One pass of a tag scan: every audio file of `index`, in index order, goes
+// to `store` (whose scan the caller has begun and will end). Files are
+// opened where the pipeline would open them (TrackLocation), so a link on
+// the stick never leads the reader off it. `progress` hears the count done
+// after each file. The pass ends early when `stop` is raised or the service
+// terminates, and fails after kMaxReadErrorsInARow files in a row could not
+// be read (a stick failing under the reader).
+class CTagScanPass {
+public:
+    static constexpr uint32_t kMaxReadErrorsInARow = 20;
+    using Progress = std::function<void(uint32_t scanned, uint32_t total)>;
+
+    CTagScanPass(CTagStore& store, const std::atomic<bool>& stop, Progress progress);
+
+    ETagScanEnd Run(const CStorageIndex& index);
+
+    // The audio files of `index` (its records that are not folders).
+    static uint32_t CountTracks(const CStorageIndex& index);
+
+private:
+    // Handles one file; false when the store failed.
+    bool Feed(const CFile& file);
+    bool Stopping() const;
+
+    CTagStore& m_store;
+    const std::atomic<bool>& m_stop;
+    const Progress m_progress;
+    uint32_t m_errorsInARow = 0;
+};
