@@ -98,7 +98,16 @@ else()
   set(USBMEDIA_DEB_LIBRARY_DEPENDS
       "libc6 (>= 2.36), libgcc-s1, libstdc++6 (>= 12), libglib2.0-0 (>= 2.74), libgstreamer1.0-0 (>= 1.22), libjsoncpp25 (>= 1.9.5), libsystemd0, zlib1g (>= 1:1.2.13)"
       CACHE STRING "Depends of the cross-built package's binaries")
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "${USBMEDIA_DEB_LIBRARY_DEPENDS}, ${plugin_depends}")
+  set(library_depends "${USBMEDIA_DEB_LIBRARY_DEPENDS}")
+  # The stick's tag library: TagLib reads the tags, SQLite keeps them. A cache
+  # variable of its own: a build tree configured before keeps its older list
+  # above and still gets these.
+  if(TARGET usbmedia_tags)
+    set(USBMEDIA_DEB_TAG_LIBRARY_DEPENDS "libtag1v5 (>= 1.13), libsqlite3-0 (>= 3.40)"
+        CACHE STRING "Depends of the cross-built package's tag library")
+    string(APPEND library_depends ", ${USBMEDIA_DEB_TAG_LIBRARY_DEPENDS}")
+  endif()
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "${library_depends}, ${plugin_depends}")
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
   endif()

@@ -53,10 +53,13 @@ fi
 
 # --- 2. sysroot --------------------------------------------------------------
 # What the daemon links against and what its tests play media through.
+# TagLib and SQLite hold a stick's tag library (usbmedia_tags); TagLib's
+# pkg-config file also links zlib.
 SYSROOT_PACKAGES=(
   libc6-dev libstdc++-12-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libglib2.0-dev
   libjsoncpp-dev zlib1g-dev libgtest-dev libsystemd-dev libfuse3-dev
+  libtag1-dev libsqlite3-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
   gstreamer1.0-libav gstreamer1.0-alsa gstreamer1.0-tools
 )

@@ -44,6 +44,17 @@ for library in libgstreamer1.0-0 libjsoncpp libsystemd0 libc6; do
   grep -q "$library" <<<"$depends" || fail "Depends lacks $library"
 done
 grep -qw adduser <<<"$depends" || fail "Depends lacks adduser (the postinst makes the user with it)"
+# The stick's tag library (TagLib, SQLite), for as long as a binary links it.
+unpacked=$(mktemp -d /tmp/usb-media-deb-XXXXXX)
+dpkg-deb -x "$deb" "$unpacked"
+needed=$(for binary in "$unpacked"/usr/bin/*; do readelf -d "$binary"; done | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+rm -rf "$unpacked"
+for pair in "libtag.so.1 libtag1v5" "libsqlite3.so.0 libsqlite3-0"; do
+  read -r soname package <<<"$pair"
+  grep -qxF "$soname" <<<"$needed" || continue
+  grep -qw "$package" <<<"$depends" || fail "Depends lacks $package (the binaries link $soname)"
+  echo "$soname: $package"
+done
 
 echo "=== package: install"
 # A copy outside the build tree: apt's sandbox user must be able to read it.

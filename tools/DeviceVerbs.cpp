@@ -2,10 +2,12 @@
 #include "tools/Verbs.h"
 
 #include "core/UsbSticks.h"
+#include "tools/FileSystemUuid.h"
 #include "tools/Paths.h"
 #include "tools/Reports.h"
 
 #include <cstdlib>
+#include <optional>
 #include <ostream>
 #include <set>
 
@@ -107,6 +109,31 @@ bool SupportedFileSystem(const std::string& type)
                                                  "iso9660", "udf", "hfsplus"};
     return type.empty() || supported.count(type) != 0;
 }
+
+// The stick's file system UUID, by which the service keeps what it learnt of
+// the stick: udev's ID_FS_UUID when run from its environment, else found
+// through the device mounted there. Empty when neither says.
+std::string FileSystemUuid(const std::string& mountPoint)
+{
+    const std::string fromUdev = EnvironmentOr("ID_FS_UUID", "");
+    if (!fromUdev.empty()) {
+        return fromUdev;
+    }
+    return FileSystemUuidOf(ResolvePath(mountPoint), "/proc/self/mountinfo", "/dev/disk/by-uuid");
+}
+
+// What the report line says beside the mount point.
+std::string MountEventDetails(const Json::Value& params, const std::string& fileSystem)
+{
+    std::string details;
+    if (params.isMember("fsUUID")) {
+        details += ", UUID " + params["fsUUID"].asString();
+    }
+    if (!params["isSupported"].asBool()) {
+        details += ", " + (fileSystem.empty() ? "" : fileSystem + " ") + "not supported";
+    }
+    return details;
+}
 }  // namespace
 
 int RunMountEvent(const VerbContext& context)
@@ -123,14 +150,12 @@ int RunMountEvent(const VerbContext& context)
     params["usbConnected"] = mounted;
     params["isSupported"] = !context.invocation.Has("--not-supported") && SupportedFileSystem(fileSystem);
     params["isReadable"] = !context.invocation.Has("--unreadable");
-    AddFileSystemUuid(params, context.invocation.Option("--fs-uuid").value_or(EnvironmentOr("ID_FS_UUID", "")));
+    // Sent only when known: a service that keys nothing by it sees no change.
+    const std::optional<std::string> given = context.invocation.Option("--fs-uuid");
+    AddFileSystemUuid(params, given ? *given : mounted ? FileSystemUuid(mountPoint) : std::string());
     return RunRequest(context, "usbConnectionEvent", params, [&](const Json::Value&) {
-        context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported ("
-                    << mountPoint
-                    << (params["isSupported"].asBool() ? ""
-                                                       : ", " + (fileSystem.empty() ? "" : fileSystem + " ") +
-                                                             "not supported")
-                    << ")\n";
+        context.out << device << ": " << (mounted ? "plugged" : "unplugged") << " reported (" << mountPoint
+                    << MountEventDetails(params, fileSystem) << ")\n";
     });
 }
 

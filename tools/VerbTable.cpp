@@ -121,9 +121,10 @@ std::vector<Verb> MakeVerbs()
          "arguments. Without them it reads what a udev environment sets: the mount point\n"
          "from USBMEDIA_MOUNT_POINT, the event from ACTION (add or remove), and the file\n"
          "system from ID_FS_TYPE (one the service cannot read is reported as not\n"
-         "supported). A mount also sends the file system UUID, from --fs-uuid or udev's\n"
-         "ID_FS_UUID: the service keeps the stick's tag library by it. MOUNTPOINT may carry\n"
-         "the $USBMEDIA_ROOT prefix.\n",
+         "supported). MOUNTPOINT may carry the $USBMEDIA_ROOT prefix. A mounted stick is\n"
+         "reported with its file system's UUID (the service keeps its tag library by it):\n"
+         "--fs-uuid, else ID_FS_UUID, else the /dev/disk/by-uuid link to the device\n"
+         "mounted there, when one is found.\n",
          {{"--not-supported", false, "", "report the stick as not supported"},
           {"--unreadable", false, "", "report the stick as unreadable"},
           {"--fs-uuid", true, "UUID", "the stick's file system UUID (default $ID_FS_UUID)"}},

@@ -12,6 +12,7 @@ stick.
 """
 
 import argparse
+import json
 import os
 import re
 import select
@@ -164,6 +165,7 @@ class Scenario:
         self.work = args.work
         self.figures = []
         self.plugs = 0
+        self.stick_reports = 0  # plugs of the readable stick, each reported with its UUID
         self.qemu = None
         self.started = time.monotonic()
 
@@ -328,6 +330,47 @@ class Scenario:
         self.run("findmnt -n -o SOURCE,FSTYPE,OPTIONS %s" % STICK_MOUNT, what="the stick mounted at " + STICK_MOUNT)
         self.run("systemctl is-active %s %s" % (shlex.quote(MOUNT_UNIT), STICK_UNIT),
                  what="the mount unit and the stick unit active")
+        uuid = self.check_stick_uuid()
+        self.check_library(uuid, t0)
+
+    def check_library(self, uuid, plugged):
+        """The plug starts a scan of the stick's tags: the library becomes
+        "ready" with tracks, kept in a database named by the stick's UUID.
+        Polled (libraryScanNotification goes only to clients that asked the
+        library), each poll one short request."""
+        deadline = time.monotonic() + EVENT_SECONDS
+        while True:
+            reply = self.run("usb-media-ctl --json call getLibraryStatusUSB",
+                             what="getLibraryStatusUSB after the plug")
+            status = json.loads(reply).get("result", {})
+            if status.get("state") == "ready":
+                break
+            if status.get("state") == "failed" or time.monotonic() > deadline:
+                raise StepFailed("the library after the plug is not ready within %d s: %s" % (EVENT_SECONDS, reply))
+            time.sleep(0.5)
+        if not isinstance(status.get("tracks"), int) or status["tracks"] <= 0:
+            raise StepFailed("the library is ready without tracks: %s" % reply)
+        self.figure("plug to library ready (%d)" % self.plugs, "%.1f s, %d tracks, %d albums, %d artists"
+                    % (time.monotonic() - plugged, status["tracks"], status.get("albums", 0),
+                       status.get("artists", 0)))
+        database = "/var/lib/%s/tags-uuid-%s.sqlite" % (SERVICE, uuid)
+        self.run("test -s %s" % shlex.quote(database), what="the stick's tag database named by its UUID")
+
+    def check_stick_uuid(self):
+        """The stick unit reported the file system's UUID as udev knows it,
+        found from inside the unit's sandbox (a private /dev)."""
+        self.stick_reports += 1
+        uuid = self.run("udevadm info -q property --property=ID_FS_UUID --value /dev/usb-stick1",
+                        what="udev's ID_FS_UUID of the stick")
+        if not uuid:
+            raise StepFailed("udev knows no ID_FS_UUID of the stick")
+        report = "usb1: plugged reported (%s, UUID %s)" % (STICK_MOUNT, uuid)
+        self.run("i=0; until [ $(journalctl -b --no-pager -o cat -u %s | grep -cF %s) -ge %d ]; do "
+                 "i=$((i+1)); [ $i -gt 150 ] && exit 1; sleep 0.2; done"
+                 % (STICK_UNIT, shlex.quote(report), self.stick_reports),
+                 what="the stick unit's report naming the UUID: " + report)
+        print("board: the stick unit reported the UUID %s" % uuid)
+        return uuid
 
     def pull(self):
         n = self.plugs

@@ -1,6 +1,8 @@
 // usb-media-ctl against the real daemon over real TCP: every verb, its
 // output, its exit status, and watch as a long-running child.
 
+#include "core/PosixHandles.h"
+#include "control/rpc/JsonStreamFramer.h"
 #include "tests/integration/CliProcess.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/DaemonProcess.h"
@@ -11,9 +13,14 @@
 #include "tests/support/WireFixture.h"
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 
+#include <arpa/inet.h>
 #include <fnmatch.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -1092,6 +1099,139 @@ TEST_F(CliUdevTest, MountEventByHandWithTheRootPrefix)
     const CliProcess::Result wrong = Cli({"mount-event", "/mnt/usb-stick3", "mounted"});
     EXPECT_EQ(wrong.status, 2);
     EXPECT_TRUE(Contains(wrong.err, "(see usb-media-ctl mount-event --help)")) << wrong.err;
+}
+
+TEST_F(CliUdevTest, MountEventWithTheFileSystemUuidFromUdev)
+{
+    CliProcess::Options options = CliOptions({"mount-event", "/mnt/usb-stick1", "unmounted"});
+    options.environment["ID_FS_UUID"] = "4A2B-91C0";
+    CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "usb1: unplugged reported (/mnt/usb-stick1)\n");
+    EXPECT_TRUE(NextUsbNotification(false));
+    options.arguments = {"mount-event", "/mnt/usb-stick1", "mounted"};
+    result = CliProcess::Run(options, kWireTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "usb1: plugged reported (/mnt/usb-stick1, UUID 4A2B-91C0)\n");
+    EXPECT_TRUE(NextUsbNotification(true));
+    EXPECT_EQ(UsbErrorCode(), "");
+}
+
+namespace {
+// Stands for the service on a port of its own to read the one request the
+// client puts on the wire (the service does not echo its parameters), and
+// answers it as the service answers usbConnectionEvent: "jsonrpc" and "id".
+class OneRequestListener {
+public:
+    OneRequestListener() : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (bind(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            listen(m_socket.Get(), 1) != 0 ||
+            getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            ADD_FAILURE() << "no listening socket on 127.0.0.1";
+            return;
+        }
+        m_port = ntohs(address.sin_port);
+        m_thread = std::thread([this] { Serve(); });
+    }
+    ~OneRequestListener()
+    {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+    OneRequestListener(const OneRequestListener&) = delete;
+    OneRequestListener& operator=(const OneRequestListener&) = delete;
+
+    int Port() const { return m_port; }
+
+    // The request, once answered (null when none came within the time-out).
+    Json::Value Request()
+    {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+        return m_request;
+    }
+
+private:
+    static bool Readable(int fd)
+    {
+        pollfd wait{fd, POLLIN, 0};
+        return poll(&wait, 1, kWireTimeoutMs) == 1;
+    }
+
+    void Serve()
+    {
+        if (!Readable(m_socket.Get())) {
+            return;
+        }
+        const UniqueFd client(accept4(m_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        Json::Rpc::JsonStreamFramer framer(1 << 20);
+        std::string text;
+        while (!framer.Next(text)) {
+            char buffer[4096];
+            const ssize_t got = Readable(client.Get()) ? recv(client.Get(), buffer, sizeof buffer, 0) : -1;
+            if (got <= 0) {
+                return;
+            }
+            framer.Append(buffer, static_cast<size_t>(got));
+        }
+        Json::Value request;
+        std::istringstream(text) >> request;
+        const std::string reply = "{\"jsonrpc\":\"2.0\",\"id\":" + request["id"].toStyledString() + "}\n";
+        (void)send(client.Get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+        m_request = request;
+    }
+
+    UniqueFd m_socket;
+    int m_port = 0;
+    std::thread m_thread;
+    Json::Value m_request;  // written by the thread, read after it ended
+};
+}  // namespace
+
+TEST_F(CliTest, MountEventSendsTheFileSystemUuidOnlyWhenMounted)
+{
+    for (const bool mounted : {true, false}) {
+        OneRequestListener service;
+        CliProcess::Options options = CliOptions({"--port", std::to_string(service.Port()), "mount-event",
+                                                  "/mnt/usb-stick1", mounted ? "mounted" : "unmounted"});
+        options.environment["ID_FS_UUID"] = "1f0e8a52-7d3c-4b1e-9a6d-2c5e8f1b7a90";
+        const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        const Json::Value request = service.Request();
+        EXPECT_EQ(request["method"], "usbConnectionEvent") << request;
+        Json::Value params(Json::objectValue);
+        params["usbDevice"] = "usb1";
+        params["usbConnected"] = mounted;
+        params["isSupported"] = true;
+        params["isReadable"] = true;
+        if (mounted) {
+            params["fsUUID"] = "1f0e8a52-7d3c-4b1e-9a6d-2c5e8f1b7a90";
+        }
+        EXPECT_EQ(request["params"], params) << request;
+    }
+}
+
+// The test's stick is a folder, not a mount: no UUID is found, none is sent.
+TEST_F(CliTest, MountEventWithoutAUuidSendsNone)
+{
+    OneRequestListener service;
+    CliProcess::Options options =
+        CliOptions({"--port", std::to_string(service.Port()), "mount-event", Stick(), "mounted"});
+    options.environment["ID_FS_UUID"] = "";
+    const CliProcess::Result result = CliProcess::Run(options, kWireTimeoutMs);
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+    EXPECT_EQ(result.out, "usb1: plugged reported (" + Stick() + ")\n");
+    const Json::Value request = service.Request();
+    EXPECT_EQ(request["method"], "usbConnectionEvent") << request;
+    EXPECT_TRUE(request["params"].isObject()) << request;
+    EXPECT_FALSE(request["params"].isMember("fsUUID")) << request;
 }
 
 TEST_F(CliTest, ListOfAMissingFolderSaysSo)

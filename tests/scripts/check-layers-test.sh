@@ -40,4 +40,14 @@ sed -i 's/target_link_libraries(usbmedia_player PUBLIC/target_link_libraries(usb
 grep -q 'usbmedia_player PUBLIC usbmedia_rpc' "$work/tree/player/CMakeLists.txt"
 expect_failure "player linking the transport" 'usbmedia_player links usbmedia_rpc'
 
+fresh
+sed -i 's/PRIVATE PkgConfig::TAGLIB/PRIVATE usbmedia_player PkgConfig::TAGLIB/' "$work/tree/library/CMakeLists.txt"
+grep -q 'PRIVATE usbmedia_player PkgConfig::TAGLIB' "$work/tree/library/CMakeLists.txt"
+expect_failure "the tag library linking the player" 'usbmedia_tags links usbmedia_player'
+
+fresh
+printf 'add_library(usbmedia_extra STATIC Extra.cpp)\ntarget_link_libraries(usbmedia_extra PUBLIC usbmedia_control)\n' \
+  >>"$work/tree/library/CMakeLists.txt"
+expect_failure "a library without a layer" 'library usbmedia_extra has no layer'
+
 echo "check-layers: ok"
