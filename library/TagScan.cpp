@@ -32,6 +32,8 @@ bool CTagScanPass::Stopping() const
 
 ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
 {
+    m_start = index.RootPath();
+    m_confinedStart = ConfineToSticks(m_start);
     const uint32_t total = CountTracks(index);
     uint32_t scanned = 0;
     for (size_t position = 0; position < index.Size(); ++position) {
@@ -55,12 +57,37 @@ ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
 
 int CTagScanPass::FolderDescriptor(const std::string& folder)
 {
-    if (folder != m_folder || !m_folderFd.IsValid()) {
-        m_folder = folder;
-        const std::optional<SStickPath> confined = ConfineToSticks(folder);
-        m_folderFd = confined ? OpenConfinedFolder(*confined) : UniqueFd();
+    if (folder == m_folder && m_folderFd.IsValid()) {
+        return m_folderFd.Get();
+    }
+    m_folder = folder;
+    m_folderFd = UniqueFd();
+    const std::optional<SStickPath> confined = Confined(folder);
+    if (confined) {
+        m_folderFd = OpenConfinedFolder(*confined);
     }
     return m_folderFd.Get();
+}
+
+// A folder of the walk lies below its start, which was resolved once: the
+// walk follows no link, so the rest of the path is made of real folders,
+// which OpenConfinedFolder opens one by one without following links. Any
+// other folder is resolved on its own.
+std::optional<SStickPath> CTagScanPass::Confined(const std::string& folder) const
+{
+    const std::string& start = m_start;
+    if (!m_confinedStart || folder.compare(0, start.size(), start) != 0) {
+        return ConfineToSticks(folder);
+    }
+    if (!start.empty() && start.back() != '/' && folder.size() > start.size() && folder[start.size()] != '/') {
+        return ConfineToSticks(folder);  // a sibling whose name merely begins like the start
+    }
+    const size_t rest = folder.find_first_not_of('/', start.size());
+    SStickPath below = *m_confinedStart;
+    if (rest != std::string::npos) {
+        below.resolved += "/" + folder.substr(rest);
+    }
+    return below;
 }
 
 bool CTagScanPass::Feed(const CFile& file)

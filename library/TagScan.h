@@ -1,12 +1,14 @@
 #pragma once
 
 #include "core/PosixHandles.h"
+#include "library/StickPaths.h"
 #include "library/StorageIndex.h"
 #include "library/TagStore.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 enum class ETagScanEnd { kComplete, kStopped, kFailed };
@@ -38,11 +40,14 @@ private:
     bool Stopping() const;
     // The open folder `folder`, opened anew when it is not the last one.
     int FolderDescriptor(const std::string& folder);
+    std::optional<SStickPath> Confined(const std::string& folder) const;
 
     CTagStore& m_store;
     const std::atomic<bool>& m_stop;
     const Progress m_progress;
     uint32_t m_errorsInARow = 0;
+    std::string m_start;  // where the index's walk started, and that resolved
+    std::optional<SStickPath> m_confinedStart;
     std::string m_folder;  // the folder open on m_folderFd
     UniqueFd m_folderFd;
 };
