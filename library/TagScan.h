@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 enum class ETagScanEnd { kComplete, kStopped, kFailed };
 
@@ -40,7 +41,8 @@ private:
     bool Stopping() const;
     // The open folder `folder`, opened anew when it is not the last one.
     int FolderDescriptor(const std::string& folder);
-    std::optional<SStickPath> Confined(const std::string& folder) const;
+    std::optional<std::string> RestBelowStart(const std::string& folder) const;
+    int OpenBelowStart(const std::string& rest);
 
     CTagStore& m_store;
     const std::atomic<bool>& m_stop;
@@ -48,6 +50,14 @@ private:
     uint32_t m_errorsInARow = 0;
     std::string m_start;  // where the index's walk started, and that resolved
     std::optional<SStickPath> m_confinedStart;
-    std::string m_folder;  // the folder open on m_folderFd
-    UniqueFd m_folderFd;
+    // The folders open from the start down to the last folder below it (the
+    // start's own entry has no name), and the last folder outside it.
+    struct SOpenFolder {
+        std::string name;
+        UniqueFd fd;
+    };
+    std::vector<SOpenFolder> m_chain;
+    UniqueFd m_otherFolder;
+    std::string m_folder;  // the folder of the last file, open on m_folderFd
+    int m_folderFd = -1;
 };
