@@ -4,6 +4,8 @@
 // index build) and on a cache hit (against ping), and the daemon's resident
 // memory added by the index. Figures are printed, never asserted.
 
+#include "BenchRows.h"
+
 #include "library/FileId.h"
 #include "library/StorageIndex.h"
 #include "control/rpc/JsonText.h"
@@ -166,25 +168,6 @@ Json::Value GroupPage(uint32_t groupId)
     params["startIndex"] = 40;
     params["isMaxDepth"] = false;
     return params;
-}
-
-void Row(const char* figure, const std::string& value, const std::string& reference, const std::string& ratio,
-         const char* target)
-{
-    std::printf("| %-44s | %-14s | %-26s | %-12s | %-10s |\n", figure, value.c_str(), reference.c_str(),
-                ratio.c_str(), target);
-}
-
-std::string Fixed(const char* format, double value)
-{
-    char text[48];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-std::string Ms(double seconds)
-{
-    return Fixed("%.3f ms", seconds * 1000.0);
 }
 
 }  // namespace

@@ -19,6 +19,8 @@
 // taglib_loop binary, MPD_UPDATE bench/mpd_update.py; bench/library.sh
 // puts them together)
 
+#include "BenchRows.h"
+
 #include "control/rpc/JsonText.h"
 #include "library/StorageIndex.h"
 #include "library/TagScan.h"
@@ -77,29 +79,9 @@ double Percentile(std::vector<double> values, int percent)
     return values[std::min(values.size() - 1, values.size() * static_cast<size_t>(percent) / 100)];
 }
 
-std::string Fixed(const char* format, double value)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-std::string Ms(double seconds)
-{
-    return Fixed("%.3f ms", seconds * 1000.0);
-}
-
 std::string S(double seconds)
 {
     return Fixed("%.2f s", seconds);
-}
-
-void Row(const std::string& figure, const std::string& value, const std::string& reference,
-         const std::string& ratio, const char* target)
-{
-    std::printf("| %-46s | %-12s | %-30s | %-10s | %-10s |\n", figure.c_str(), value.c_str(), reference.c_str(),
-                ratio.c_str(), target);
-    std::fflush(stdout);
 }
 
 std::string RequestText(const std::string& method, const Json::Value& params)

@@ -4,6 +4,8 @@
 //
 // Usage: ping_bench [round-trips-per-client (default 1000)]
 
+#include "BenchRows.h"
+
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/RpcClient.h"
 
@@ -140,21 +142,6 @@ SFigures Measure(int port, int clients, int roundTrips, const std::string& reque
     figures.p99Us = all[std::min(all.size() - 1, all.size() * 99 / 100)];
     figures.requestsPerSecond = static_cast<double>(all.size()) / seconds;
     return figures;
-}
-
-std::string Fixed(const char* format, double value)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-// One row of the summary table: figure | value | reference | ratio | target.
-void Row(const std::string& figure, const std::string& value, const std::string& reference,
-         const std::string& ratio, const char* target)
-{
-    std::printf("| %-30s | %-14s | %-24s | %-8s | %-8s |\n", figure.c_str(), value.c_str(), reference.c_str(),
-                ratio.c_str(), target);
 }
 
 void Rows(const char* clients, const SFigures& ping, const SFigures& echo, const char* p50Target)

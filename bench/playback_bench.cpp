@@ -12,6 +12,8 @@
 //   --label goes before each figure. --gst-launch names the reference program
 //   (e.g. a target's own, run through USBMEDIA_TEST_EMULATOR like the daemon).
 
+#include "BenchRows.h"
+
 #include "tests/support/ChildProcess.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/MediaFactory.h"
@@ -52,14 +54,6 @@ struct SOptions {
     std::string label;
     std::string gstLaunch = "gst-launch-1.0";
 };
-
-// One row of the shared table: figure, value, reference, ratio, target.
-void Row(const std::string& figure, const std::string& value, const std::string& reference, const std::string& ratio,
-         const std::string& target)
-{
-    std::printf("| %-44s | %-14s | %-26s | %-12s | %-10s |\n", figure.c_str(), value.c_str(), reference.c_str(),
-                ratio.c_str(), target.c_str());
-}
 
 // `value` with `decimals` digits after the point, then `unit`.
 std::string Format(double value, int decimals, const std::string& unit)
