@@ -15,6 +15,7 @@
 #include <taglib/wavfile.h>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <algorithm>
@@ -187,11 +188,68 @@ STrackTags ReadTags(const std::string& path)
     return TagsOf(ref, BaseName(path));
 }
 
+namespace {
+bool ReadAt(int fd, uint64_t offset, unsigned char* bytes, size_t count)
+{
+    return pread(fd, bytes, count, static_cast<off_t>(offset)) == static_cast<ssize_t>(count);
+}
+
+uint64_t LittleEndian(const unsigned char* bytes, size_t count)
+{
+    uint64_t value = 0;
+    for (size_t i = count; i > 0; --i) {
+        value = (value << 8) | bytes[i - 1];
+    }
+    return value;
+}
+
+// TagLib reads a tag whole, as large as its header says: a file claiming a
+// tag of hundreds of MiB would make the scan allocate that much. The tag
+// blocks of MP3 (ID3v2), WMA (the ASF header object) and WAV (its chunks)
+// are measured first; a file with one over the bound is not read.
+bool TagBlocksWithinBound(int fd, const std::string& extension)
+{
+    unsigned char head[30] = {};
+    if (!ReadAt(fd, 0, head, sizeof head)) {
+        return true;  // too short to hold a tag worth measuring
+    }
+    if (head[0] == 'I' && head[1] == 'D' && head[2] == '3') {
+        const uint64_t size = (uint64_t{head[6]} & 0x7F) << 21 | (uint64_t{head[7]} & 0x7F) << 14 |
+                              (uint64_t{head[8]} & 0x7F) << 7 | (uint64_t{head[9]} & 0x7F);
+        return size <= kMaxTagBlockBytes;
+    }
+    static const unsigned char kAsfHeader[16] = {0x30, 0x26, 0xB2, 0x75, 0x8E, 0x66, 0xCF, 0x11,
+                                                 0xA6, 0xD9, 0x00, 0xAA, 0x00, 0x62, 0xCE, 0x6C};
+    if (std::equal(kAsfHeader, kAsfHeader + 16, head)) {
+        return LittleEndian(head + 16, 8) <= kMaxTagBlockBytes;
+    }
+    if (extension != "wav" || std::string(reinterpret_cast<const char*>(head), 4) != "RIFF") {
+        return true;
+    }
+    // The chunks TagLib reads whole: "LIST" (INFO) and "id3 "/"ID3 ".
+    uint64_t offset = 12;
+    for (int chunk = 0; chunk < 256; ++chunk) {
+        unsigned char header[8];
+        if (!ReadAt(fd, offset, header, sizeof header)) {
+            return true;
+        }
+        const std::string id(reinterpret_cast<const char*>(header), 4);
+        const uint64_t size = LittleEndian(header + 4, 4);
+        if ((id == "LIST" || id == "id3 " || id == "ID3 ") && size > kMaxTagBlockBytes) {
+            return false;
+        }
+        offset += 8 + size + (size & 1);
+    }
+    return true;
+}
+}  // namespace
+
 STrackTags ReadTagsOfOpenFile(int fd, const std::string& name)
 {
     // The stream owns the descriptor it is given (it closes it): it gets a
     // duplicate, and outlives the File read from it.
-    const int own = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    const std::string extension = LowerExtension(name);
+    const int own = TagBlocksWithinBound(fd, extension) ? fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
     if (own < 0) {
         STrackTags tags;
         tags.title = name;
@@ -199,7 +257,7 @@ STrackTags ReadTagsOfOpenFile(int fd, const std::string& name)
         return tags;
     }
     TagLib::FileStream stream(own, true);
-    TagLib::File* file = FileForExtension(&stream, LowerExtension(name));
+    TagLib::File* file = FileForExtension(&stream, extension);
     const TagLib::FileRef ref = file != nullptr ? TagLib::FileRef(file)
                                                 : TagLib::FileRef(&stream, true, TagLib::AudioProperties::Average);
     return TagsOf(ref, name);

@@ -31,8 +31,12 @@ STrackTags ReadTags(const std::string& path);
 
 // The same for the file open on `fd` (not closed here) whose name is `name`:
 // its extension picks the format, else its content does. The scan reads the
-// files it opened itself, without following a link.
+// files it opened itself, without following a link. A file whose ID3v2 tag,
+// ASF header or WAV tag chunk claims more than kMaxTagBlockBytes is not read
+// (unreadable): TagLib would allocate all of it.
 STrackTags ReadTagsOfOpenFile(int fd, const std::string& name);
+
+constexpr uint64_t kMaxTagBlockBytes = 16u * 1024u * 1024u;
 
 // The leading number of `text` and the one after its "/" ("3/12" gives 3
 // and 12, "7" gives 7 and 0, "" or "x" gives 0 and 0).

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using testing_support::Corpus;
 using testing_support::MakeTaggedFiles;
 using testing_support::TempDir;
@@ -131,6 +134,51 @@ TEST_F(TagReaderTest, BytesNamedMp3WithoutAnyFrameAreUnreadable)
     const STrackTags tags = Read("junk.mp3");
     EXPECT_TRUE(tags.unreadable);
     EXPECT_EQ(tags.title, "junk.mp3");
+}
+
+namespace {
+STrackTags ReadOpened(const std::string& path)
+{
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_GE(fd, 0) << path;
+    const STrackTags tags = ReadTagsOfOpenFile(fd, path.substr(path.rfind('/') + 1));
+    close(fd);
+    return tags;
+}
+
+// The first bytes of a file whose tag claims `size` bytes; a reader that
+// trusted it would allocate them all.
+std::string Id3HeaderClaiming(uint32_t size)
+{
+    std::string header = "ID3\x04";
+    header += '\0';
+    header += '\0';
+    for (int shift = 21; shift >= 0; shift -= 7) {
+        header += static_cast<char>((size >> shift) & 0x7F);
+    }
+    return header + std::string(4096, '\0');
+}
+}  // namespace
+
+TEST_F(TagReaderTest, AnOpenFileReadsAsItsPathDoes)
+{
+    const STrackTags tags = ReadOpened(Stick() + "/Two/abba.wma");
+    EXPECT_FALSE(tags.unreadable);
+    EXPECT_EQ(tags.title, "Dancing");
+    EXPECT_EQ(ReadOpened(Stick() + "/Wav/info.wav").title, Read("Wav/info.wav").title);
+}
+
+TEST_F(TagReaderTest, AnOpenFileWhoseTagClaimsMoreThanTheBoundIsNotRead)
+{
+    testing_support::WriteFile(Stick() + "/huge.mp3", Id3HeaderClaiming(200u * 1024u * 1024u));
+    const STrackTags huge = ReadOpened(Stick() + "/huge.mp3");
+    EXPECT_TRUE(huge.unreadable);
+    EXPECT_EQ(huge.title, "huge.mp3");
+
+    std::string wav = "RIFF";
+    wav += std::string("\xff\xff\xff\x0f", 4) + "WAVE" + "LIST" + std::string("\x00\x00\x00\x08", 4);
+    testing_support::WriteFile(Stick() + "/huge.wav", wav + std::string(4096, '\0'));
+    EXPECT_TRUE(ReadOpened(Stick() + "/huge.wav").unreadable);
 }
 
 TEST(NumberPairTest, TrackAndDiscForms)
