@@ -4,11 +4,11 @@
 // index build) and on a cache hit (against ping), and the daemon's resident
 // memory added by the index. Figures are printed, never asserted.
 
+#include "BenchRequest.h"
 #include "BenchRows.h"
 
 #include "library/FileId.h"
 #include "library/StorageIndex.h"
-#include "control/rpc/JsonText.h"
 #include "tests/support/DaemonProcess.h"
 #include "tests/support/ProcessStatus.h"
 #include "tests/support/RpcClient.h"
@@ -146,18 +146,6 @@ void RawRoundTrip(RpcClient& client, const std::string& request, const char* wha
         reply.find("\"error\"") != std::string::npos) {
         throw std::runtime_error(std::string(what) + " failed");
     }
-}
-
-std::string RequestText(const std::string& method, const Json::Value& params)
-{
-    Json::Value request(Json::objectValue);
-    request["jsonrpc"] = "2.0";
-    request["method"] = method;
-    request["id"] = 1;
-    if (!params.isNull()) {
-        request["params"] = params;
-    }
-    return Json::Rpc::ToWireText(request);
 }
 
 Json::Value GroupPage(uint32_t groupId)

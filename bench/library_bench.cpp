@@ -19,6 +19,7 @@
 // taglib_loop binary, MPD_UPDATE bench/mpd_update.py; bench/library.sh
 // puts them together)
 
+#include "BenchRequest.h"
 #include "BenchRows.h"
 
 #include "control/rpc/JsonText.h"
@@ -82,18 +83,6 @@ double Percentile(std::vector<double> values, int percent)
 std::string S(double seconds)
 {
     return Fixed("%.2f s", seconds);
-}
-
-std::string RequestText(const std::string& method, const Json::Value& params)
-{
-    Json::Value request(Json::objectValue);
-    request["jsonrpc"] = "2.0";
-    request["method"] = method;
-    request["id"] = 1;
-    if (!params.isNull()) {
-        request["params"] = params;
-    }
-    return Json::Rpc::ToWireText(request);
 }
 
 // One prepared request and its reply read back unparsed (the client's JSON
