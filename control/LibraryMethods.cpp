@@ -160,7 +160,8 @@ void UsbMediaRequestHandler::StopLibrary()
 
 // After an index of a stick (or of a folder on it), the whole stick is
 // scanned; the path indexed names it when it is the stick itself, so the
-// tracks' IDs are the ones its folder lists give.
+// tracks' IDs are the ones its folder lists give, and the scan starts from
+// that index rather than walk the stick again.
 void UsbMediaRequestHandler::ScanLibraryAfterIndex(const std::string& path)
 {
     const SUsbStick* stick = StickHolding(path);
@@ -168,8 +169,16 @@ void UsbMediaRequestHandler::ScanLibraryAfterIndex(const std::string& path)
         return;
     }
     const std::optional<SStickPath> confined = ConfineToSticks(path);
-    const bool isStickRoot = confined && confined->resolved == confined->root;
-    m_tagLibrary->ScanStick(isStickRoot ? path : SystemPath(stick->mountPoint), stick->deviceName);
+    if (!confined || confined->resolved != confined->root) {
+        m_tagLibrary->ScanStick(SystemPath(stick->mountPoint), stick->deviceName);
+        return;
+    }
+    CStorageIndex walked = m_pPlayer->StorageIndexCopy();
+    if (walked.RootPath() != path) {
+        m_tagLibrary->ScanStick(path, stick->deviceName);
+        return;
+    }
+    m_tagLibrary->ScanStick(path, stick->deviceName, std::move(walked));
 }
 
 void UsbMediaRequestHandler::FollowStickEvent(const std::string& device, bool connected, bool usable,

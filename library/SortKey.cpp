@@ -1,7 +1,10 @@
 #include "library/SortKey.h"
 
+#include "library/File.h"
+
 #include <glib.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -39,6 +42,13 @@ std::string WithoutMarks(const gchar* text)
 
 std::string SortKey(const std::string& utf8)
 {
+    // Plain ASCII has no decomposition, no mark and folds to its lower case:
+    // the common case costs no conversion.
+    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return c > 0; })) {
+        std::string key = utf8;
+        std::transform(key.begin(), key.end(), key.begin(), ToLowerAscii);
+        return key;
+    }
     const GText valid(g_utf8_make_valid(utf8.data(), static_cast<gssize>(utf8.size())));
     const GText decomposed(g_utf8_normalize(valid.get(), -1, G_NORMALIZE_NFKD));
     if (!decomposed) {

@@ -69,12 +69,17 @@ void CSqliteStatement::Reset()
 
 std::string CSqliteStatement::Text(int column) const
 {
+    return std::string(TextView(column));
+}
+
+std::string_view CSqliteStatement::TextView(int column) const
+{
     const auto* text = sqlite3_column_text(m_statement.get(), column);
     if (text == nullptr) {
-        return std::string();
+        return std::string_view();
     }
-    return std::string(reinterpret_cast<const char*>(text),
-                       static_cast<size_t>(sqlite3_column_bytes(m_statement.get(), column)));
+    return std::string_view(reinterpret_cast<const char*>(text),
+                            static_cast<size_t>(sqlite3_column_bytes(m_statement.get(), column)));
 }
 
 int64_t CSqliteStatement::Integer(int column) const

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -39,6 +40,9 @@ public:
     void Reset();
 
     std::string Text(int column) const;
+    // The text in SQLite's own buffer: valid until the next Step, Reset or
+    // read of the column as another type.
+    std::string_view TextView(int column) const;
     int64_t Integer(int column) const;
 
 private:

@@ -186,12 +186,16 @@ CStorageIndex::SChildren CStorageIndex::ChildrenOf(const std::string& folderPath
 {
     const auto found = std::lower_bound(m_foldersByPath.begin(), m_foldersByPath.end(), folderPath,
                                         [this](uint32_t folder, const std::string& path) { return m_folders[folder] < path; });
-    SChildren children;
-    if (found != m_foldersByPath.end() && m_folders[*found] == folderPath) {
-        children.first = m_children.data() + m_childStart[*found];
-        children.last = m_children.data() + m_childStart[*found + 1];
+    if (found == m_foldersByPath.end() || m_folders[*found] != folderPath) {
+        return SChildren();
     }
-    return children;
+    return FolderRecords(static_cast<size_t>(found - m_foldersByPath.begin()));
+}
+
+CStorageIndex::SChildren CStorageIndex::FolderRecords(size_t n) const
+{
+    const uint32_t folder = m_foldersByPath[n];
+    return SChildren{m_children.data() + m_childStart[folder], m_children.data() + m_childStart[folder + 1]};
 }
 
 bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope)

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The storage index: every folder and audio file below a storage path, in
@@ -58,6 +59,19 @@ public:
     // The positions of the records whose path is exactly `folderPath` (no
     // normalising), in index order; none for a folder without records.
     SChildren ChildrenOf(const std::string& folderPath) const;
+
+    // The folders holding records, in path order: the path of the n-th
+    // (n < FolderCount()) and the positions of its records, in index order.
+    // With NameAt and IsFolderAt they let a reader go folder by folder
+    // without a CFile per record.
+    size_t FolderCount() const { return m_foldersByPath.size(); }
+    const std::string& FolderPath(size_t n) const { return m_folders[m_foldersByPath[n]]; }
+    SChildren FolderRecords(size_t n) const;
+    std::string_view NameAt(size_t position) const
+    {
+        return std::string_view(m_names).substr(m_records[position].nameOffset, m_records[position].nameLength);
+    }
+    bool IsFolderAt(size_t position) const { return (m_records[position].folderAndFlag & kFolderFlag) != 0; }
 
     // The path the last build started from; "" after Clear.
     const std::string& RootPath() const { return m_rootPath; }

@@ -52,14 +52,15 @@ void CTagLibrary::SetStickIdentity(const std::string& device, const std::string&
     }
 }
 
-void CTagLibrary::ScanStick(const std::string& root, const std::string& device)
+void CTagLibrary::ScanStick(const std::string& root, const std::string& device,
+                            std::optional<CStorageIndex> walked)
 {
     const Lock lock(m_controlMutex);
     if (m_stopped) {
         return;
     }
     EndScanLocked(EStopReason::kSuperseded);
-    StartScanLocked(root, device);
+    StartScanLocked(root, device, std::move(walked));
 }
 
 void CTagLibrary::StickRemoved(const std::string& device)
@@ -98,7 +99,7 @@ void CTagLibrary::Resume()
     }
     m_resumeOnPowerOn = false;
     EndScanLocked(EStopReason::kSuperseded);
-    StartScanLocked(m_root, m_device);
+    StartScanLocked(m_root, m_device, std::nullopt);
 }
 
 void CTagLibrary::Stop()
@@ -120,7 +121,8 @@ std::string CTagLibrary::DatabasePath()
     return m_databasePath;
 }
 
-void CTagLibrary::StartScanLocked(const std::string& root, const std::string& device)
+void CTagLibrary::StartScanLocked(const std::string& root, const std::string& device,
+                                  std::optional<CStorageIndex> walked)
 {
     m_root = root;
     m_device = device;
@@ -132,7 +134,8 @@ void CTagLibrary::StartScanLocked(const std::string& root, const std::string& de
         m_status = SLibraryStatus{ELibraryState::kScanning, 0, 0, m_status.counts};
     }
     Announce();
-    m_scanThread = std::thread(&CTagLibrary::RunScan, this, root, uuid != m_uuids.end() ? uuid->second : "");
+    m_scanThread = std::thread(&CTagLibrary::RunScan, this, root, uuid != m_uuids.end() ? uuid->second : "",
+                               std::move(walked));
 }
 
 void CTagLibrary::EndScanLocked(EStopReason reason)
@@ -145,21 +148,26 @@ void CTagLibrary::EndScanLocked(EStopReason reason)
     m_scanThread.join();
 }
 
-void CTagLibrary::RunScan(std::string root, std::string uuid)
+void CTagLibrary::RunScan(std::string root, std::string uuid, std::optional<CStorageIndex> walked)
 {
     // Requests and playback come first: the scan runs at a lower priority.
     setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kScanNiceness);
-    ScanOnThread(root, uuid);
+    ScanOnThread(root, uuid, std::move(walked));
     // The walk and the scan's map of stored files were this thread's: give
     // their memory back rather than keep it for the next scan.
     malloc_trim(0);
 }
 
-void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid)
+void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
+                               std::optional<CStorageIndex> walked)
 {
     const CThreadScanStop walkStop(m_stopScan);
     CStorageIndex index;
-    BuildStorageIndex(index, root, EWalkScope::kSticksOnly);
+    if (walked) {
+        index.Swap(*walked);
+    } else {
+        BuildStorageIndex(index, root, EWalkScope::kSticksOnly);
+    }
     CTagStore writer;
     if (m_stopScan || ScanStopRequested()) {
         FinishScan(ELibraryState::kIdle, Status().counts);

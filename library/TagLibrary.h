@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/Mutex.h"
+#include "library/StorageIndex.h"
 #include "library/TagDatabaseFolder.h"
 #include "library/TagStore.h"
 
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -55,8 +57,10 @@ public:
     // the database of the stick is then keyed by it, not by its checksum.
     void SetStickIdentity(const std::string& device, const std::string& uuid) EXCLUDES(m_controlMutex);
     // Scans the stick `device` mounted at `root` (the path its files are
-    // listed under), ending any scan under way first.
-    void ScanStick(const std::string& root, const std::string& device) EXCLUDES(m_controlMutex);
+    // listed under), ending any scan under way first. The scan walks the
+    // stick, unless given `walked`, a storage index of `root` just built.
+    void ScanStick(const std::string& root, const std::string& device,
+                   std::optional<CStorageIndex> walked = std::nullopt) EXCLUDES(m_controlMutex);
     // The stick went away: a scan of it ends, and the library is idle and
     // empty until the next scan. Any other device changes nothing.
     void StickRemoved(const std::string& device) EXCLUDES(m_controlMutex);
@@ -84,12 +88,13 @@ public:
 private:
     enum class EStopReason { kNone, kSuperseded, kRemoved, kPaused, kStopped };
 
-    void StartScanLocked(const std::string& root, const std::string& device) REQUIRES(m_controlMutex);
+    void StartScanLocked(const std::string& root, const std::string& device, std::optional<CStorageIndex> walked)
+        REQUIRES(m_controlMutex);
     // Raises the stop flag with `reason` and joins the scan thread.
     void EndScanLocked(EStopReason reason) REQUIRES(m_controlMutex);
     // The scan thread, and the scan it runs.
-    void RunScan(std::string root, std::string uuid);
-    void ScanOnThread(const std::string& root, const std::string& uuid);
+    void RunScan(std::string root, std::string uuid, std::optional<CStorageIndex> walked);
+    void ScanOnThread(const std::string& root, const std::string& uuid, std::optional<CStorageIndex> walked);
     bool OpenScanDatabase(CTagStore& writer, const std::string& identity);
     void FinishScan(ELibraryState state, const SLibraryCounts& counts) EXCLUDES(m_statusMutex);
     void OnProgress(uint32_t scanned, uint32_t total) EXCLUDES(m_statusMutex);

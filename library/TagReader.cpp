@@ -244,21 +244,24 @@ bool TagBlocksWithinBound(int fd, const std::string& extension)
 }
 }  // namespace
 
-STrackTags ReadTagsOfOpenFile(int fd, const std::string& name)
+STrackTags ReadTagsOfOpenFile(UniqueFd file, const std::string& name)
 {
-    // The stream owns the descriptor it is given (it closes it): it gets a
-    // duplicate, and outlives the File read from it.
     const std::string extension = LowerExtension(name);
-    const int own = TagBlocksWithinBound(fd, extension) ? fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
-    if (own < 0) {
+    if (!file.IsValid() || !TagBlocksWithinBound(file.Get(), extension)) {
         STrackTags tags;
         tags.title = name;
         tags.unreadable = true;
         return tags;
     }
-    TagLib::FileStream stream(own, true);
-    TagLib::File* file = FileForExtension(&stream, extension);
-    const TagLib::FileRef ref = file != nullptr ? TagLib::FileRef(file)
-                                                : TagLib::FileRef(&stream, true, TagLib::AudioProperties::Average);
+    // The stream takes the descriptor over and closes it, unless it could
+    // not open a stream on it at all; it outlives the File read from it.
+    const int fd = file.Get();
+    TagLib::FileStream stream(file.Release(), true);
+    if (!stream.isOpen()) {
+        close(fd);
+    }
+    TagLib::File* format = FileForExtension(&stream, extension);
+    const TagLib::FileRef ref = format != nullptr ? TagLib::FileRef(format)
+                                                  : TagLib::FileRef(&stream, true, TagLib::AudioProperties::Average);
     return TagsOf(ref, name);
 }

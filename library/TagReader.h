@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/PosixHandles.h"
+
 #include <cstdint>
 #include <string>
 
@@ -29,12 +31,12 @@ struct STrackTags {
 // chunk filling what ID3v2 leaves empty. Never throws.
 STrackTags ReadTags(const std::string& path);
 
-// The same for the file open on `fd` (not closed here) whose name is `name`:
+// The same for the file open on `file` (closed here) whose name is `name`:
 // its extension picks the format, else its content does. The scan reads the
 // files it opened itself, without following a link. A file whose ID3v2 tag,
 // ASF header or WAV tag chunk claims more than kMaxTagBlockBytes is not read
 // (unreadable): TagLib would allocate all of it.
-STrackTags ReadTagsOfOpenFile(int fd, const std::string& name);
+STrackTags ReadTagsOfOpenFile(UniqueFd file, const std::string& name);
 
 constexpr uint64_t kMaxTagBlockBytes = 16u * 1024u * 1024u;
 

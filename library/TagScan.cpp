@@ -30,27 +30,37 @@ bool CTagScanPass::Stopping() const
     return m_stop.load(std::memory_order_relaxed) || ScanStopRequested();
 }
 
+// Folder by folder: each folder is opened once and its files are looked
+// up in the store's run of that folder.
 ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
 {
     m_start = index.RootPath();
     m_confinedStart = ConfineToSticks(m_start);
     const uint32_t total = CountTracks(index);
     uint32_t scanned = 0;
-    for (size_t position = 0; position < index.Size(); ++position) {
-        if (Stopping()) {
-            return ETagScanEnd::kStopped;
+    for (size_t folder = 0; folder < index.FolderCount(); ++folder) {
+        int folderFd = -1;
+        bool entered = false;
+        for (const uint32_t position : index.FolderRecords(folder)) {
+            if (index.IsFolderAt(position)) {
+                continue;
+            }
+            if (Stopping()) {
+                return ETagScanEnd::kStopped;
+            }
+            if (!entered) {
+                folderFd = FolderDescriptor(index.FolderPath(folder));
+                m_store.EnterFolder(index.FolderPath(folder));
+                entered = true;
+            }
+            if (!Feed(folderFd, index.NameAt(position))) {
+                return ETagScanEnd::kFailed;
+            }
+            if (m_errorsInARow >= kMaxReadErrorsInARow) {
+                return ETagScanEnd::kFailed;
+            }
+            m_progress(++scanned, total);
         }
-        const CFile file = index.At(position);
-        if (file.m_isFolder) {
-            continue;
-        }
-        if (!Feed(file)) {
-            return ETagScanEnd::kFailed;
-        }
-        if (m_errorsInARow >= kMaxReadErrorsInARow) {
-            return ETagScanEnd::kFailed;
-        }
-        m_progress(++scanned, total);
     }
     return ETagScanEnd::kComplete;
 }
@@ -125,30 +135,23 @@ int CTagScanPass::OpenBelowStart(const std::string& rest)
     return m_chain.back().fd.Get();
 }
 
-bool CTagScanPass::Feed(const CFile& file)
+bool CTagScanPass::Feed(int folder, std::string_view name)
 {
     // A file that cannot be stat'ed as a regular file of its folder is still
     // stored (titled by its name, never matching a later stamp) and counts
     // as a read error.
-    const int folder = FolderDescriptor(file.m_path);
+    m_name.assign(name);
     struct stat info {};
-    bool unreadable = folder < 0 || fstatat(folder, file.m_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+    bool unreadable = folder < 0 || fstatat(folder, m_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
                       !S_ISREG(info.st_mode);
     const SFileStamp stamp = unreadable ? SFileStamp{} : FileStampOf(info);
-    const auto read = [&](const std::string&) {
-        STrackTags tags;
-        const UniqueFd opened(unreadable ? -1
-                                         : openat(folder, file.m_name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        if (opened.IsValid()) {
-            tags = ReadTagsOfOpenFile(opened.Get(), file.m_name);
-        } else {
-            tags.unreadable = true;
-        }
+    const auto read = [&] {
+        UniqueFd opened(unreadable ? -1 : openat(folder, m_name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        const STrackTags tags = ReadTagsOfOpenFile(std::move(opened), m_name);
         unreadable = tags.unreadable;
         return tags;
     };
-    const CTagStore::EAddOutcome outcome = m_store.AddFile(file.m_path, file.m_name, stamp, read);
-    if (outcome == CTagStore::EAddOutcome::Failed) {
+    if (m_store.AddFile(name, stamp, read) == CTagStore::EAddOutcome::Failed) {
         return false;
     }
     m_errorsInARow = unreadable ? m_errorsInARow + 1 : 0;

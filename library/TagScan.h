@@ -10,17 +10,18 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 enum class ETagScanEnd { kComplete, kStopped, kFailed };
 
-// One pass of a tag scan: every audio file of `index`, in index order, goes
-// to `store` (whose scan the caller has begun and will end). Each folder is
-// opened confined to its stick (ConfineToSticks, OpenConfinedFolder) and its
-// files are stat'ed and opened from it without following a link, so a link
-// put on the stick never leads the reader off it, and no file costs a path
-// resolution of its own. `progress` hears the count done
-// after each file. The pass ends early when `stop` is raised or the service
+// One pass of a tag scan: every audio file of `index`, folder by folder in
+// path order, goes to `store` (whose scan the caller has begun and will
+// end). Each folder is opened once, confined to its stick (ConfineToSticks,
+// OpenConfinedFolder), and its files are stat'ed and opened from it without
+// following a link, so a link put on the stick never leads the reader off
+// it, and no file costs a path resolution of its own. `progress` hears the
+// count done after each file. The pass ends early when `stop` is raised or the service
 // terminates, and fails after kMaxReadErrorsInARow files in a row could not
 // be read (a stick failing under the reader).
 class CTagScanPass {
@@ -36,8 +37,9 @@ public:
     static uint32_t CountTracks(const CStorageIndex& index);
 
 private:
-    // Handles one file; false when the store failed.
-    bool Feed(const CFile& file);
+    // Handles the file `name` of the folder open on `folder` (-1 when it
+    // could not be opened); false when the store failed.
+    bool Feed(int folder, std::string_view name);
     bool Stopping() const;
     // The open folder `folder`, opened anew when it is not the last one.
     int FolderDescriptor(const std::string& folder);
@@ -60,4 +62,5 @@ private:
     UniqueFd m_otherFolder;
     std::string m_folder;  // the folder of the last file, open on m_folderFd
     int m_folderFd = -1;
+    std::string m_name;  // the file being fed, NUL-terminated for the calls
 };

@@ -8,15 +8,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 namespace {
 // Raised whenever the tables change shape: a file of another version is
 // dropped and scanned again, never migrated (it is a cache of the stick).
-constexpr int kSchemaVersion = 3;
-// Files written per transaction during a scan.
-constexpr uint32_t kBatchSize = 256;
+constexpr int kSchemaVersion = 4;
+// A scan commits what it wrote at least this often, so a browser on another
+// connection sees a long first scan grow and a kill loses little, and at
+// most this many files at once; fewer commits write each page fewer times.
+constexpr auto kCommitInterval = std::chrono::seconds(1);
+constexpr uint32_t kBatchSize = 4096;
 
 const char* const kSchema = R"sql(
 -- A file is found by its rowid, which a scan learns with its stamp: no index
@@ -34,12 +38,8 @@ CREATE TABLE tracks(
   discNumber INTEGER NOT NULL, discCount INTEGER NOT NULL, duration INTEGER NOT NULL,
   compilation INTEGER NOT NULL, hasPicture INTEGER NOT NULL, unreadable INTEGER NOT NULL,
   titleKey TEXT NOT NULL,         -- SortKey of the title, or of the name without one
-  albumId INTEGER NOT NULL DEFAULT 0,
-  genreId INTEGER NOT NULL DEFAULT 0);
-CREATE INDEX tracks_album ON tracks(albumId);
-CREATE INDEX tracks_genre ON tracks(genreId);
--- The search reads the title keys alone, in their order.
-CREATE INDEX tracks_title ON tracks(titleKey);
+  albumId INTEGER NOT NULL,       -- the hash of its album and genre when stored; the rebuild
+  genreId INTEGER NOT NULL);      -- moves the rare ones whose hash another name holds
 CREATE TABLE artists(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sortKey TEXT NOT NULL,
   albumCount INTEGER NOT NULL, trackCount INTEGER NOT NULL);
 CREATE TABLE genres(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sortKey TEXT NOT NULL,
@@ -51,20 +51,38 @@ CREATE INDEX albums_order ON albums(sortKey, name, artistSortKey, artist);
 -- A track is by its artist and by its album's artist (one row when they are the same).
 CREATE TABLE trackArtists(track INTEGER NOT NULL, artistId INTEGER NOT NULL, PRIMARY KEY(artistId, track))
   WITHOUT ROWID;
+-- 0 from the first track a scan writes until the artists, albums and genres
+-- are derived again: a scan stopped (or killed) before that leaves it for
+-- the next one, even when that one reads nothing.
+CREATE TABLE libraryState(linked INTEGER NOT NULL);
+INSERT INTO libraryState VALUES(1);
 )sql";
+
+// The tracks' indexes. A first scan fills the table without them and makes
+// them at its end: sorting once costs less than a third of the scan's
+// inserts into three indexes in random order.
+const char* const kTrackIndexes = R"sql(
+CREATE INDEX IF NOT EXISTS tracks_album ON tracks(albumId);
+CREATE INDEX IF NOT EXISTS tracks_genre ON tracks(genreId);
+-- The search reads the title keys alone, in their order.
+CREATE INDEX IF NOT EXISTS tracks_title ON tracks(titleKey);
+)sql";
+const char* const kDropTrackIndexes =
+    "DROP INDEX IF EXISTS tracks_album; DROP INDEX IF EXISTS tracks_genre; DROP INDEX IF EXISTS tracks_title;";
 
 const char* const kDropAll = R"sql(
 DROP TABLE IF EXISTS tracks; DROP TABLE IF EXISTS artists; DROP TABLE IF EXISTS genres;
 DROP TABLE IF EXISTS albums; DROP TABLE IF EXISTS trackArtists; DROP TABLE IF EXISTS folders;
+DROP TABLE IF EXISTS libraryState;
 )sql";
 
 // ?1 is the row of the file when it is stored already, else NULL for a new
-// one; a replaced row loses its links (album 0) until the rebuild.
+// one.
 const char* const kStoreTrack = R"sql(
 INSERT OR REPLACE INTO tracks(rowid, folderId, name, fileId, size, modifiedNs, title, artist, albumArtist, album,
   genre, year, trackNumber, trackCount, discNumber, discCount, duration, compilation, hasPicture, unreadable,
-  titleKey)
-VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21))sql";
+  titleKey, albumId, genreId)
+VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23))sql";
 
 // The tracks with their folders' paths, as the track columns read them.
 const std::string kTrackRows = " FROM tracks t JOIN folders f ON f.id = t.folderId";
@@ -82,7 +100,8 @@ void RemoveDatabaseFiles(const std::string& path)
 
 bool IsVariousArtists(const std::string& name)
 {
-    return SortKey(name) == SortKey(CTagStore::kVariousArtists);
+    static const std::string key = SortKey(CTagStore::kVariousArtists);
+    return !name.empty() && SortKey(name) == key;
 }
 
 // The artist an album belongs to: one "Various Artists" for every
@@ -156,6 +175,8 @@ struct SIdentities {
         AlbumKey album;
         std::string genre;
         uint32_t year = 0;
+        uint32_t albumId = 0;  // as stored
+        uint32_t genreId = 0;
     };
     std::vector<STrackRow> tracks;
     std::set<std::string> artistNames;
@@ -167,7 +188,7 @@ SIdentities LoadIdentities(sqlite3* database)
 {
     SIdentities identities;
     CSqliteStatement rows(database,
-                          "SELECT rowid, artist, albumArtist, album, genre, compilation, year FROM tracks");
+                          "SELECT rowid, artist, albumArtist, album, genre, compilation, year, albumId, genreId FROM tracks");
     while (rows.Step()) {
         SIdentities::STrackRow track;
         track.rowId = rows.Integer(0);
@@ -176,6 +197,8 @@ SIdentities LoadIdentities(sqlite3* database)
         track.album = AlbumKey(AlbumArtist(album, rows.Text(2), track.artist, rows.Integer(5) != 0), album);
         track.genre = rows.Text(4);
         track.year = ToUint(rows.Integer(6));
+        track.albumId = ToUint(rows.Integer(7));
+        track.genreId = ToUint(rows.Integer(8));
         identities.artistNames.insert(track.artist);
         if (!track.album.first.empty()) {
             identities.artistNames.insert(track.album.first);
@@ -288,7 +311,7 @@ bool CTagStore::OpenFile(const std::string& databasePath)
     if (found == kSchemaVersion) {
         return true;
     }
-    const std::string create = std::string("BEGIN;") + kDropAll + kSchema +
+    const std::string create = std::string("BEGIN;") + kDropAll + kSchema + kTrackIndexes +
                                "PRAGMA user_version=" + std::to_string(kSchemaVersion) + "; COMMIT;";
     if (!SqliteExec(m_database.get(), create, error)) {
         m_error = "cannot create the tables: " + error;
@@ -299,11 +322,9 @@ bool CTagStore::OpenFile(const std::string& databasePath)
 
 void CTagStore::Close()
 {
-    m_store = CSqliteStatement();  // statements go before their connection
+    ForgetScan();  // its statements go before their connection
     m_database.reset();
     m_scanning = false;
-    m_unseen.clear();
-    m_folderIds.clear();
     m_titleKeys = STitleKeys{};  // a data version means something on its connection alone
 }
 
@@ -316,122 +337,181 @@ bool CTagStore::BeginScan()
     if (!SqliteExec(m_database.get(), "BEGIN", error)) {
         return Fail("cannot begin a scan");
     }
+    const bool first = Count("SELECT NOT EXISTS(SELECT 1 FROM tracks)", 0) != 0;
+    const bool indexed = SqliteExec(m_database.get(), first ? kDropTrackIndexes : kTrackIndexes, error);
     m_store = CSqliteStatement(m_database.get(), kStoreTrack);
-    if (!m_store.IsValid() || !LoadKnownStamps()) {
+    m_addFolder = CSqliteStatement(m_database.get(), "INSERT INTO folders(path) VALUES(?)");
+    if (!indexed || !m_store.IsValid() || !m_addFolder.IsValid() || !LoadKnownStamps()) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
         return Fail("cannot prepare a scan");
     }
     m_scanning = true;
     m_pendingWrites = 0;
+    m_lastCommit = std::chrono::steady_clock::now();
     m_changed = false;
+    m_folder.clear();
+    m_folderId = 0;
+    m_folderKnownBegin = m_folderKnownEnd = 0;
     return true;
 }
 
-bool CTagStore::CommitBatchIfFull()
+bool CTagStore::CommitBatchIfDue()
 {
-    if (++m_pendingWrites < kBatchSize) {
+    const auto now = std::chrono::steady_clock::now();
+    if (++m_pendingWrites < kBatchSize && now - m_lastCommit < kCommitInterval) {
         return true;
     }
     m_pendingWrites = 0;
+    m_lastCommit = now;
     std::string error;
     return SqliteExec(m_database.get(), "COMMIT; BEGIN;", error) || Fail("cannot commit a batch");
 }
 
-CTagStore::EAddOutcome CTagStore::AddFile(const std::string& folder, const std::string& name, const SFileStamp& stamp,
-                                          const TagReadFunction& read)
+void CTagStore::EnterFolder(const std::string& folder)
 {
-    if (!m_scanning) {
-        Fail("a file was added outside a scan");
+    if (folder == m_folder && (m_folderId != 0 || m_folderKnownBegin == m_folderKnownEnd)) {
+        return;
+    }
+    m_folder = folder;
+    const auto known = m_folderIds.find(folder);
+    m_folderId = known != m_folderIds.end() ? known->second : 0;
+    const auto byFolder = [](const SKnownFile& file, int64_t id) { return file.folderId < id; };
+    const auto begin = std::lower_bound(m_known.begin(), m_known.end(), m_folderId, byFolder);
+    const auto end = std::find_if(begin, m_known.end(), [this](const SKnownFile& file) {
+        return file.folderId != m_folderId;
+    });
+    m_folderKnownBegin = m_folderId != 0 ? static_cast<size_t>(begin - m_known.begin()) : 0;
+    m_folderKnownEnd = m_folderId != 0 ? static_cast<size_t>(end - m_known.begin()) : 0;
+}
+
+CTagStore::EAddOutcome CTagStore::AddedOutsideAScan()
+{
+    Fail("a file was added outside a scan");
+    return EAddOutcome::Failed;
+}
+
+bool CTagStore::SeeFile(std::string_view name, const SFileStamp& stamp)
+{
+    m_replacedRow.reset();
+    const auto first = m_known.begin() + static_cast<std::ptrdiff_t>(m_folderKnownBegin);
+    const auto last = m_known.begin() + static_cast<std::ptrdiff_t>(m_folderKnownEnd);
+    const auto found = std::lower_bound(first, last, name, [this](const SKnownFile& file, std::string_view wanted) {
+        return std::string_view(m_knownNames).substr(file.nameOffset, file.nameLength) < wanted;
+    });
+    if (found == last || std::string_view(m_knownNames).substr(found->nameOffset, found->nameLength) != name ||
+        found->seen) {
+        return false;
+    }
+    found->seen = true;
+    if (found->stamp.size == stamp.size && found->stamp.modifiedNs == stamp.modifiedNs) {
+        return true;
+    }
+    m_replacedRow = found->rowId;
+    return false;
+}
+
+CTagStore::EAddOutcome CTagStore::StoreFile(std::string_view name, const SFileStamp& stamp, const STrackTags& tags)
+{
+    const int64_t folderId = CurrentFolderId();
+    if (folderId == 0 || (!m_changed && !MarkUnlinked())) {
+        Fail("cannot store the folder " + m_folder);
         return EAddOutcome::Failed;
     }
-    const std::string path = folder + "/" + name;
-    const auto known = m_unseen.find(path);
-    std::optional<int64_t> row;
-    if (known != m_unseen.end()) {
-        const SFileStamp& stored = known->second.stamp;
-        const bool unchanged = stored.size == stamp.size && stored.modifiedNs == stamp.modifiedNs;
-        row = known->second.rowId;
-        m_unseen.erase(known);
-        if (unchanged) {
-            return EAddOutcome::Unchanged;
-        }
-    }
-    const STrackTags tags = read(path);
+    m_changed = true;
+    const std::string fileName(name);
     // An unreadable file's title is its name: kept as no title, since the
     // name is in the stick's bytes, not the tags' UTF-8.
     const std::string title = tags.unreadable ? std::string() : tags.title;
-    const std::string& shownTitle = title.empty() ? name : title;
+    const std::string& shownTitle = title.empty() ? fileName : title;
+    const AlbumKey album(AlbumArtist(tags.album, tags.albumArtist, tags.artist, tags.compilation), tags.album);
 
     CSqliteStatement& upsert = m_store;
-    if (row) {
-        upsert.Bind(1, *row);
+    if (m_replacedRow) {
+        upsert.Bind(1, *m_replacedRow);
     }
-    const int64_t folderId = FolderId(folder);
-    if (folderId == 0) {
-        Fail("cannot store the folder " + folder);
-        return EAddOutcome::Failed;
-    }
-    upsert.Bind(2, folderId).Bind(3, name).Bind(4, static_cast<int64_t>(FileId(folder, name)));
+    upsert.Bind(2, folderId).Bind(3, fileName).Bind(4, static_cast<int64_t>(FileId(m_folder, fileName)));
     upsert.Bind(5, stamp.size).Bind(6, stamp.modifiedNs).Bind(7, title).Bind(8, tags.artist);
     upsert.Bind(9, tags.albumArtist).Bind(10, tags.album).Bind(11, tags.genre).Bind(12, int64_t{tags.year});
     upsert.Bind(13, int64_t{tags.trackNumber}).Bind(14, int64_t{tags.trackCount});
     upsert.Bind(15, int64_t{tags.discNumber}).Bind(16, int64_t{tags.discCount});
     upsert.Bind(17, int64_t{tags.durationSeconds}).Bind(18, int64_t{tags.compilation});
     upsert.Bind(19, int64_t{tags.hasPicture}).Bind(20, int64_t{tags.unreadable}).Bind(21, SortKey(shownTitle));
+    upsert.Bind(22, int64_t{AlbumId(album)}).Bind(23, int64_t{NameId(tags.genre)});
+    m_replacedRow.reset();
     if (!upsert.Run()) {
-        Fail("cannot store " + path);
+        Fail("cannot store " + m_folder + "/" + fileName);
         return EAddOutcome::Failed;
     }
-    m_changed = true;
-    return CommitBatchIfFull() ? EAddOutcome::Read : EAddOutcome::Failed;
+    return CommitBatchIfDue() ? EAddOutcome::Read : EAddOutcome::Failed;
 }
 
-int64_t CTagStore::FolderId(const std::string& folder)
+// The first write of a scan marks the library as not linked, in the same
+// transaction: whatever stops the scan after it, the next one relinks.
+bool CTagStore::MarkUnlinked()
 {
-    const auto known = m_folderIds.find(folder);
-    if (known != m_folderIds.end()) {
-        return known->second;
+    std::string error;
+    return SqliteExec(m_database.get(), "UPDATE libraryState SET linked = 0", error);
+}
+
+int64_t CTagStore::CurrentFolderId()
+{
+    if (m_folderId != 0) {
+        return m_folderId;
     }
-    CSqliteStatement add(m_database.get(), "INSERT INTO folders(path) VALUES(?)");
-    if (!add.Bind(1, folder).Run()) {
+    if (!m_addFolder.Bind(1, m_folder).Run()) {
         return 0;
     }
-    const int64_t id = sqlite3_last_insert_rowid(m_database.get());
-    m_folderIds.emplace(folder, id);
-    return id;
+    m_folderId = sqlite3_last_insert_rowid(m_database.get());
+    m_folderIds.emplace(m_folder, m_folderId);
+    return m_folderId;
 }
 
 bool CTagStore::RemoveUnseen()
 {
     CSqliteStatement remove(m_database.get(), "DELETE FROM tracks WHERE rowid = ?");
-    for (const auto& gone : m_unseen) {
-        if (!remove.Bind(1, gone.second.rowId).Run()) {
-            return Fail("cannot remove " + gone.first);
+    bool removed = false;
+    for (const SKnownFile& file : m_known) {
+        if (file.seen) {
+            continue;
         }
+        if ((!m_changed && !removed && !MarkUnlinked()) || !remove.Bind(1, file.rowId).Run()) {
+            return Fail("cannot remove a file gone from the stick");
+        }
+        removed = true;
     }
-    m_changed = m_changed || !m_unseen.empty();
+    m_changed = m_changed || removed;
     std::string error;
     return SqliteExec(m_database.get(), "DELETE FROM folders WHERE id NOT IN (SELECT folderId FROM tracks)", error) ||
            Fail("cannot remove the empty folders");
 }
 
-// One query for every stored stamp: a re-plug of an unchanged stick then
-// costs a stat and a lookup per file, no statement.
+// One query for every stored stamp, sorted here by folder and name: a
+// re-plug of an unchanged stick then costs a stat and a lookup per file.
 bool CTagStore::LoadKnownStamps()
 {
-    m_unseen.clear();
+    m_known.clear();
+    m_knownNames.clear();
     m_folderIds.clear();
     CSqliteStatement folders(m_database.get(), "SELECT path, id FROM folders");
     while (folders.Step()) {
         m_folderIds.emplace(folders.Text(0), folders.Integer(1));
     }
-    CSqliteStatement stamps(m_database.get(), "SELECT f.path, t.name, t.size, t.modifiedNs, t.rowid FROM tracks t "
-                                              "JOIN folders f ON f.id = t.folderId");
+    CSqliteStatement stamps(m_database.get(), "SELECT folderId, name, size, modifiedNs, rowid FROM tracks");
     while (stamps.Step()) {
-        m_unseen.emplace(stamps.Text(0) + "/" + stamps.Text(1),
-                         SKnownFile{SFileStamp{stamps.Integer(2), stamps.Integer(3)}, stamps.Integer(4)});
+        const std::string_view name = stamps.TextView(1);
+        m_known.push_back(SKnownFile{stamps.Integer(0), static_cast<uint32_t>(m_knownNames.size()),
+                                     static_cast<uint32_t>(name.size()),
+                                     SFileStamp{stamps.Integer(2), stamps.Integer(3)}, stamps.Integer(4), false});
+        m_knownNames.append(name);
     }
-    return !stamps.Failed() || Fail("cannot read the stored files");
+    const std::string_view names = m_knownNames;
+    std::sort(m_known.begin(), m_known.end(), [names](const SKnownFile& a, const SKnownFile& b) {
+        if (a.folderId != b.folderId) {
+            return a.folderId < b.folderId;
+        }
+        return names.substr(a.nameOffset, a.nameLength) < names.substr(b.nameOffset, b.nameLength);
+    });
+    return (!stamps.Failed() && !folders.Failed()) || Fail("cannot read the stored files");
 }
 
 bool CTagStore::EndScan(bool complete, bool rebuild)
@@ -441,14 +521,13 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
     }
     m_scanning = false;
     std::string error;
-    // Tracks stored by a scan that stopped before its rebuild are still
-    // unlinked (album 0): a later scan links them even when it changed nothing.
     bool stored = !complete || RemoveUnseen();
-    const bool relink = m_changed || Count("SELECT EXISTS(SELECT 1 FROM tracks WHERE albumId = 0)", 0) != 0;
+    // A scan stopped before its rebuild left the library unlinked: a later
+    // one links it even when it changed nothing.
+    const bool relink = m_changed || Count("SELECT linked = 0 FROM libraryState", 0) != 0;
     stored = stored && (!relink || !rebuild || RebuildIdentities());
-    m_unseen.clear();
-    m_folderIds.clear();
-    m_store = CSqliteStatement();
+    stored = stored && (SqliteExec(m_database.get(), kTrackIndexes, error) || Fail("cannot index the tracks"));
+    ForgetScan();
     if (!stored) {
         SqliteExec(m_database.get(), "ROLLBACK", error);
         return false;
@@ -456,6 +535,23 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
     return SqliteExec(m_database.get(), "COMMIT", error) || Fail("cannot commit the scan");
 }
 
+void CTagStore::ForgetScan()
+{
+    std::vector<SKnownFile>().swap(m_known);
+    std::string().swap(m_knownNames);
+    std::unordered_map<std::string, int64_t>().swap(m_folderIds);
+    m_folder.clear();
+    m_folderId = 0;
+    m_folderKnownBegin = m_folderKnownEnd = 0;
+    m_replacedRow.reset();
+    m_store = CSqliteStatement();
+    m_addFolder = CSqliteStatement();
+}
+
+// The artists, albums and genres derived again from every track, and each
+// track's links to them. A track keeps the album and genre IDs it was stored
+// with unless another name now holds them; the (artist, track) pairs are
+// written in their key's order.
 bool CTagStore::RebuildIdentities()
 {
     const SIdentities found = LoadIdentities(m_database.get());
@@ -471,25 +567,28 @@ bool CTagStore::RebuildIdentities()
     std::map<uint32_t, SCounts> artistCounts;
     std::map<uint32_t, SCounts> genreCounts;
     std::map<uint32_t, SAlbumCounts> albumCounts;
+    std::vector<std::pair<uint32_t, int64_t>> byArtist;  // (artistId, track)
+    byArtist.reserve(found.tracks.size() * 2);
     CSqliteStatement link(m_database.get(), "UPDATE tracks SET albumId = ?, genreId = ? WHERE rowid = ?");
-    CSqliteStatement byArtist(m_database.get(), "INSERT INTO trackArtists(track, artistId) VALUES(?, ?)");
     for (const auto& track : found.tracks) {
         const uint32_t albumId = albumIds.at(track.album);
         const uint32_t genreId = genreIds.at(track.genre);
-        bool linked = link.Bind(1, int64_t{albumId}).Bind(2, int64_t{genreId}).Bind(3, track.rowId).Run();
+        if ((albumId != track.albumId || genreId != track.genreId) &&
+            !link.Bind(1, int64_t{albumId}).Bind(2, int64_t{genreId}).Bind(3, track.rowId).Run()) {
+            return Fail("cannot link the tracks");
+        }
         // A track is by its artist and by its album's artist; it counts once
         // for an artist who is both.
-        std::set<uint32_t> byWhom{artistIds.at(track.artist)};
-        if (!track.album.first.empty()) {
-            byWhom.insert(artistIds.at(track.album.first));
-        }
-        for (const uint32_t artistId : byWhom) {
-            linked = linked && byArtist.Bind(1, track.rowId).Bind(2, int64_t{artistId}).Run();
-            artistCounts[artistId].albums.insert(albumId);
-            artistCounts[artistId].tracks++;
-        }
-        if (!linked) {
-            return Fail("cannot link the tracks");
+        const uint32_t artistId = artistIds.at(track.artist);
+        const uint32_t albumArtistId = track.album.first.empty() ? artistId : artistIds.at(track.album.first);
+        const auto countFor = [&](uint32_t byWhom) {
+            byArtist.emplace_back(byWhom, track.rowId);
+            artistCounts[byWhom].albums.insert(albumId);
+            artistCounts[byWhom].tracks++;
+        };
+        countFor(artistId);
+        if (albumArtistId != artistId) {
+            countFor(albumArtistId);
         }
         genreCounts[genreId].albums.insert(albumId);
         genreCounts[genreId].tracks++;
@@ -499,7 +598,13 @@ bool CTagStore::RebuildIdentities()
             album.year = track.year;
         }
     }
-
+    std::sort(byArtist.begin(), byArtist.end());
+    CSqliteStatement pair(m_database.get(), "INSERT INTO trackArtists(artistId, track) VALUES(?, ?)");
+    for (const auto& [artistId, track] : byArtist) {
+        if (!pair.Bind(1, int64_t{artistId}).Bind(2, track).Run()) {
+            return Fail("cannot link the tracks to their artists");
+        }
+    }
     CSqliteStatement artist(m_database.get(),
                             "INSERT INTO artists(id, name, sortKey, albumCount, trackCount) VALUES(?, ?, ?, ?, ?)");
     for (const auto& [name, id] : artistIds) {
@@ -527,7 +632,8 @@ bool CTagStore::RebuildIdentities()
             return Fail("cannot store the albums");
         }
     }
-    return true;
+    return SqliteExec(m_database.get(), "UPDATE libraryState SET linked = 1", error) ||
+           Fail("cannot mark the library linked");
 }
 
 PageChooser PageFrom(uint32_t begin, uint32_t count)

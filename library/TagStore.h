@@ -5,11 +5,14 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -100,7 +103,6 @@ struct STrackEntry {
 // state meanwhile.
 class CTagStore {
 public:
-    using TagReadFunction = std::function<STrackTags(const std::string& path)>;
     enum class EAddOutcome { Unchanged, Read, Failed };
 
     static constexpr const char* kVariousArtists = "Various Artists";
@@ -115,15 +117,27 @@ public:
     void Close();
     const std::string& LastError() const { return m_error; }
 
-    // A scan: BeginScan, AddFile for each audio file the walk finds, EndScan.
-    // Writes are committed in batches, so a browser on another connection
-    // sees a long first scan grow.
+    // A scan: BeginScan; for each folder EnterFolder, then AddFile for each
+    // of its audio files; EndScan. Writes are committed in batches, so a
+    // browser on another connection sees a long first scan grow.
     bool BeginScan();
-    // `folder` is the path of the file's folder as the walk has it (no
-    // trailing "/"), `name` its file name. Tags are read through `read` only
-    // when the file is new or its stamp changed.
-    EAddOutcome AddFile(const std::string& folder, const std::string& name, const SFileStamp& stamp,
-                        const TagReadFunction& read = ReadTags);
+    // The folder the next files are in: its path as the walk has it (no
+    // trailing "/"). A folder may be entered again later in the scan.
+    void EnterFolder(const std::string& folder);
+    // The file `name` of the current folder. Its tags are read through
+    // `read` (no argument, returns STrackTags) only when the file is new or
+    // its stamp changed: an unchanged file costs a lookup, no allocation.
+    template <typename Read>
+    EAddOutcome AddFile(std::string_view name, const SFileStamp& stamp, Read&& read)
+    {
+        if (!m_scanning) {
+            return AddedOutsideAScan();
+        }
+        if (SeeFile(name, stamp)) {
+            return EAddOutcome::Unchanged;
+        }
+        return StoreFile(name, stamp, read());
+    }
     // Ends the scan. Only a `complete` one (the walk saw the whole stick)
     // removes the files it did not see; a scan stopped early keeps them.
     // Without `rebuild` the artists, albums and genres stay as they were
@@ -156,8 +170,15 @@ public:
 
 private:
     bool OpenFile(const std::string& databasePath);
+    EAddOutcome AddedOutsideAScan();
+    // Marks `name` of the current folder as seen; true when it is stored
+    // with `stamp`, else remembers its row (if any) for StoreFile.
+    bool SeeFile(std::string_view name, const SFileStamp& stamp);
+    EAddOutcome StoreFile(std::string_view name, const SFileStamp& stamp, const STrackTags& tags);
+    bool MarkUnlinked();
+    void ForgetScan();
     bool Fail(const std::string& what);
-    bool CommitBatchIfFull();
+    bool CommitBatchIfDue();
     bool RemoveUnseen();
     bool RebuildIdentities();
     uint32_t Count(const std::string& sql, int64_t key);
@@ -167,21 +188,34 @@ private:
                      const std::string* text, const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
     bool LoadKnownStamps();
     bool LoadTitleKeys();
-    // The row of `folder` in the folders table, added when new; 0 on failure.
-    int64_t FolderId(const std::string& folder);
+    // The row of the folder entered in the folders table, added when new;
+    // 0 on failure.
+    int64_t CurrentFolderId();
 
     SqliteHandle m_database;
     std::string m_error;
-    // The scan under way: the stamps of the files stored before it that it
-    // has not seen yet (what is left at a complete end is gone), writes
-    // since the last commit, whether anything changed at all.
+    // The scan under way. The files stored before it, sorted by folder and
+    // name, with their names back to back: what is left unseen at a complete
+    // end is gone. The folders table by path, the folder entered and its
+    // run of known files, the row StoreFile replaces, writes since the last
+    // commit, and whether anything changed at all.
     bool m_scanning = false;
     struct SKnownFile {
+        int64_t folderId = 0;
+        uint32_t nameOffset = 0;
+        uint32_t nameLength = 0;
         SFileStamp stamp;
         int64_t rowId = 0;
+        bool seen = false;
     };
-    std::unordered_map<std::string, SKnownFile> m_unseen;  // by folder + "/" + name
-    std::unordered_map<std::string, int64_t> m_folderIds;  // the folders table, by path
+    std::vector<SKnownFile> m_known;
+    std::string m_knownNames;
+    std::unordered_map<std::string, int64_t> m_folderIds;
+    std::string m_folder;
+    int64_t m_folderId = 0;  // 0 while the folder entered is not stored yet
+    size_t m_folderKnownBegin = 0;
+    size_t m_folderKnownEnd = 0;
+    std::optional<int64_t> m_replacedRow;
     // The tracks' title keys for the search, each ended by a NUL, with where
     // each starts and its track's row, as of one data version of the file.
     struct STitleKeys {
@@ -192,7 +226,9 @@ private:
     };
     STitleKeys m_titleKeys;
     CSqliteStatement m_store;
+    CSqliteStatement m_addFolder;
     uint32_t m_pendingWrites = 0;
+    std::chrono::steady_clock::time_point m_lastCommit;
     bool m_changed = false;
 };
 

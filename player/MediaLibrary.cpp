@@ -57,3 +57,9 @@ uint32_t CUsbMediaPlayer::GetStorageCrc32()
     const PlayerLock lock(m_playerMutex);
     return StorageIndexCrc32(m_library.Index());
 }
+
+CStorageIndex CUsbMediaPlayer::StorageIndexCopy()
+{
+    const PlayerLock lock(m_playerMutex);
+    return m_library.Index();
+}

@@ -140,6 +140,9 @@ public:
     // walk's failure, else the player's status when the build began.
     SPlayerOutcome<bool> IndexStorageWithStatus(const std::string& path) EXCLUDES(m_playerMutex);
     uint32_t GetStorageCrc32() EXCLUDES(m_playerMutex);
+    // A copy of the storage index, for the tag scan that follows an index:
+    // copying it costs far less than walking the stick again.
+    CStorageIndex StorageIndexCopy() EXCLUDES(m_playerMutex);
 
 private:
     CUsbMediaPlayer();

@@ -9,6 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <utility>
+
 using testing_support::Corpus;
 using testing_support::MakeTaggedFiles;
 using testing_support::TempDir;
@@ -139,11 +141,9 @@ TEST_F(TagReaderTest, BytesNamedMp3WithoutAnyFrameAreUnreadable)
 namespace {
 STrackTags ReadOpened(const std::string& path)
 {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_GE(fd, 0) << path;
-    const STrackTags tags = ReadTagsOfOpenFile(fd, path.substr(path.rfind('/') + 1));
-    close(fd);
-    return tags;
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(file.IsValid()) << path;
+    return ReadTagsOfOpenFile(std::move(file), path.substr(path.rfind('/') + 1));
 }
 
 // The first bytes of a file whose tag claims `size` bytes; a reader that

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,14 +66,15 @@ protected:
     void Scan(CTagStore& store, bool complete = true, bool rebuild = true)
     {
         ASSERT_TRUE(store.BeginScan()) << store.LastError();
-        const CTagStore::TagReadFunction counted = [this](const std::string& path) {
-            ++m_reads;
-            return ReadTags(path);
-        };
         for (const std::string& path : AudioFilesBelow(Stick())) {
             SFileStamp stamp;
             ASSERT_TRUE(ReadFileStamp(path, stamp)) << path;
-            ASSERT_NE(store.AddFile(Folder(path), Name(path), stamp, counted), CTagStore::EAddOutcome::Failed)
+            const auto counted = [this, &path] {
+                ++m_reads;
+                return ReadTags(path);
+            };
+            store.EnterFolder(Folder(path));
+            ASSERT_NE(store.AddFile(Name(path), stamp, counted), CTagStore::EAddOutcome::Failed)
                 << path << ": " << store.LastError();
         }
         ASSERT_TRUE(store.EndScan(complete, rebuild)) << store.LastError();
@@ -288,6 +290,65 @@ TEST_F(TagStoreTest, AScanStoppedEarlyRemovesNothing)
     EXPECT_EQ(m_store.TrackCount(), Corpus().size());
 }
 
+namespace {
+// Runs `sql` on the database file at `path` through a connection of its own.
+void ExecuteOn(const std::string& path, const std::string& sql)
+{
+    sqlite3* opened = nullptr;
+    sqlite3_open(path.c_str(), &opened);
+    const SqliteHandle database(opened);
+    std::string error;
+    ASSERT_TRUE(SqliteExec(database.get(), sql, error)) << sql << ": " << error;
+}
+
+std::vector<std::string> TrackIndexes(const std::string& path)
+{
+    sqlite3* opened = nullptr;
+    sqlite3_open(path.c_str(), &opened);
+    const SqliteHandle database(opened);
+    CSqliteStatement names(database.get(),
+                           "SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = 'tracks' ORDER BY name");
+    std::vector<std::string> found;
+    while (names.Step()) {
+        found.push_back(names.Text(0));
+    }
+    return found;
+}
+}  // namespace
+
+// A track keeps the album ID it was stored with unless the rebuild finds
+// another: one stored under a wrong ID (as when another name held its hash)
+// is moved to its album's.
+TEST_F(TagStoreTest, ATrackUnderAnotherAlbumIdIsMovedToItsAlbumsByTheNextRebuild)
+{
+    const uint32_t album = Album("Greatest Hits", "Queen").id;
+    ASSERT_EQ(m_store.TracksByAlbum(album, PageFrom(0, 10)).totalCount, 1u);
+    m_store.Close();
+    ASSERT_NO_FATAL_FAILURE(ExecuteOn(Database(), "UPDATE tracks SET albumId = 7 WHERE albumId = " +
+                                                      std::to_string(album) + "; UPDATE libraryState SET linked = 0;"));
+    ASSERT_TRUE(m_store.Open(Database())) << m_store.LastError();
+    EXPECT_EQ(m_store.TracksByAlbum(album, PageFrom(0, 10)).totalCount, 0u);
+    m_reads = 0;
+    ASSERT_NO_FATAL_FAILURE(Scan(m_store));
+    EXPECT_EQ(m_reads, 0);
+    EXPECT_EQ(m_store.TracksByAlbum(album, PageFrom(0, 10)).totalCount, 1u);
+    EXPECT_EQ(m_store.TracksByAlbum(7, PageFrom(0, 10)).totalCount, 0u);
+}
+
+// A first scan fills the tracks without their indexes and makes them at its
+// end, stopped or not.
+TEST_F(TagStoreTest, TheTrackIndexesAreMadeAtTheEndOfAFirstScanEvenAStoppedOne)
+{
+    const std::vector<std::string> indexes{"tracks_album", "tracks_genre", "tracks_title"};
+    EXPECT_EQ(TrackIndexes(Database()), indexes);
+    const TempDir other;
+    CTagStore store;
+    ASSERT_TRUE(store.Open(other / "first.db")) << store.LastError();
+    ASSERT_NO_FATAL_FAILURE(Scan(store, false, false));
+    EXPECT_EQ(TrackIndexes(other / "first.db"), indexes);
+    EXPECT_EQ(store.TrackCount(), Corpus().size());
+}
+
 TEST_F(TagStoreTest, TheDatabaseIsInWalModeAndReadableFromASecondConnection)
 {
     struct stat info {};
@@ -312,7 +373,8 @@ TEST(TagStoreFileTest, AFileCannotBeAddedOutsideAScan)
     const TempDir dir;
     CTagStore store;
     ASSERT_TRUE(store.Open(dir / "stick.db")) << store.LastError();
-    EXPECT_EQ(store.AddFile(dir.Path(), "a.mp3", SFileStamp()), CTagStore::EAddOutcome::Failed);
+    store.EnterFolder(dir.Path());
+    EXPECT_EQ(store.AddFile("a.mp3", SFileStamp(), [] { return STrackTags(); }), CTagStore::EAddOutcome::Failed);
     EXPECT_FALSE(store.EndScan(true));
 }
 
