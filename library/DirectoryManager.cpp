@@ -5,58 +5,71 @@
 
 #include <utility>
 
-CDirectoryManager::CDirectoryManager(const std::string& path) : m_path(path), m_dir(opendir(path.c_str()))
+CDirectoryManager::CDirectoryManager(const std::string& path)
+    : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC))
 {
 }
 
-CDirectoryManager::CDirectoryManager(const std::string& path, UniqueFd folder) : m_path(path)
+CDirectoryManager::CDirectoryManager(const std::string& path, UniqueFd folder) : m_path(path), m_fd(std::move(folder))
 {
-    if (!folder.IsValid()) {
-        return;
-    }
-    m_dir = fdopendir(folder.Get());
-    if (m_dir != nullptr) {
-        folder.Release();  // the stream owns it now
-    }
 }
 
-CDirectoryManager::~CDirectoryManager()
-{
-    Close();
-}
+CDirectoryManager::~CDirectoryManager() = default;
 
 CDirectoryManager::CDirectoryManager(CDirectoryManager&& other) noexcept
-    : m_path(std::move(other.m_path)), m_dir(std::exchange(other.m_dir, nullptr))
+    : m_path(std::move(other.m_path)),
+      m_fd(std::move(other.m_fd)),
+      m_buffer(std::move(other.m_buffer)),
+      m_filled(std::exchange(other.m_filled, 0)),
+      m_next(std::exchange(other.m_next, 0))
 {
 }
 
 CDirectoryManager& CDirectoryManager::operator=(CDirectoryManager&& other) noexcept
 {
     if (this != &other) {
-        Close();
         m_path = std::move(other.m_path);
-        m_dir = std::exchange(other.m_dir, nullptr);
+        m_fd = std::move(other.m_fd);
+        m_buffer = std::move(other.m_buffer);
+        m_filled = std::exchange(other.m_filled, 0);
+        m_next = std::exchange(other.m_next, 0);
     }
     return *this;
 }
 
-const dirent* CDirectoryManager::ReadEntry()
+const dirent64* CDirectoryManager::ReadEntry()
 {
-    return m_dir != nullptr ? readdir(m_dir) : nullptr;
+    if (!m_fd.IsValid()) {
+        return nullptr;
+    }
+    if (m_next >= m_filled) {
+        if (!m_buffer) {
+            m_buffer = std::make_unique<char[]>(kBufferBytes);
+        }
+        const ssize_t read = getdents64(m_fd.Get(), m_buffer.get(), kBufferBytes);
+        m_next = 0;
+        m_filled = read > 0 ? static_cast<size_t>(read) : 0;
+        if (m_filled == 0) {
+            return nullptr;  // the end, or a read error with errno set
+        }
+    }
+    const auto* entry = reinterpret_cast<const dirent64*>(m_buffer.get() + m_next);
+    m_next += entry->d_reclen;
+    return entry;
 }
 
 UniqueFd CDirectoryManager::OpenSubfolder(const std::string& name) const
 {
-    if (m_dir == nullptr) {
+    if (!m_fd.IsValid()) {
         return UniqueFd();
     }
-    return UniqueFd(openat(dirfd(m_dir), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return UniqueFd(openat(m_fd.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 bool CDirectoryManager::Identity(SDirectoryIdentity& identity) const
 {
     struct stat status {};
-    if (m_dir == nullptr || fstat(dirfd(m_dir), &status) != 0) {
+    if (!m_fd.IsValid() || fstat(m_fd.Get(), &status) != 0) {
         return false;
     }
     identity.device = status.st_dev;
@@ -66,8 +79,7 @@ bool CDirectoryManager::Identity(SDirectoryIdentity& identity) const
 
 void CDirectoryManager::Close()
 {
-    if (m_dir != nullptr) {
-        closedir(m_dir);
-        m_dir = nullptr;
-    }
+    m_fd.Reset();
+    m_buffer.reset();
+    m_filled = m_next = 0;
 }

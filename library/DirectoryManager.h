@@ -5,6 +5,8 @@
 #include <dirent.h>
 #include <sys/types.h>
 
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <tuple>
 
@@ -20,7 +22,8 @@ struct SDirectoryIdentity {
     }
 };
 
-// Owns one open directory stream: opened in the constructor, closed in the
+// Owns one open directory and reads its entries straight from the kernel
+// (getdents64, 32 KiB at a time): opened in the constructor, closed in the
 // destructor (or earlier by Close). Movable, not copyable.
 class CDirectoryManager {
 public:
@@ -34,13 +37,13 @@ public:
     CDirectoryManager(const CDirectoryManager&) = delete;
     CDirectoryManager& operator=(const CDirectoryManager&) = delete;
 
-    bool IsOpen() const { return m_dir != nullptr; }
+    bool IsOpen() const { return m_fd.IsValid(); }
     const std::string& Path() const { return m_path; }
 
     // The next entry, or null at the end or on a read error (errno tells
     // which: the caller sets it to 0 before the call). Valid until the next
     // call or until the directory is closed.
-    const dirent* ReadEntry();
+    const dirent64* ReadEntry();
 
     // Opens the subfolder `name` of the open folder; a link in its place is
     // not followed (it fails), so a folder swapped for a link while the walk
@@ -54,6 +57,11 @@ public:
     void Close();
 
 private:
+    static constexpr size_t kBufferBytes = 32768;
+
     std::string m_path;
-    DIR* m_dir = nullptr;
+    UniqueFd m_fd;
+    std::unique_ptr<char[]> m_buffer;  // entries read ahead, from the first read on
+    size_t m_filled = 0;               // bytes of them the last read gave
+    size_t m_next = 0;                 // where the next entry starts
 };

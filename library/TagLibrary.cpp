@@ -1,13 +1,11 @@
 #include "library/TagLibrary.h"
 
+#include "core/ThreadPlacement.h"
 #include "library/ScanStop.h"
 #include "library/StorageIndex.h"
 #include "library/TagScan.h"
 
 #include <malloc.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <string>
 #include <utility>
@@ -151,7 +149,7 @@ void CTagLibrary::EndScanLocked(EStopReason reason)
 void CTagLibrary::RunScan(std::string root, std::string uuid, std::optional<CStorageIndex> walked)
 {
     // Requests and playback come first: the scan runs at a lower priority.
-    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), kScanNiceness);
+    SetThisThreadNiceness(kScanNiceness);
     ScanOnThread(root, uuid, std::move(walked));
     // The walk and the scan's map of stored files were this thread's: give
     // their memory back rather than keep it for the next scan.
@@ -163,19 +161,33 @@ void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
 {
     const CThreadScanStop walkStop(m_stopScan);
     CStorageIndex index;
+    CTagStore writer;
+    std::optional<bool> prepared;  // the writer's scan, when begun during the walk
     if (walked) {
         index.Swap(*walked);
     } else {
+        // A stick known by its UUID has its database opened, and its stored
+        // files loaded, while the walk goes on.
+        std::thread preparing;
+        if (!uuid.empty()) {
+            preparing = std::thread([this, &writer, &prepared, &uuid] {
+                SetThisThreadNiceness(kScanNiceness);
+                prepared = PrepareScan(writer, "uuid-" + uuid);
+            });
+        }
         BuildStorageIndex(index, root, EWalkScope::kSticksOnly);
+        if (preparing.joinable()) {
+            preparing.join();
+        }
     }
-    CTagStore writer;
     if (m_stopScan || ScanStopRequested()) {
         FinishScan(ELibraryState::kIdle, Status().counts);
         return;
     }
-    const std::string identity =
-        uuid.empty() ? "crc-" + std::to_string(StorageIndexCrc32(index)) : "uuid-" + uuid;
-    if (index.m_errorCode != 0 || !OpenScanDatabase(writer, identity) || !writer.BeginScan()) {
+    if (!prepared && index.m_errorCode == 0) {
+        prepared = PrepareScan(writer, uuid.empty() ? "crc-" + std::to_string(StorageIndexCrc32(index)) : "uuid-" + uuid);
+    }
+    if (index.m_errorCode != 0 || !prepared.value_or(false)) {
         FinishScan(ELibraryState::kFailed, writer.Counts());
         return;
     }
@@ -196,6 +208,11 @@ void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
         return;
     }
     FinishScan(end == ETagScanEnd::kComplete && stored ? ELibraryState::kReady : ELibraryState::kFailed, counts);
+}
+
+bool CTagLibrary::PrepareScan(CTagStore& writer, const std::string& identity)
+{
+    return OpenScanDatabase(writer, identity) && writer.BeginScan();
 }
 
 bool CTagLibrary::OpenScanDatabase(CTagStore& writer, const std::string& identity)

@@ -95,6 +95,8 @@ private:
     // The scan thread, and the scan it runs.
     void RunScan(std::string root, std::string uuid, std::optional<CStorageIndex> walked);
     void ScanOnThread(const std::string& root, const std::string& uuid, std::optional<CStorageIndex> walked);
+    // Opens the database of the stick `identity` and begins its scan.
+    bool PrepareScan(CTagStore& writer, const std::string& identity);
     bool OpenScanDatabase(CTagStore& writer, const std::string& identity);
     void FinishScan(ELibraryState state, const SLibraryCounts& counts) EXCLUDES(m_statusMutex);
     void OnProgress(uint32_t scanned, uint32_t total) EXCLUDES(m_statusMutex);

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "core/PosixHandles.h"
-#include "library/StickPaths.h"
+#include "library/StickFolderOpener.h"
 #include "library/StorageIndex.h"
 #include "library/TagStore.h"
 
@@ -41,26 +40,11 @@ private:
     // could not be opened); false when the store failed.
     bool Feed(int folder, std::string_view name);
     bool Stopping() const;
-    // The open folder `folder`, opened anew when it is not the last one.
-    int FolderDescriptor(const std::string& folder);
-    std::optional<std::string> RestBelowStart(const std::string& folder) const;
-    int OpenBelowStart(const std::string& rest);
 
     CTagStore& m_store;
     const std::atomic<bool>& m_stop;
     const Progress m_progress;
     uint32_t m_errorsInARow = 0;
-    std::string m_start;  // where the index's walk started, and that resolved
-    std::optional<SStickPath> m_confinedStart;
-    // The folders open from the start down to the last folder below it (the
-    // start's own entry has no name), and the last folder outside it.
-    struct SOpenFolder {
-        std::string name;
-        UniqueFd fd;
-    };
-    std::vector<SOpenFolder> m_chain;
-    UniqueFd m_otherFolder;
-    std::string m_folder;  // the folder of the last file, open on m_folderFd
-    int m_folderFd = -1;
+    std::optional<CStickFolderOpener> m_folders;  // for the index being run
     std::string m_name;  // the file being fed, NUL-terminated for the calls
 };

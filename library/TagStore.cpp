@@ -325,7 +325,7 @@ void CTagStore::Close()
     ForgetScan();  // its statements go before their connection
     m_database.reset();
     m_scanning = false;
-    m_titleKeys = STitleKeys{};  // a data version means something on its connection alone
+    m_search = SSearchLists{};  // a data version means something on its connection alone
 }
 
 bool CTagStore::BeginScan()
@@ -479,7 +479,10 @@ bool CTagStore::RemoveUnseen()
         }
         removed = true;
     }
-    m_changed = m_changed || removed;
+    if (!removed) {
+        return true;  // a folder empties only when files go
+    }
+    m_changed = true;
     std::string error;
     return SqliteExec(m_database.get(), "DELETE FROM folders WHERE id NOT IN (SELECT folderId FROM tracks)", error) ||
            Fail("cannot remove the empty folders");
@@ -520,6 +523,9 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
         return Fail("no scan to end");
     }
     m_scanning = false;
+    // data_version tells of other connections' writes only: what this one
+    // writes makes the search lists stale here.
+    m_search = SSearchLists{};
     std::string error;
     bool stored = !complete || RemoveUnseen();
     // A scan stopped before its rebuild left the library unlinked: a later
@@ -653,35 +659,25 @@ uint32_t CTagStore::Count(const std::string& sql, int64_t key)
     return count.Step() ? ToUint(count.Integer(0)) : 0;
 }
 
-uint32_t CTagStore::CountText(const std::string& sql, const std::string& text)
-{
-    CSqliteStatement count(m_database.get(), sql);
-    count.Bind(1, text);
-    return count.Step() ? ToUint(count.Integer(0)) : 0;
-}
-
 // Counts the list with `countSql`, lets `chooser` pick the page, and reads
-// it with `itemsSql`, which ends in "LIMIT ? OFFSET ?"; both take the text
-// or the key (when given) as their first parameter.
+// it with `itemsSql`, which ends in "LIMIT ? OFFSET ?"; both take the key
+// (when given) as their first parameter.
 template <typename Item>
 SPage<Item> CTagStore::Page(const std::string& countSql, const std::string& itemsSql, const int64_t* key,
-                            const std::string* text, const PageChooser& chooser,
-                            Item (*from)(const CSqliteStatement&))
+                            const PageChooser& chooser, Item (*from)(const CSqliteStatement&))
 {
     SPage<Item> page;
     if (!m_database) {
         return page;
     }
-    page.totalCount = text != nullptr ? CountText(countSql, *text) : Count(countSql, key != nullptr ? *key : 0);
+    page.totalCount = Count(countSql, key != nullptr ? *key : 0);
     const SPageRange range = chooser(page.totalCount);
     if (range.count == 0 || range.begin >= page.totalCount) {
         return page;
     }
     CSqliteStatement items(m_database.get(), itemsSql);
     int position = 1;
-    if (text != nullptr) {
-        items.Bind(position++, *text);
-    } else if (key != nullptr) {
+    if (key != nullptr) {
         items.Bind(position++, *key);
     }
     items.Bind(position, static_cast<int64_t>(range.count)).Bind(position + 1, static_cast<int64_t>(range.begin));
@@ -716,7 +712,6 @@ const char* const kAlbumsOfArtist =
     " FROM albums a WHERE a.id IN (SELECT t.albumId FROM tracks t JOIN trackArtists ta ON ta.track = t.rowid "
     "WHERE ta.artistId = ?)";
 const char* const kAlbumsOfGenre = " FROM albums a WHERE a.id IN (SELECT albumId FROM tracks WHERE genreId = ?)";
-const char* const kAlbumsNamed = " FROM albums a WHERE instr(a.sortKey, ?) > 0";
 // An artist's tracks, and the whole list: album year, album, disc, track.
 const char* const kArtistTrackOrder =
     " ORDER BY a.year, a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, f.path, t.name LIMIT ? OFFSET ?";
@@ -730,33 +725,33 @@ std::string Select(const char* columns, const std::string& rest)
 SPage<SCategoryEntry> CTagStore::Artists(const PageChooser& page)
 {
     return Page<SCategoryEntry>("SELECT COUNT(*) FROM artists", Select(kCategoryColumns, " FROM artists") +
-                                kCategoryOrder, nullptr, nullptr, page, CategoryFrom);
+                                kCategoryOrder, nullptr, page, CategoryFrom);
 }
 
 SPage<SCategoryEntry> CTagStore::Genres(const PageChooser& page)
 {
     return Page<SCategoryEntry>("SELECT COUNT(*) FROM genres", Select(kCategoryColumns, " FROM genres") +
-                                kCategoryOrder, nullptr, nullptr, page, CategoryFrom);
+                                kCategoryOrder, nullptr, page, CategoryFrom);
 }
 
 SPage<SAlbumEntry> CTagStore::Albums(const PageChooser& page)
 {
     return Page<SAlbumEntry>("SELECT COUNT(*) FROM albums", Select(kAlbumColumns, " FROM albums a") + kAlbumOrder,
-                             nullptr, nullptr, page, AlbumFrom);
+                             nullptr, page, AlbumFrom);
 }
 
 SPage<SAlbumEntry> CTagStore::AlbumsByArtist(uint32_t artistId, const PageChooser& page)
 {
     const int64_t key = artistId;
     return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsOfArtist), Select(kAlbumColumns, kAlbumsOfArtist) +
-                             kAlbumOrder, &key, nullptr, page, AlbumFrom);
+                             kAlbumOrder, &key, page, AlbumFrom);
 }
 
 SPage<SAlbumEntry> CTagStore::AlbumsByGenre(uint32_t genreId, const PageChooser& page)
 {
     const int64_t key = genreId;
     return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsOfGenre), Select(kAlbumColumns, kAlbumsOfGenre) +
-                             kAlbumOrder, &key, nullptr, page, AlbumFrom);
+                             kAlbumOrder, &key, page, AlbumFrom);
 }
 
 SPage<STrackEntry> CTagStore::Tracks(const PageChooser& page)
@@ -764,7 +759,7 @@ SPage<STrackEntry> CTagStore::Tracks(const PageChooser& page)
     return Page<STrackEntry>("SELECT COUNT(*) FROM tracks",
                              Select("SELECT ", kTrackColumns) +
                                  kTrackRows + " JOIN albums a ON a.id = t.albumId" + kArtistTrackOrder,
-                             nullptr, nullptr, page, TrackFrom);
+                             nullptr, page, TrackFrom);
 }
 
 SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, const PageChooser& page)
@@ -774,7 +769,7 @@ SPage<STrackEntry> CTagStore::TracksByAlbum(uint32_t albumId, const PageChooser&
                              Select("SELECT ", kTrackColumns) +
                                  kTrackRows + " WHERE t.albumId = ? "
                                  "ORDER BY t.discNumber, t.trackNumber, t.titleKey, f.path, t.name LIMIT ? OFFSET ?",
-                             &key, nullptr, page, TrackFrom);
+                             &key, page, TrackFrom);
 }
 
 SPage<STrackEntry> CTagStore::TracksByArtist(uint32_t artistId, const PageChooser& page)
@@ -785,7 +780,7 @@ SPage<STrackEntry> CTagStore::TracksByArtist(uint32_t artistId, const PageChoose
                                  " FROM trackArtists ta JOIN tracks t ON t.rowid = ta.track"
                                  " JOIN folders f ON f.id = t.folderId"
                                  " JOIN albums a ON a.id = t.albumId WHERE ta.artistId = ?" + kArtistTrackOrder,
-                             &key, nullptr, page, TrackFrom);
+                             &key, page, TrackFrom);
 }
 
 SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, const PageChooser& page)
@@ -796,85 +791,84 @@ SPage<STrackEntry> CTagStore::TracksByGenre(uint32_t genreId, const PageChooser&
                                  kTrackRows + " JOIN albums a ON a.id = t.albumId WHERE t.genreId = ?"
                                  " ORDER BY a.sortKey, a.id, t.discNumber, t.trackNumber, t.titleKey, f.path, t.name"
                                  " LIMIT ? OFFSET ?",
-                             &key, nullptr, page, TrackFrom);
+                             &key, page, TrackFrom);
+}
+
+// The lists a search reads, kept in memory and loaded again when any
+// connection has written since (data_version).
+bool CTagStore::LoadSearchKeys()
+{
+    CSqliteStatement version(m_database.get(), "PRAGMA data_version");
+    const int64_t current = version.Step() ? version.Integer(0) : -1;
+    if (current == m_search.dataVersion && current >= 0) {
+        return true;
+    }
+    m_search = SSearchLists{};
+    const auto load = [this](const std::string& sql, CSearchKeys& keys) {
+        CSqliteStatement rows(m_database.get(), sql);
+        while (rows.Step()) {
+            keys.Add(rows.TextView(0), rows.Integer(1));
+        }
+        return !rows.Failed();
+    };
+    if (!load("SELECT t.titleKey, t.rowid" + kTrackRows + " ORDER BY t.titleKey, f.path, t.name", m_search.titles) ||
+        !load("SELECT sortKey, id FROM artists ORDER BY sortKey, name", m_search.artists) ||
+        !load("SELECT sortKey, id FROM albums ORDER BY sortKey, name, artistSortKey, artist", m_search.albums)) {
+        m_search = SSearchLists{};
+        return false;
+    }
+    m_search.dataVersion = current;
+    return true;
+}
+
+// The page `chooser` picks of `rows`, each read with `rowSql`, which takes
+// the row as its parameter.
+template <typename Item>
+SPage<Item> CTagStore::PageOfRows(const std::vector<int64_t>& rows, const PageChooser& chooser,
+                                  const std::string& rowSql, Item (*from)(const CSqliteStatement&))
+{
+    SPage<Item> page;
+    page.totalCount = static_cast<uint32_t>(rows.size());
+    const SPageRange range = chooser(page.totalCount);
+    CSqliteStatement row(m_database.get(), rowSql);
+    for (uint32_t i = 0; i < range.count && range.begin + i < rows.size(); ++i) {
+        row.Reset();
+        row.Bind(1, rows[range.begin + i]);
+        if (row.Step()) {
+            page.items.push_back(from(row));
+        }
+    }
+    return page;
 }
 
 SPage<SCategoryEntry> CTagStore::SearchArtists(const std::string& text, const PageChooser& page)
 {
     const std::string key = SortKey(text);
-    if (key.empty()) {
+    if (key.empty() || !m_database || !LoadSearchKeys()) {
         return {};
     }
-    return Page<SCategoryEntry>("SELECT COUNT(*) FROM artists WHERE instr(sortKey, ?) > 0",
-                                Select(kCategoryColumns, " FROM artists WHERE instr(sortKey, ?) > 0") +
-                                    kCategoryOrder,
-                                nullptr, &key, page, CategoryFrom);
+    return PageOfRows<SCategoryEntry>(m_search.artists.RowsHolding(key), page,
+                                      Select(kCategoryColumns, " FROM artists WHERE id = ?"), CategoryFrom);
 }
 
 SPage<SAlbumEntry> CTagStore::SearchAlbums(const std::string& text, const PageChooser& page)
 {
     const std::string key = SortKey(text);
-    if (key.empty()) {
+    if (key.empty() || !m_database || !LoadSearchKeys()) {
         return {};
     }
-    return Page<SAlbumEntry>(Select("SELECT COUNT(*)", kAlbumsNamed), Select(kAlbumColumns, kAlbumsNamed) +
-                             kAlbumOrder, nullptr, &key, page, AlbumFrom);
-}
-
-// The title keys of every track, in the order of the search's list, kept
-// back to back in memory: a search is one pass over them, not a read of the
-// table. Loaded again when any connection has written since (data_version).
-bool CTagStore::LoadTitleKeys()
-{
-    CSqliteStatement version(m_database.get(), "PRAGMA data_version");
-    const int64_t current = version.Step() ? version.Integer(0) : -1;
-    if (current == m_titleKeys.dataVersion && current >= 0) {
-        return true;
-    }
-    m_titleKeys = STitleKeys{};
-    CSqliteStatement keys(m_database.get(), "SELECT t.titleKey, t.rowid" + kTrackRows +
-                                                " ORDER BY t.titleKey, f.path, t.name");
-    while (keys.Step()) {
-        m_titleKeys.starts.push_back(static_cast<uint32_t>(m_titleKeys.text.size()));
-        m_titleKeys.text += keys.Text(0);
-        m_titleKeys.text += '\0';
-        m_titleKeys.rows.push_back(keys.Integer(1));
-    }
-    if (keys.Failed()) {
-        m_titleKeys = STitleKeys{};
-        return false;
-    }
-    m_titleKeys.dataVersion = current;
-    return true;
+    return PageOfRows<SAlbumEntry>(m_search.albums.RowsHolding(key), page,
+                                   Select(kAlbumColumns, " FROM albums a WHERE a.id = ?"), AlbumFrom);
 }
 
 SPage<STrackEntry> CTagStore::SearchTracks(const std::string& text, const PageChooser& page)
 {
     const std::string key = SortKey(text);
-    SPage<STrackEntry> found;
-    if (key.empty() || !m_database || !LoadTitleKeys()) {
-        return found;
+    if (key.empty() || !m_database || !LoadSearchKeys()) {
+        return {};
     }
-    // Every track whose key holds the text, once, in list order.
-    std::vector<int64_t> rows;
-    const std::string& keys = m_titleKeys.text;
-    for (size_t at = keys.find(key); at != std::string::npos;) {
-        const auto next = std::upper_bound(m_titleKeys.starts.begin(), m_titleKeys.starts.end(), at);
-        const size_t entry = static_cast<size_t>(next - m_titleKeys.starts.begin()) - 1;
-        rows.push_back(m_titleKeys.rows[entry]);
-        at = next == m_titleKeys.starts.end() ? std::string::npos : keys.find(key, *next);
-    }
-    found.totalCount = static_cast<uint32_t>(rows.size());
-    const SPageRange range = page(found.totalCount);
-    CSqliteStatement track(m_database.get(), Select("SELECT ", kTrackColumns) + kTrackRows + " WHERE t.rowid = ?");
-    for (uint32_t i = 0; i < range.count && range.begin + i < rows.size(); ++i) {
-        track.Reset();
-        track.Bind(1, rows[range.begin + i]);
-        if (track.Step()) {
-            found.items.push_back(TrackFrom(track));
-        }
-    }
-    return found;
+    return PageOfRows<STrackEntry>(m_search.titles.RowsHolding(key), page,
+                                   Select("SELECT ", kTrackColumns) + kTrackRows + " WHERE t.rowid = ?", TrackFrom);
 }
 
 SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)

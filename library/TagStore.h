@@ -1,5 +1,6 @@
 #pragma once
 
+#include "library/SearchKeys.h"
 #include "library/Sqlite.h"
 #include "library/TagReader.h"
 
@@ -182,12 +183,14 @@ private:
     bool RemoveUnseen();
     bool RebuildIdentities();
     uint32_t Count(const std::string& sql, int64_t key);
-    uint32_t CountText(const std::string& sql, const std::string& text);
     template <typename Item>
     SPage<Item> Page(const std::string& countSql, const std::string& itemsSql, const int64_t* key,
-                     const std::string* text, const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
+                     const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
     bool LoadKnownStamps();
-    bool LoadTitleKeys();
+    bool LoadSearchKeys();
+    template <typename Item>
+    SPage<Item> PageOfRows(const std::vector<int64_t>& rows, const PageChooser& chooser, const std::string& rowSql,
+                           Item (*from)(const CSqliteStatement&));
     // The row of the folder entered in the folders table, added when new;
     // 0 on failure.
     int64_t CurrentFolderId();
@@ -216,15 +219,15 @@ private:
     size_t m_folderKnownBegin = 0;
     size_t m_folderKnownEnd = 0;
     std::optional<int64_t> m_replacedRow;
-    // The tracks' title keys for the search, each ended by a NUL, with where
-    // each starts and its track's row, as of one data version of the file.
-    struct STitleKeys {
-        std::string text;
-        std::vector<uint32_t> starts;
-        std::vector<int64_t> rows;
+    // The search keys of the tracks' titles, the artists and the albums, as
+    // of one data version of the file.
+    struct SSearchLists {
+        CSearchKeys titles;   // rows of tracks
+        CSearchKeys artists;  // artist IDs
+        CSearchKeys albums;   // album IDs
         int64_t dataVersion = -1;
     };
-    STitleKeys m_titleKeys;
+    SSearchLists m_search;
     CSqliteStatement m_store;
     CSqliteStatement m_addFolder;
     uint32_t m_pendingWrites = 0;

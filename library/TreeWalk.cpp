@@ -152,7 +152,7 @@ private:
         frame.readAhead = true;
         for (;;) {
             errno = 0;
-            const dirent* entry = frame.dir.ReadEntry();
+            const dirent64* entry = frame.dir.ReadEntry();
             if (entry == nullptr) {
                 frame.readErrno = errno;
                 break;
@@ -179,7 +179,7 @@ private:
             return true;
         }
         errno = 0;
-        const dirent* entry = frame.dir.ReadEntry();
+        const dirent64* entry = frame.dir.ReadEntry();
         if (entry == nullptr) {
             return false;
         }
