@@ -44,7 +44,7 @@ const dirent64* CDirectoryManager::ReadEntry()
     }
     if (m_next >= m_filled) {
         if (!m_buffer) {
-            m_buffer = std::make_unique<char[]>(kBufferBytes);
+            m_buffer.reset(new char[kBufferBytes]);  // not zeroed: the kernel fills what is read
         }
         const ssize_t read = getdents64(m_fd.Get(), m_buffer.get(), kBufferBytes);
         m_next = 0;

@@ -146,13 +146,13 @@ void CStorageIndex::Swap(CStorageIndex& other) noexcept
     m_errorText.swap(other.m_errorText);
 }
 
-bool CStorageIndex::Build(const std::string& path, EWalkScope scope)
+bool CStorageIndex::Build(const std::string& path, EWalkScope scope, EOrder order)
 {
     Clear();
     m_rootPath = path;
     CIndexBuilder builder(*this);
     const bool found = WalkTree(path, "", true, true, 0, builder, *this, scope);
-    builder.Finish(found);
+    builder.Finish(found && order == EOrder::kScan);
     return found;
 }
 
@@ -198,9 +198,9 @@ CStorageIndex::SChildren CStorageIndex::FolderRecords(size_t n) const
     return SChildren{m_children.data() + m_childStart[folder], m_children.data() + m_childStart[folder + 1]};
 }
 
-bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope)
+bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope, CStorageIndex::EOrder order)
 {
-    return index.Build(path, scope);
+    return index.Build(path, scope, order);
 }
 
 namespace {

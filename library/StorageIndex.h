@@ -36,10 +36,15 @@ public:
     // aside can be put in place without copying it.
     void Swap(CStorageIndex& other) noexcept;
 
+    // The order of the records: that of a sorted scan, or the walk's own
+    // for a reader that only goes folder by folder (FolderRecords) and needs
+    // no checksum, and so not the cost of sorting.
+    enum class EOrder { kScan, kWalk };
+
     // Replaces the index with every folder and audio file below `path`
     // (the walk and order of CFileList::Scan(path, "", true, true, false, 0,
     // scope)); true when anything was found.
-    bool Build(const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder);
+    bool Build(const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder, EOrder order = EOrder::kScan);
 
     size_t Size() const { return m_ids.size(); }
     bool Empty() const { return m_ids.empty(); }
@@ -100,7 +105,8 @@ private:
 
 // Rebuilds `index` with every folder and audio file below `path`; true when
 // anything was found.
-bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder);
+bool BuildStorageIndex(CStorageIndex& index, const std::string& path, EWalkScope scope = EWalkScope::kAnyFolder,
+                       CStorageIndex::EOrder order = CStorageIndex::EOrder::kScan);
 
 // zlib CRC-32 over the records' ids, 4 bytes little-endian each, in index
 // order; 0 for an empty index.

@@ -2,10 +2,13 @@
 
 #include "core/ThreadPlacement.h"
 #include "library/ScanStop.h"
+#include "library/StickFolderOpener.h"
 #include "library/StorageIndex.h"
 #include "library/TagScan.h"
 
+#include <fcntl.h>
 #include <malloc.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <utility>
@@ -162,39 +165,28 @@ void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
     const CThreadScanStop walkStop(m_stopScan);
     CStorageIndex index;
     CTagStore writer;
-    std::optional<bool> prepared;  // the writer's scan, when begun during the walk
+    // The counts stored before this scan, once the writer's scan has begun.
+    std::optional<SLibraryCounts> before;
     if (walked) {
         index.Swap(*walked);
     } else {
-        // A stick known by its UUID has its database opened, and its stored
-        // files loaded, while the walk goes on.
-        std::thread preparing;
-        if (!uuid.empty()) {
-            preparing = std::thread([this, &writer, &prepared, &uuid] {
-                SetThisThreadNiceness(kScanNiceness);
-                prepared = PrepareScan(writer, "uuid-" + uuid);
-            });
-        }
-        BuildStorageIndex(index, root, EWalkScope::kSticksOnly);
-        if (preparing.joinable()) {
-            preparing.join();
-        }
+        before = WalkStick(root, uuid, index, writer);
     }
     if (m_stopScan || ScanStopRequested()) {
         FinishScan(ELibraryState::kIdle, Status().counts);
         return;
     }
-    if (!prepared && index.m_errorCode == 0) {
-        prepared = PrepareScan(writer, uuid.empty() ? "crc-" + std::to_string(StorageIndexCrc32(index)) : "uuid-" + uuid);
+    if (!before && index.m_errorCode == 0) {
+        before = PrepareScan(writer, uuid.empty() ? "crc-" + std::to_string(StorageIndexCrc32(index)) : "uuid-" + uuid);
     }
-    if (index.m_errorCode != 0 || !prepared.value_or(false)) {
+    if (index.m_errorCode != 0 || !before) {
         FinishScan(ELibraryState::kFailed, writer.Counts());
         return;
     }
     {
         const Lock statusLock(m_statusMutex);
         m_status.total = CTagScanPass::CountTracks(index);
-        m_status.counts = writer.Counts();
+        m_status.counts = *before;
     }
     CTagScanPass pass(writer, m_stopScan, [this](uint32_t scanned, uint32_t total) { OnProgress(scanned, total); });
     const ETagScanEnd end = pass.Run(index);
@@ -202,7 +194,7 @@ void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
     // artists and albums of a big stick would hold up the pull or the new
     // scan waiting for this one; the next complete scan does it.
     const bool stored = writer.EndScan(end == ETagScanEnd::kComplete, end != ETagScanEnd::kStopped);
-    const SLibraryCounts counts = writer.Counts();
+    const SLibraryCounts counts = writer.LastScanWrote() ? writer.Counts() : *before;
     if (end == ETagScanEnd::kStopped) {
         FinishScan(ELibraryState::kIdle, counts);
         return;
@@ -210,9 +202,51 @@ void CTagLibrary::ScanOnThread(const std::string& root, const std::string& uuid,
     FinishScan(end == ETagScanEnd::kComplete && stored ? ELibraryState::kReady : ELibraryState::kFailed, counts);
 }
 
-bool CTagLibrary::PrepareScan(CTagStore& writer, const std::string& identity)
+std::optional<SLibraryCounts> CTagLibrary::WalkStick(const std::string& root, const std::string& uuid,
+                                                     CStorageIndex& index, CTagStore& writer)
 {
-    return OpenScanDatabase(writer, identity) && writer.BeginScan();
+    if (uuid.empty()) {
+        BuildStorageIndex(index, root, EWalkScope::kSticksOnly);
+        return std::nullopt;
+    }
+    std::optional<SLibraryCounts> before;
+    const CCoreSplit cores;
+    std::thread preparing([this, &writer, &before, &uuid, &root, &cores] {
+        SetThisThreadNiceness(kScanNiceness);
+        cores.KeepOffFirstCore();
+        before = PrepareScan(writer, "uuid-" + uuid);
+        if (before) {
+            VerifyKnownFiles(writer, root);
+        }
+    });
+    // With no checksum to compute, nothing needs the scan's sorted order.
+    BuildStorageIndex(index, root, EWalkScope::kSticksOnly, CStorageIndex::EOrder::kWalk);
+    preparing.join();
+    return before;
+}
+
+void CTagLibrary::VerifyKnownFiles(CTagStore& writer, const std::string& root)
+{
+    const CThreadScanStop stop(m_stopScan);
+    CStickFolderOpener folders(root);
+    writer.VerifyKnownFiles([&folders](const std::string& folder, const std::string& name, SFileStamp& stamp) {
+        const int folderFd = ScanStopRequested() ? -1 : folders.Open(folder);
+        struct stat info {};
+        if (folderFd < 0 || fstatat(folderFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISREG(info.st_mode)) {
+            return false;
+        }
+        stamp = FileStampOf(info);
+        return true;
+    });
+}
+
+std::optional<SLibraryCounts> CTagLibrary::PrepareScan(CTagStore& writer, const std::string& identity)
+{
+    if (!OpenScanDatabase(writer, identity) || !writer.BeginScan()) {
+        return std::nullopt;
+    }
+    return writer.Counts();
 }
 
 bool CTagLibrary::OpenScanDatabase(CTagStore& writer, const std::string& identity)
@@ -249,7 +283,10 @@ void CTagLibrary::OnProgress(uint32_t scanned, uint32_t total)
         const Lock statusLock(m_statusMutex);
         m_status.scanned = scanned;
         m_status.total = total;
-        if (std::chrono::steady_clock::now() - m_lastAnnounced < kProgressInterval) {
+        // The clock is read every few files: an unchanged file takes less
+        // than a microsecond.
+        if (scanned % kFilesPerClockRead != 0 ||
+            std::chrono::steady_clock::now() - m_lastAnnounced < kProgressInterval) {
             return;
         }
     }

@@ -45,6 +45,7 @@ class CTagLibrary {
 public:
     using StatusListener = std::function<void(const SLibraryStatus&)>;
     static constexpr std::chrono::milliseconds kProgressInterval{500};
+    static constexpr uint32_t kFilesPerClockRead = 32;
 
     CTagLibrary(std::string databaseFolder, StatusListener listener);
     // Ends a scan under way and waits for its thread.
@@ -95,9 +96,18 @@ private:
     // The scan thread, and the scan it runs.
     void RunScan(std::string root, std::string uuid, std::optional<CStorageIndex> walked);
     void ScanOnThread(const std::string& root, const std::string& uuid, std::optional<CStorageIndex> walked);
-    // Opens the database of the stick `identity` and begins its scan.
-    bool PrepareScan(CTagStore& writer, const std::string& identity);
+    // Walks the stick into `index`. A stick known by its UUID has its
+    // database opened into `writer`, and the files stored for it stat'ed, on
+    // another core meanwhile: on a stick scanned before, those stats are
+    // most of the scan. The counts stored, when its scan has begun so.
+    std::optional<SLibraryCounts> WalkStick(const std::string& root, const std::string& uuid, CStorageIndex& index,
+                                            CTagStore& writer);
+    // Opens the database of the stick `identity` and begins its scan; the
+    // counts it holds, none on failure.
+    std::optional<SLibraryCounts> PrepareScan(CTagStore& writer, const std::string& identity);
     bool OpenScanDatabase(CTagStore& writer, const std::string& identity);
+    // Stats the files `writer` holds for the stick at `root`, confined to it.
+    void VerifyKnownFiles(CTagStore& writer, const std::string& root);
     void FinishScan(ELibraryState state, const SLibraryCounts& counts) EXCLUDES(m_statusMutex);
     void OnProgress(uint32_t scanned, uint32_t total) EXCLUDES(m_statusMutex);
     void SetStatus(const SLibraryStatus& status) EXCLUDES(m_statusMutex);

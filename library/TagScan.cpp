@@ -1,5 +1,6 @@
 #include "library/TagScan.h"
 
+#include "library/IndexStamps.h"
 #include "library/ScanStop.h"
 #include "library/StickPaths.h"
 #include "library/TagReader.h"
@@ -30,16 +31,22 @@ bool CTagScanPass::Stopping() const
     return m_stop.load(std::memory_order_relaxed) || ScanStopRequested();
 }
 
-// Folder by folder: each folder is opened once, and its files are looked
-// up in the store's run of that folder.
+// The stamps first (on two cores when there are), unless the store checked
+// its known files while the walk went on; then folder by folder: the files
+// are looked up in the store's run of their folder, and a folder is opened
+// again only for a file to stat or read.
 ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
 {
+    const bool verified = m_store.KnownFilesVerified();
+    std::optional<CIndexStamps> stamps;
+    if (!verified) {
+        stamps.emplace(index, m_stop, m_store.KnowsFiles());
+    }
     m_folders.emplace(index.RootPath());
     const uint32_t total = CountTracks(index);
     uint32_t scanned = 0;
     for (size_t folder = 0; folder < index.FolderCount(); ++folder) {
         const std::string& path = index.FolderPath(folder);
-        int folderFd = -1;
         bool entered = false;
         for (const uint32_t position : index.FolderRecords(folder)) {
             if (index.IsFolderAt(position)) {
@@ -49,11 +56,13 @@ ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
                 return ETagScanEnd::kStopped;
             }
             if (!entered) {
-                folderFd = m_folders->Open(path);
                 m_store.EnterFolder(path);
                 entered = true;
             }
-            if (!Feed(folderFd, index.NameAt(position))) {
+            const std::string_view name = index.NameAt(position);
+            if (verified && m_store.SeeVerifiedFile(name)) {
+                m_errorsInARow = 0;
+            } else if (!Feed(path, name, stamps ? stamps->At(position) : StatNow(path, name))) {
                 return ETagScanEnd::kFailed;
             }
             if (m_errorsInARow >= kMaxReadErrorsInARow) {
@@ -65,23 +74,33 @@ ETagScanEnd CTagScanPass::Run(const CStorageIndex& index)
     return ETagScanEnd::kComplete;
 }
 
-bool CTagScanPass::Feed(int folder, std::string_view name)
+const SFileStamp* CTagScanPass::StatNow(const std::string& folder, std::string_view name)
 {
-    // A file that cannot be stat'ed as a regular file of its folder is still
-    // stored (titled by its name, never matching a later stamp) and counts
-    // as a read error.
     m_name.assign(name);
+    const int folderFd = m_folders->Open(folder);
     struct stat info {};
-    bool unreadable = folder < 0 || fstatat(folder, m_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
-                      !S_ISREG(info.st_mode);
-    const SFileStamp stamp = unreadable ? SFileStamp{} : FileStampOf(info);
+    if (folderFd < 0 || fstatat(folderFd, m_name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) {
+        return nullptr;
+    }
+    m_stamp = FileStampOf(info);
+    return &m_stamp;
+}
+
+bool CTagScanPass::Feed(const std::string& folder, std::string_view name, const SFileStamp* stamp)
+{
+    // A file that could not be stat'ed as a regular file of its folder is
+    // still stored (titled by its name, never matching a later stamp) and
+    // counts as a read error.
+    bool unreadable = stamp == nullptr;
     const auto read = [&] {
-        UniqueFd opened(unreadable ? -1 : openat(folder, m_name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        m_name.assign(name);
+        const int folderFd = unreadable ? -1 : m_folders->Open(folder);
+        UniqueFd opened(folderFd < 0 ? -1 : openat(folderFd, m_name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
         const STrackTags tags = ReadTagsOfOpenFile(std::move(opened), m_name);
         unreadable = tags.unreadable;
         return tags;
     };
-    if (m_store.AddFile(name, stamp, read) == CTagStore::EAddOutcome::Failed) {
+    if (m_store.AddFile(name, unreadable ? SFileStamp{} : *stamp, read) == CTagStore::EAddOutcome::Failed) {
         return false;
     }
     m_errorsInARow = unreadable ? m_errorsInARow + 1 : 0;

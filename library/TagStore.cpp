@@ -346,6 +346,8 @@ bool CTagStore::BeginScan()
         return Fail("cannot prepare a scan");
     }
     m_scanning = true;
+    m_wrote = false;
+    m_verified = false;
     m_pendingWrites = 0;
     m_lastCommit = std::chrono::steady_clock::now();
     m_changed = false;
@@ -390,24 +392,60 @@ CTagStore::EAddOutcome CTagStore::AddedOutsideAScan()
     return EAddOutcome::Failed;
 }
 
-bool CTagStore::SeeFile(std::string_view name, const SFileStamp& stamp)
+CTagStore::SKnownFile* CTagStore::FindKnown(std::string_view name)
 {
-    m_replacedRow.reset();
     const auto first = m_known.begin() + static_cast<std::ptrdiff_t>(m_folderKnownBegin);
     const auto last = m_known.begin() + static_cast<std::ptrdiff_t>(m_folderKnownEnd);
     const auto found = std::lower_bound(first, last, name, [this](const SKnownFile& file, std::string_view wanted) {
         return std::string_view(m_knownNames).substr(file.nameOffset, file.nameLength) < wanted;
     });
-    if (found == last || std::string_view(m_knownNames).substr(found->nameOffset, found->nameLength) != name ||
-        found->seen) {
+    if (found == last || std::string_view(m_knownNames).substr(found->nameOffset, found->nameLength) != name) {
+        return nullptr;
+    }
+    return &*found;
+}
+
+bool CTagStore::SeeFile(std::string_view name, const SFileStamp& stamp)
+{
+    m_replacedRow.reset();
+    SKnownFile* known = FindKnown(name);
+    if (known == nullptr || known->seen) {
         return false;
     }
-    found->seen = true;
-    if (found->stamp.size == stamp.size && found->stamp.modifiedNs == stamp.modifiedNs) {
+    known->seen = true;
+    if (known->stamp.size == stamp.size && known->stamp.modifiedNs == stamp.modifiedNs) {
         return true;
     }
-    m_replacedRow = found->rowId;
+    m_replacedRow = known->rowId;
     return false;
+}
+
+bool CTagStore::SeeVerifiedFile(std::string_view name)
+{
+    SKnownFile* known = m_scanning ? FindKnown(name) : nullptr;
+    if (known == nullptr || known->seen || !known->verified) {
+        return false;
+    }
+    known->seen = true;
+    return true;
+}
+
+void CTagStore::VerifyKnownFiles(const StatFunction& stat)
+{
+    std::vector<std::pair<std::string, int64_t>> folders(m_folderIds.begin(), m_folderIds.end());
+    std::sort(folders.begin(), folders.end());
+    const auto byFolder = [](const SKnownFile& file, int64_t id) { return file.folderId < id; };
+    m_verified = m_scanning;
+    std::string name;
+    for (const auto& [path, id] : folders) {
+        for (auto file = std::lower_bound(m_known.begin(), m_known.end(), id, byFolder);
+             file != m_known.end() && file->folderId == id; ++file) {
+            name.assign(m_knownNames, file->nameOffset, file->nameLength);
+            SFileStamp stamp;
+            file->verified = stat(path, name, stamp) && stamp.size == file->stamp.size &&
+                             stamp.modifiedNs == file->stamp.modifiedNs;
+        }
+    }
 }
 
 CTagStore::EAddOutcome CTagStore::StoreFile(std::string_view name, const SFileStamp& stamp, const STrackTags& tags)
@@ -532,6 +570,7 @@ bool CTagStore::EndScan(bool complete, bool rebuild)
     // one links it even when it changed nothing.
     const bool relink = m_changed || Count("SELECT linked = 0 FROM libraryState", 0) != 0;
     stored = stored && (!relink || !rebuild || RebuildIdentities());
+    m_wrote = m_changed || (relink && rebuild);
     stored = stored && (SqliteExec(m_database.get(), kTrackIndexes, error) || Fail("cannot index the tracks"));
     ForgetScan();
     if (!stored) {

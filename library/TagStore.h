@@ -139,12 +139,28 @@ public:
         }
         return StoreFile(name, stamp, read());
     }
+    // Checks the files stored before this scan, folder by folder in path
+    // order, with `stat` (the stamp of `name` in `folder`; false when it
+    // cannot be stat'ed): one found with its stored stamp needs nothing more
+    // this scan (SeeVerifiedFile). Lets a scan stat the stick's known files
+    // while its walk goes on.
+    using StatFunction = std::function<bool(const std::string& folder, const std::string& name, SFileStamp& stamp)>;
+    void VerifyKnownFiles(const StatFunction& stat);
+    bool KnownFilesVerified() const { return m_verified; }
+    // Whether the scan under way found files stored before it.
+    bool KnowsFiles() const { return !m_known.empty(); }
+    // True, and the file counts as seen, when `name` of the current folder
+    // was verified unchanged; else the scan stamps it and calls AddFile.
+    bool SeeVerifiedFile(std::string_view name);
+
     // Ends the scan. Only a `complete` one (the walk saw the whole stick)
     // removes the files it did not see; a scan stopped early keeps them.
     // Without `rebuild` the artists, albums and genres stay as they were
     // (a scan told to stop commits its files at once and leaves the rest to
     // the next scan).
     bool EndScan(bool complete, bool rebuild = true);
+    // Whether the last scan wrote anything (files, or the derived tables).
+    bool LastScanWrote() const { return m_wrote; }
 
     uint32_t TrackCount();
     SLibraryCounts Counts();
@@ -210,7 +226,10 @@ private:
         SFileStamp stamp;
         int64_t rowId = 0;
         bool seen = false;
+        bool verified = false;  // stat'ed during this scan with the stored stamp
     };
+    // The known file `name` in the current folder's run; null when none.
+    SKnownFile* FindKnown(std::string_view name);
     std::vector<SKnownFile> m_known;
     std::string m_knownNames;
     std::unordered_map<std::string, int64_t> m_folderIds;
@@ -233,6 +252,8 @@ private:
     uint32_t m_pendingWrites = 0;
     std::chrono::steady_clock::time_point m_lastCommit;
     bool m_changed = false;
+    bool m_wrote = false;     // for LastScanWrote
+    bool m_verified = false;  // VerifyKnownFiles ran in this scan
 };
 
 // Gives each name of `names` (in their byte order) its 32-bit ID: `hash` of

@@ -155,6 +155,36 @@ TEST_F(LibraryScanTest, ASecondIndexOfAnUnchangedStickReadsNoFile)
     EXPECT_EQ(tag_library_test::EntryNamed(again, "name", "03.mp3")["title"], "Aube") << again.toStyledString();
 }
 
+// A stick known by its UUID has its stored files stat'ed while the plug's
+// walk goes on: the unchanged ones are not read again, a changed one is.
+TEST_F(LibraryScanTest, APlugAgainOfAStickKnownByItsUuidReadsOnlyWhatChanged)
+{
+    ASSERT_NO_FATAL_FAILURE(testing_support::MakeTaggedFiles(Stick1(), testing_support::Corpus()));
+    StartLibraryDaemon();
+    Plug("usb1", "5678-EFAB");
+    const Json::Value first = WaitForScan("ready");
+    ASSERT_EQ(first["tracks"], 11) << Compact(Status());
+    const Json::Value titles = All("getTracksUSB");
+    Unplug("usb1");
+
+    // Reading any of these now would find no tag: it would be titled by its name.
+    for (const std::string& path : testing_support::AudioFilesBelow(Stick1())) {
+        ASSERT_NO_FATAL_FAILURE(ReplaceContentKeepingTimes(path));
+    }
+    // This one changes size: it is read again.
+    const std::string changed = Stick1() + "/Two/queen.mp3";
+    testing_support::WriteFile(changed, std::string(5000, '\x5a'));
+    Plug("usb1", "5678-EFAB");
+    const Json::Value second = WaitForScan("ready");
+    ASSERT_FALSE(second.isNull()) << Compact(Status());
+    EXPECT_EQ(second["tracks"], 11) << Compact(second);
+    const Json::Value again = All("getTracksUSB");
+    EXPECT_EQ(tag_library_test::EntryNamed(again, "name", "03.mp3")["title"], "Aube") << again.toStyledString();
+    EXPECT_EQ(tag_library_test::EntryNamed(again, "name", "queen.mp3")["title"], "queen.mp3")
+        << again.toStyledString();
+    EXPECT_EQ(again.size(), titles.size());
+}
+
 TEST_F(LibraryScanTest, AKillMidScanLeavesASoundDatabaseAndTheNextScanCompletesIt)
 {
     ASSERT_NO_FATAL_FAILURE(MakeTaggedCopies(Stick1(), kLargeStick, kPerFolder));

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -281,6 +282,59 @@ TEST_F(TagStoreTest, AFileNoLongerThereIsRemovedWithWhatOnlyItHeld)
     EXPECT_EQ(m_store.TrackCount(), Corpus().size() - 1);
     EXPECT_EQ(m_store.SearchArtists("wave", PageFrom(0, 10)).totalCount, 0u);
     EXPECT_EQ(Names(m_store.Genres(PageFrom(0, 10))), (std::vector<std::string>{"", "Jazz", "Pop", "Rock"}));
+}
+
+// The files a store holds can be stat'ed before the walk has found them: one
+// found with its stored stamp needs no stamp of the walk's, one changed does.
+TEST_F(TagStoreTest, KnownFilesVerifiedUnchangedNeedNoStampAndAChangedOneIsRead)
+{
+    testing_support::STaggedFile retagged = Corpus()[6];  // Queen's track
+    retagged.tags["artist"] = "Queen & Co";
+    ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
+    ASSERT_TRUE(m_store.BeginScan()) << m_store.LastError();
+    std::vector<std::string> folders;
+    m_store.VerifyKnownFiles([&folders](const std::string& folder, const std::string& name, SFileStamp& stamp) {
+        folders.push_back(folder);
+        return ReadFileStamp(folder + "/" + name, stamp);
+    });
+    EXPECT_TRUE(m_store.KnownFilesVerified());
+    EXPECT_EQ(folders.size(), Corpus().size());
+    EXPECT_TRUE(std::is_sorted(folders.begin(), folders.end())) << "folders go in path order";
+    m_reads = 0;
+    for (const std::string& path : AudioFilesBelow(Stick())) {
+        m_store.EnterFolder(Folder(path));
+        if (m_store.SeeVerifiedFile(Name(path))) {
+            continue;
+        }
+        EXPECT_EQ(Name(path), "queen.mp3");
+        SFileStamp stamp;
+        ASSERT_TRUE(ReadFileStamp(path, stamp));
+        EXPECT_EQ(m_store.AddFile(Name(path), stamp, [&] { ++m_reads; return ReadTags(path); }),
+                  CTagStore::EAddOutcome::Read);
+    }
+    ASSERT_TRUE(m_store.EndScan(true)) << m_store.LastError();
+    EXPECT_EQ(m_reads, 1);
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size());
+    EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 1u);
+}
+
+// A file verified before the walk but not found by it (gone meanwhile) is
+// removed at a complete end like any other file not found.
+TEST_F(TagStoreTest, AVerifiedFileTheWalkDidNotFindIsRemoved)
+{
+    ASSERT_TRUE(m_store.BeginScan()) << m_store.LastError();
+    m_store.VerifyKnownFiles([](const std::string& folder, const std::string& name, SFileStamp& stamp) {
+        return ReadFileStamp(folder + "/" + name, stamp);
+    });
+    for (const std::string& path : AudioFilesBelow(Stick())) {
+        if (Name(path) != "info.wav") {
+            m_store.EnterFolder(Folder(path));
+            EXPECT_TRUE(m_store.SeeVerifiedFile(Name(path))) << path;
+        }
+    }
+    ASSERT_TRUE(m_store.EndScan(true)) << m_store.LastError();
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size() - 1);
+    EXPECT_EQ(m_store.SearchArtists("wave", PageFrom(0, 10)).totalCount, 0u);
 }
 
 TEST_F(TagStoreTest, AScanStoppedEarlyRemovesNothing)
