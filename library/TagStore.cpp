@@ -860,13 +860,19 @@ bool CTagStore::LoadSearchKeys()
     return true;
 }
 
-// The page `chooser` picks of `rows`, each read with `rowSql`, which takes
-// the row as its parameter.
+// The page `chooser` picks of the rows whose key in the list `keys` holds
+// the folded `text`, each read with `rowSql`, which takes the row as its
+// parameter.
 template <typename Item>
-SPage<Item> CTagStore::PageOfRows(const std::vector<int64_t>& rows, const PageChooser& chooser,
-                                  const std::string& rowSql, Item (*from)(const CSqliteStatement&))
+SPage<Item> CTagStore::Search(const std::string& text, CSearchKeys SSearchLists::*keys, const PageChooser& chooser,
+                              const std::string& rowSql, Item (*from)(const CSqliteStatement&))
 {
+    const std::string key = SortKey(text);
     SPage<Item> page;
+    if (key.empty() || !m_database || !LoadSearchKeys()) {
+        return page;
+    }
+    const std::vector<int64_t> rows = (m_search.*keys).RowsHolding(key);
     page.totalCount = static_cast<uint32_t>(rows.size());
     const SPageRange range = chooser(page.totalCount);
     CSqliteStatement row(m_database.get(), rowSql);
@@ -882,32 +888,20 @@ SPage<Item> CTagStore::PageOfRows(const std::vector<int64_t>& rows, const PageCh
 
 SPage<SCategoryEntry> CTagStore::SearchArtists(const std::string& text, const PageChooser& page)
 {
-    const std::string key = SortKey(text);
-    if (key.empty() || !m_database || !LoadSearchKeys()) {
-        return {};
-    }
-    return PageOfRows<SCategoryEntry>(m_search.artists.RowsHolding(key), page,
-                                      Select(kCategoryColumns, " FROM artists WHERE id = ?"), CategoryFrom);
+    return Search<SCategoryEntry>(text, &SSearchLists::artists, page,
+                                  Select(kCategoryColumns, " FROM artists WHERE id = ?"), CategoryFrom);
 }
 
 SPage<SAlbumEntry> CTagStore::SearchAlbums(const std::string& text, const PageChooser& page)
 {
-    const std::string key = SortKey(text);
-    if (key.empty() || !m_database || !LoadSearchKeys()) {
-        return {};
-    }
-    return PageOfRows<SAlbumEntry>(m_search.albums.RowsHolding(key), page,
-                                   Select(kAlbumColumns, " FROM albums a WHERE a.id = ?"), AlbumFrom);
+    return Search<SAlbumEntry>(text, &SSearchLists::albums, page, Select(kAlbumColumns, " FROM albums a WHERE a.id = ?"),
+                               AlbumFrom);
 }
 
 SPage<STrackEntry> CTagStore::SearchTracks(const std::string& text, const PageChooser& page)
 {
-    const std::string key = SortKey(text);
-    if (key.empty() || !m_database || !LoadSearchKeys()) {
-        return {};
-    }
-    return PageOfRows<STrackEntry>(m_search.titles.RowsHolding(key), page,
-                                   Select("SELECT ", kTrackColumns) + kTrackRows + " WHERE t.rowid = ?", TrackFrom);
+    return Search<STrackEntry>(text, &SSearchLists::titles, page,
+                               Select("SELECT ", kTrackColumns) + kTrackRows + " WHERE t.rowid = ?", TrackFrom);
 }
 
 SAlbumArtSource CTagStore::AlbumArtSource(uint32_t albumId)

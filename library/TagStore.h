@@ -204,9 +204,6 @@ private:
                      const PageChooser& chooser, Item (*from)(const CSqliteStatement&));
     bool LoadKnownStamps();
     bool LoadSearchKeys();
-    template <typename Item>
-    SPage<Item> PageOfRows(const std::vector<int64_t>& rows, const PageChooser& chooser, const std::string& rowSql,
-                           Item (*from)(const CSqliteStatement&));
     // The row of the folder entered in the folders table, added when new;
     // 0 on failure.
     int64_t CurrentFolderId();
@@ -247,6 +244,9 @@ private:
         int64_t dataVersion = -1;
     };
     SSearchLists m_search;
+    template <typename Item>
+    SPage<Item> Search(const std::string& text, CSearchKeys SSearchLists::*keys, const PageChooser& chooser,
+                       const std::string& rowSql, Item (*from)(const CSqliteStatement&));
     CSqliteStatement m_store;
     CSqliteStatement m_addFolder;
     uint32_t m_pendingWrites = 0;

@@ -57,7 +57,7 @@ protected:
     void MakeFolder(const std::string& name, size_t count, const std::string& stem = "track")
     {
         for (size_t i = 0; i < count; ++i) {
-            char number[16];
+            char number[24];  // any size_t in five digits or more
             std::snprintf(number, sizeof number, "%05zu", i);
             testing_support::WriteFile(Stick() + "/" + name + "/" + stem + number + ".mp3", "abc");
         }

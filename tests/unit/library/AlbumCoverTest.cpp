@@ -2,7 +2,7 @@
 // the tracks, never read off the stick.
 #include "library/AlbumCover.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/StickRootTest.h"
 #include "tests/support/TagCorpus.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,6 @@
 using testing_support::MakeTaggedFiles;
 using testing_support::STaggedFile;
 using testing_support::MakeDirs;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
@@ -35,19 +34,7 @@ std::vector<uint8_t> Bytes(const std::string& text)
     return std::vector<uint8_t>(text.begin(), text.end());
 }
 
-class AlbumCoverTest : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        MakeDirs(Stick());
-        setenv("USBMEDIA_ROOT", m_dir.Path().c_str(), 1);
-    }
-    void TearDown() override { unsetenv("USBMEDIA_ROOT"); }
-
-    std::string Stick() const { return m_dir / "mnt/usb-stick1"; }
-
-    TempDir m_dir;
-};
+using AlbumCoverTest = testing_support::StickRootTest;
 
 }  // namespace
 

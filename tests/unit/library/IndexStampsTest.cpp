@@ -4,7 +4,7 @@
 #include "library/IndexStamps.h"
 
 #include "library/StorageIndex.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/StickRootTest.h"
 
 #include <gtest/gtest.h>
 
@@ -13,26 +13,14 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
-using testing_support::MakeDirs;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
 
-class IndexStampsTest : public testing::Test {
+class IndexStampsTest : public testing_support::StickRootTest {
 protected:
-    void SetUp() override
-    {
-        MakeDirs(Stick());
-        setenv("USBMEDIA_ROOT", m_dir.Path().c_str(), 1);
-    }
-    void TearDown() override { unsetenv("USBMEDIA_ROOT"); }
-
-    std::string Stick() const { return m_dir / "mnt/usb-stick1"; }
-
     // Sixty folders of three files each, of sizes that tell them apart.
     void PlaceFolders()
     {
@@ -45,7 +33,6 @@ protected:
         }
     }
 
-    TempDir m_dir;
     CStorageIndex m_index;
     std::atomic<bool> m_stop{false};
 };

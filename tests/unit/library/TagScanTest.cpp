@@ -6,7 +6,7 @@
 #include "library/StorageIndex.h"
 #include "library/TagStore.h"
 #include "tests/support/MediaFactory.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/StickRootTest.h"
 
 #include <gtest/gtest.h>
 
@@ -20,9 +20,7 @@
 #include <utility>
 #include <vector>
 
-using testing_support::MakeDirs;
 using testing_support::MediaFactory;
-using testing_support::TempDir;
 using testing_support::WriteFile;
 
 namespace {
@@ -36,17 +34,13 @@ std::string Numbered(const std::string& prefix, int number, const std::string& e
     return name;
 }
 
-class TagScanTest : public testing::Test {
+class TagScanTest : public testing_support::StickRootTest {
 protected:
     void SetUp() override
     {
-        MakeDirs(Stick());
-        setenv("USBMEDIA_ROOT", m_dir.Path().c_str(), 1);
+        StickRootTest::SetUp();
         ASSERT_TRUE(m_store.Open(m_dir / "tags.sqlite")) << m_store.LastError();
     }
-    void TearDown() override { unsetenv("USBMEDIA_ROOT"); }
-
-    std::string Stick() const { return m_dir / "mnt/usb-stick1"; }
 
     void PlaceSong(const std::string& relativePath, const std::string& title)
     {
@@ -77,7 +71,6 @@ protected:
 
     std::vector<STrackEntry> Tracks() { return m_store.Tracks(PageFrom(0, 1000)).items; }
 
-    TempDir m_dir;
     CTagStore m_store;
     CStorageIndex m_index;
     std::atomic<bool> m_stop{false};
