@@ -210,17 +210,24 @@ std::optional<SLibraryCounts> CTagLibrary::WalkStick(const std::string& root, co
         return std::nullopt;
     }
     std::optional<SLibraryCounts> before;
+    std::atomic<bool> verifying{false};
     const CCoreSplit cores;
-    std::thread preparing([this, &writer, &before, &uuid, &root, &cores] {
+    std::thread preparing([this, &writer, &before, &verifying, &uuid, &root, &cores] {
         SetThisThreadNiceness(kScanNiceness);
         cores.KeepOffFirstCore();
         before = PrepareScan(writer, "uuid-" + uuid);
         if (before) {
+            writer.BeginVerify();
+            verifying.store(true, std::memory_order_release);
             VerifyKnownFiles(writer, root);
         }
     });
     // With no checksum to compute, nothing needs the scan's sorted order.
     BuildStorageIndex(index, root, EWalkScope::kSticksOnly, CStorageIndex::EOrder::kWalk);
+    // What is left to verify is shared: the other core may be slow.
+    if (verifying.load(std::memory_order_acquire)) {
+        VerifyKnownFiles(writer, root);
+    }
     preparing.join();
     return before;
 }

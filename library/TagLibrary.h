@@ -106,7 +106,9 @@ private:
     // counts it holds, none on failure.
     std::optional<SLibraryCounts> PrepareScan(CTagStore& writer, const std::string& identity);
     bool OpenScanDatabase(CTagStore& writer, const std::string& identity);
-    // Stats the files `writer` holds for the stick at `root`, confined to it.
+    // Stats files `writer` holds for the stick at `root`, confined to it,
+    // until none is left (CTagStore::VerifyKnownFiles); may run on two
+    // threads at once.
     void VerifyKnownFiles(CTagStore& writer, const std::string& root);
     void FinishScan(ELibraryState state, const SLibraryCounts& counts) EXCLUDES(m_statusMutex);
     void OnProgress(uint32_t scanned, uint32_t total) EXCLUDES(m_statusMutex);

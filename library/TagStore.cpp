@@ -430,20 +430,33 @@ bool CTagStore::SeeVerifiedFile(std::string_view name)
     return true;
 }
 
+void CTagStore::BeginVerify()
+{
+    m_verifyFolders.assign(m_folderIds.begin(), m_folderIds.end());
+    std::sort(m_verifyFolders.begin(), m_verifyFolders.end());
+    m_nextVerifyRun = 0;
+    m_verified = m_scanning;
+}
+
 void CTagStore::VerifyKnownFiles(const StatFunction& stat)
 {
-    std::vector<std::pair<std::string, int64_t>> folders(m_folderIds.begin(), m_folderIds.end());
-    std::sort(folders.begin(), folders.end());
     const auto byFolder = [](const SKnownFile& file, int64_t id) { return file.folderId < id; };
-    m_verified = m_scanning;
     std::string name;
-    for (const auto& [path, id] : folders) {
-        for (auto file = std::lower_bound(m_known.begin(), m_known.end(), id, byFolder);
-             file != m_known.end() && file->folderId == id; ++file) {
-            name.assign(m_knownNames, file->nameOffset, file->nameLength);
-            SFileStamp stamp;
-            file->verified = stat(path, name, stamp) && stamp.size == file->stamp.size &&
-                             stamp.modifiedNs == file->stamp.modifiedNs;
+    for (;;) {
+        const size_t first = m_nextVerifyRun.fetch_add(1) * kFoldersPerVerifyRun;
+        if (first >= m_verifyFolders.size()) {
+            return;
+        }
+        const size_t last = std::min(first + kFoldersPerVerifyRun, m_verifyFolders.size());
+        for (size_t folder = first; folder < last; ++folder) {
+            const auto& [path, id] = m_verifyFolders[folder];
+            for (auto file = std::lower_bound(m_known.begin(), m_known.end(), id, byFolder);
+                 file != m_known.end() && file->folderId == id; ++file) {
+                name.assign(m_knownNames, file->nameOffset, file->nameLength);
+                SFileStamp stamp;
+                file->verified = stat(path, name, stamp) && stamp.size == file->stamp.size &&
+                                 stamp.modifiedNs == file->stamp.modifiedNs;
+            }
         }
     }
 }
@@ -585,6 +598,7 @@ void CTagStore::ForgetScan()
     std::vector<SKnownFile>().swap(m_known);
     std::string().swap(m_knownNames);
     std::unordered_map<std::string, int64_t>().swap(m_folderIds);
+    std::vector<std::pair<std::string, int64_t>>().swap(m_verifyFolders);
     m_folder.clear();
     m_folderId = 0;
     m_folderKnownBegin = m_folderKnownEnd = 0;

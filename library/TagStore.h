@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -139,12 +140,16 @@ public:
         }
         return StoreFile(name, stamp, read());
     }
-    // Checks the files stored before this scan, folder by folder in path
-    // order, with `stat` (the stamp of `name` in `folder`; false when it
-    // cannot be stat'ed): one found with its stored stamp needs nothing more
-    // this scan (SeeVerifiedFile). Lets a scan stat the stick's known files
-    // while its walk goes on.
+    // Checks the files stored before this scan against the stick:
+    // BeginVerify once, then VerifyKnownFiles on one thread or two at once,
+    // each with its own `stat` (the stamp of `name` in `folder`; false when
+    // it cannot be stat'ed); they share the folders in runs, in path order.
+    // A file found with its stored stamp needs nothing more this scan
+    // (SeeVerifiedFile). Lets a scan stat the stick's known files while its
+    // walk goes on, and share what is left when the walk ends; nothing else
+    // uses the store meanwhile.
     using StatFunction = std::function<bool(const std::string& folder, const std::string& name, SFileStamp& stamp)>;
+    void BeginVerify();
     void VerifyKnownFiles(const StatFunction& stat);
     bool KnownFilesVerified() const { return m_verified; }
     // Whether the scan under way found files stored before it.
@@ -253,7 +258,12 @@ private:
     std::chrono::steady_clock::time_point m_lastCommit;
     bool m_changed = false;
     bool m_wrote = false;     // for LastScanWrote
-    bool m_verified = false;  // VerifyKnownFiles ran in this scan
+    bool m_verified = false;  // BeginVerify was called in this scan
+    static constexpr size_t kFoldersPerVerifyRun = 16;
+    // The known folders (path, id) in path order, and the next run of them
+    // to verify.
+    std::vector<std::pair<std::string, int64_t>> m_verifyFolders;
+    std::atomic<size_t> m_nextVerifyRun{0};
 };
 
 // Gives each name of `names` (in their byte order) its 32-bit ID: `hash` of

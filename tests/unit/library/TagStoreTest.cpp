@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 #include <vector>
 
 using testing_support::AudioFilesBelow;
@@ -293,6 +294,7 @@ TEST_F(TagStoreTest, KnownFilesVerifiedUnchangedNeedNoStampAndAChangedOneIsRead)
     ASSERT_NO_FATAL_FAILURE(MakeTaggedFiles(Stick(), {retagged}));
     ASSERT_TRUE(m_store.BeginScan()) << m_store.LastError();
     std::vector<std::string> folders;
+    m_store.BeginVerify();
     m_store.VerifyKnownFiles([&folders](const std::string& folder, const std::string& name, SFileStamp& stamp) {
         folders.push_back(folder);
         return ReadFileStamp(folder + "/" + name, stamp);
@@ -318,11 +320,40 @@ TEST_F(TagStoreTest, KnownFilesVerifiedUnchangedNeedNoStampAndAChangedOneIsRead)
     EXPECT_EQ(m_store.SearchArtists("queen & co", PageFrom(0, 10)).totalCount, 1u);
 }
 
+// Two threads verify at once, sharing the folders: each file is checked once.
+TEST_F(TagStoreTest, TwoThreadsVerifyingShareTheFolders)
+{
+    ASSERT_TRUE(m_store.BeginScan()) << m_store.LastError();
+    m_store.BeginVerify();
+    std::vector<std::string> first;
+    std::vector<std::string> second;
+    const auto recorder = [](std::vector<std::string>& into) {
+        return [&into](const std::string& folder, const std::string& name, SFileStamp& stamp) {
+            into.push_back(folder + "/" + name);
+            return ReadFileStamp(folder + "/" + name, stamp);
+        };
+    };
+    std::thread other([&] { m_store.VerifyKnownFiles(recorder(second)); });
+    m_store.VerifyKnownFiles(recorder(first));
+    other.join();
+    std::vector<std::string> both = first;
+    both.insert(both.end(), second.begin(), second.end());
+    std::sort(both.begin(), both.end());
+    EXPECT_EQ(both, AudioFilesBelow(Stick()));
+    for (const std::string& path : AudioFilesBelow(Stick())) {
+        m_store.EnterFolder(Folder(path));
+        EXPECT_TRUE(m_store.SeeVerifiedFile(Name(path))) << path;
+    }
+    ASSERT_TRUE(m_store.EndScan(true)) << m_store.LastError();
+    EXPECT_EQ(m_store.TrackCount(), Corpus().size());
+}
+
 // A file verified before the walk but not found by it (gone meanwhile) is
 // removed at a complete end like any other file not found.
 TEST_F(TagStoreTest, AVerifiedFileTheWalkDidNotFindIsRemoved)
 {
     ASSERT_TRUE(m_store.BeginScan()) << m_store.LastError();
+    m_store.BeginVerify();
     m_store.VerifyKnownFiles([](const std::string& folder, const std::string& name, SFileStamp& stamp) {
         return ReadFileStamp(folder + "/" + name, stamp);
     });
