@@ -44,7 +44,10 @@ std::string SortKey(const std::string& utf8)
 {
     // Plain ASCII has no decomposition, no mark and folds to its lower case:
     // the common case costs no conversion.
-    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return c > 0; })) {
+    if (std::all_of(utf8.begin(), utf8.end(), [](char c) {
+            const auto byte = static_cast<unsigned char>(c);  // char is unsigned on ARM
+            return byte != 0 && byte < 0x80;
+        })) {
         std::string key = utf8;
         std::transform(key.begin(), key.end(), key.begin(), ToLowerAscii);
         return key;
